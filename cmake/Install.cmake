@@ -1,0 +1,24 @@
+# Installs the library, its public headers and the CMake package `Kivo`.
+
+include(GNUInstallDirs)
+include(CMakePackageConfigHelpers)
+
+set(packageDirectory "${CMAKE_INSTALL_LIBDIR}/cmake/Kivo")
+
+install(TARGETS kivo EXPORT KivoTargets INCLUDES DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}")
+install(EXPORT KivoTargets NAMESPACE Kivo:: DESTINATION "${packageDirectory}")
+
+foreach(header IN LISTS KIVO_PUBLIC_HEADERS)
+    get_filename_component(folder "${header}" DIRECTORY)
+    install(FILES "${PROJECT_SOURCE_DIR}/${header}"
+        DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/${folder}")
+endforeach()
+
+# Whoever links a static Kivo links its dependencies too; a shared one brings its own.
+get_target_property(KIVO_LIBRARY_TYPE kivo TYPE)
+configure_package_config_file("${CMAKE_CURRENT_LIST_DIR}/KivoConfig.cmake.in"
+    "${PROJECT_BINARY_DIR}/KivoConfig.cmake" INSTALL_DESTINATION "${packageDirectory}")
+write_basic_package_version_file("${PROJECT_BINARY_DIR}/KivoConfigVersion.cmake"
+    COMPATIBILITY SameMajorVersion)
+install(FILES "${PROJECT_BINARY_DIR}/KivoConfig.cmake" "${PROJECT_BINARY_DIR}/KivoConfigVersion.cmake"
+    DESTINATION "${packageDirectory}")

@@ -1,0 +1,85 @@
+#include "kivo/api/CoreRepository.h"
+
+#include <utility>
+
+#include "kivo/network/NetworkClient.h"
+#include "kivo/platform/Continuation.h"
+
+namespace kivo {
+
+namespace {
+
+/// One backend operation: its name in diagnostics, how it is called, what its reply carries.
+template <typename Payload>
+struct Endpoint {
+    const char* operation;
+    const char* method;
+    const char* path;
+};
+
+constexpr Endpoint<SdkAuthData> sdkAuthenticate{.operation = "authenticateSdk(authRequest:)",
+                                                .method = "POST",
+                                                .path = "api/communication/sdk/authenticate"};
+constexpr Endpoint<AuthUserResponseData> userAuthenticate{
+    .operation = "authenticateUser(authUserRequest:)",
+    .method = "POST",
+    .path = "api/communication/user/authenticate"};
+constexpr Endpoint<DeviceTokenSubmitResponse> userDeviceToken{
+    .operation = "updatedeviceToken(deviceToken:)",
+    .method = "POST",
+    .path = "api/communication/user/update-device-token"};
+constexpr Endpoint<DeviceTokenSubmitResponse> userConsent{
+    .operation = "updateNotificationPermission(hasPermission:)",
+    .method = "POST",
+    .path = "api/communication/user/update-notification-consent"};
+constexpr Endpoint<UnsetUserResponseData> userUnset{
+    .operation = "unsetUser(sessionId:)", .method = "PUT", .path = "api/communication/user/unset"};
+
+template <typename Payload>
+CoreRepository::Reply<Payload> send(Endpoint<Payload> endpoint,
+                                    NetworkClient::Parameters parameters) {
+    using Envelope = std::optional<ApiResponse<Payload>>;
+    auto start = [endpoint, parameters = std::move(parameters)](
+                     const platform::CheckedContinuation<Envelope>& continuation) {
+        NetworkClient::instance().request<ApiResponse<Payload>>(
+            endpoint.path, endpoint.method, parameters,
+            [continuation](platform::Result<ApiResponse<Payload>> result) {
+                continuation.resume(platform::widened<Envelope>(std::move(result)));
+            });
+    };
+    co_return co_await platform::withCheckedThrowingContinuation<Envelope>(endpoint.operation,
+                                                                           std::move(start));
+}
+
+}  // namespace
+
+auto CoreRepository::authenticateSdk(SdkAuthRequest authRequest) -> Reply<SdkAuthData> {
+    return send(sdkAuthenticate, {{"apiKey", std::move(authRequest.apiKey)}});
+}
+
+/// All four keys always go out: on the wire, unlike in the stored record, an absent field is empty
+/// text.
+auto CoreRepository::authenticateUser(UserAuthRequest authUserRequest)
+    -> Reply<AuthUserResponseData> {
+    return send(userAuthenticate,
+                {{"countryCode", std::move(authUserRequest.countryCode).value_or("")},
+                 {"phone", std::move(authUserRequest.phone).value_or("")},
+                 {"email", std::move(authUserRequest.email).value_or("")},
+                 {"name", std::move(authUserRequest.name).value_or("")}});
+}
+
+auto CoreRepository::updatedeviceToken(std::string deviceToken)
+    -> Reply<DeviceTokenSubmitResponse> {
+    return send(userDeviceToken, {{"deviceToken", std::move(deviceToken)}});
+}
+
+auto CoreRepository::updateNotificationPermission(bool hasPermission)
+    -> Reply<DeviceTokenSubmitResponse> {
+    return send(userConsent, {{"permission", std::string(hasPermission ? "GRANTED" : "DENIED")}});
+}
+
+auto CoreRepository::unsetUser(std::string sessionId) -> Reply<UnsetUserResponseData> {
+    return send(userUnset, {{"sessionId", std::move(sessionId)}});
+}
+
+}  // namespace kivo

@@ -1,0 +1,115 @@
+#include "kivo/core/KivoCore.h"
+
+#include <exception>
+#include <utility>
+
+#include "kivo/core/Operation.h"
+#include "kivo/platform/Console.h"
+#include "kivo/platform/Description.h"
+#include "kivo/platform/Error.h"
+#include "kivo/platform/TaskPool+Scopes.h"
+#include "kivo/storage/CacheManager.h"
+
+namespace kivo {
+
+using platform::Console;
+using platform::Task;
+
+namespace {
+
+struct Outcome {
+    const char* success;
+    const char* failure;
+};
+
+constexpr auto keepNothing = [](const auto& /*response*/) {};
+
+void keepSession(const std::optional<ApiResponse<SdkAuthData>>& response) {
+    if (response && response->data)
+        CacheManager::instance().saveMerchantJwtTokenTemp(*response->data);
+}
+
+/// Always, also without a token: an answer that names none overwrites an earlier good one.
+void keepUserToken(const std::optional<ApiResponse<AuthUserResponseData>>& response) {
+    const bool named = response && response->data;
+    CacheManager::instance().saveUserJwtToken(named ? response->data->userToken : "");
+}
+
+/// Awaits the call, keeps what must be kept, prints the outcome. Only a thrown error counts as
+/// failure; an envelope that reports no success is a reply like any other.
+template <typename Payload, typename Keep>
+Task<void> workflow(Outcome text, CoreRepository::Reply<Payload> call, Keep keep) {
+    try {
+        const auto response = co_await std::move(call);
+        keep(response);
+        Console::print(text.success + platform::describe(response));
+    } catch (const std::exception& error) {
+        Console::print(text.failure + platform::describe(error));
+    }
+}
+
+}  // namespace
+
+KivoCore::KivoCore(KivoConfig config)
+    : coreRepository_(std::make_unique<CoreRepository>()), config_(std::move(config)) {
+    CacheManager::instance().setProduction(config_.get().isProduction);
+}
+
+KivoConfig KivoCore::config() const { return config_.get(); }
+void KivoCore::setConfig(KivoConfig config) { config_.set(std::move(config)); }
+void KivoCore::modifyConfig(const std::function<void(KivoConfig&)>& change) {
+    config_.modify(change);
+}
+
+void KivoCore::initSdk() noexcept {
+    operation([&] {
+        const SdkAuthRequest request{.apiKey = config().apiKey};
+        CacheManager::instance().saveSdkAuthRequest(request);
+        const Outcome text{.success = "SDK Initialized successfully: ",
+                           .failure = "Failed to initialize SDK: "};
+        launch(weak_from_this().lock(),
+               workflow(text, coreRepository_->authenticateSdk(request), keepSession));
+    });
+}
+
+void KivoCore::setUser(std::optional<UserAuthRequest> authUserRequest) noexcept {
+    operation([&] {
+        const UserAuthRequest request = std::move(authUserRequest).value_or(UserAuthRequest());
+        CacheManager::instance().saveUserAuthRequest(request);
+        const Outcome text{.success = "setUser successfully: ", .failure = "Failed to setUser: "};
+        launch(weak_from_this().lock(),
+               workflow(text, coreRepository_->authenticateUser(request), keepUserToken));
+    });
+}
+
+void KivoCore::updateDeviceToken(std::string token) noexcept {
+    operation([&] {
+        const Outcome text{.success = "updateDeviceToken successfully: ",
+                           .failure = "Failed to updateDeviceToken: "};
+        launch(weak_from_this().lock(),
+               workflow(text, coreRepository_->updatedeviceToken(std::move(token)), keepNothing));
+    });
+}
+
+/// The consent workflow reports its failure under the device token's name.
+void KivoCore::updateNotificationPermission(bool hasPermission) noexcept {
+    operation([&] {
+        const Outcome text{.success = "updateNotificationPermission successfully: ",
+                           .failure = "Failed to updateDeviceToken: "};
+        launch(weak_from_this().lock(),
+               workflow(text, coreRepository_->updateNotificationPermission(hasPermission),
+                        keepNothing));
+    });
+}
+
+/// Names no session and forgets nothing: tokens, session id and saved requests stay as they are.
+void KivoCore::unsetUser() noexcept {
+    operation([&] {
+        const Outcome text{.success = "unsetUser successfully: ",
+                           .failure = "Failed to unsetUser: "};
+        launch(weak_from_this().lock(),
+               workflow(text, coreRepository_->unsetUser(""), keepNothing));
+    });
+}
+
+}  // namespace kivo

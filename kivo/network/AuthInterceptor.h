@@ -1,0 +1,51 @@
+#pragma once
+
+#include <exception>
+#include <memory>
+#include <mutex>
+#include <string>
+
+#include "kivo/platform/Task.h"
+#include "kivo/platform/URLSession.h"
+
+namespace kivo {
+
+/// The protocol through which every backend request passes. It adds the identity headers and the
+/// bearer token that fits the endpoint, sends the request on the shared session and relays the
+/// answer; a 401 is never relayed but starts a token refresh and a resend, without limit. A fresh
+/// interceptor serves each load, and the load owns it until it has ended: that is what stops an
+/// endless refresh.
+class AuthInterceptor final : public platform::URLProtocol {
+public:
+    static bool canInit(const platform::URLRequest& request);
+    static platform::URLRequest canonicalRequest(const platform::URLRequest& request);
+
+    AuthInterceptor(platform::URLRequest request, const platform::CachedURLResponse* cachedResponse,
+                    std::shared_ptr<platform::URLProtocolClient> client);
+
+    void startLoading() override;
+    void stopLoading() override;
+
+private:
+    using URLRequest = platform::URLRequest;
+    using DataAndResponse = platform::URLSession::DataAndResponse;
+
+    platform::Task<void> load();
+    platform::Task<void> loadUserAuthentication(URLRequest request);
+    platform::Task<void> loadWithUserToken(URLRequest request);
+    platform::Task<DataAndResponse> refreshTempToken(URLRequest request);
+    platform::Task<void> refreshJwtTokenAndRetry(URLRequest request);
+
+    void addIdentity(URLRequest& request) const;
+    void sendRequest(const URLRequest& request, const std::string& token);
+    void relay(const URLRequest& sent, const std::string& token, std::optional<platform::Data> data,
+               std::shared_ptr<const platform::URLResponse> response);
+    std::shared_ptr<AuthInterceptor> self();
+
+    int retryCounter_ = 0;
+    const std::string deviceId_;
+    std::mutex mutex_;  // A time limit may stop the load while a retry replaces its task.
+    std::shared_ptr<platform::URLSessionDataTask> dataTask_;
+};
+
+}  // namespace kivo

@@ -1,0 +1,105 @@
+#include "kivo/network/NetworkClient.h"
+
+#include <chrono>
+#include <exception>
+
+#include "kivo/network/AuthInterceptor.h"
+#include "kivo/network/BaseURLs.h"
+#include "kivo/platform/Console.h"
+#include "kivo/platform/Error.h"
+#include "kivo/platform/FatalError.h"
+#include "kivo/storage/CacheManager.h"
+
+namespace kivo {
+
+using platform::Console;
+using platform::Data;
+using platform::NSError;
+using platform::Result;
+using platform::URLRequest;
+
+namespace {
+
+constexpr std::chrono::seconds timeLimit{30};
+
+platform::URLSessionConfiguration sessionConfiguration() {
+    platform::URLSessionConfiguration configuration;
+    configuration.protocolClasses = {platform::protocolClass<AuthInterceptor>()};
+    configuration.timeoutIntervalForRequest = timeLimit;
+    configuration.timeoutIntervalForResource = timeLimit;
+    return configuration;
+}
+
+std::exception_ptr error(const char* domain) {
+    return std::make_exception_ptr(NSError(domain, -1));
+}
+
+Result<Data> body(std::optional<Data> data, std::exception_ptr error) {
+    if (error) return error;
+    if (!data) return kivo::error("No data");
+    return *std::move(data);
+}
+
+/// The JSON body, or none when the parameters cannot be encoded: the request goes out without one
+/// then.
+std::optional<Data> encodedBody(const NetworkClient::Parameters& parameters) {
+    try {
+        return platform::JSON::serialize(parameters);
+    } catch (const std::exception& error) {
+        Console::print("Failed to encode parameters: " + platform::describe(error));
+        return std::nullopt;
+    }
+}
+
+}  // namespace
+
+NetworkClient::NetworkClient()
+    : baseUrlMap_{{"prod", std::string(productionBaseUrl)},
+                  {"dev", std::string(developmentBaseUrl)}},
+      session_(sessionConfiguration()) {}
+
+NetworkClient& NetworkClient::instance() {
+    static NetworkClient& client = *new NetworkClient;
+    return client;
+}
+
+void NetworkClient::load(const std::string& endpoint, const std::string& method,
+                         const std::optional<Parameters>& parameters, Completion<Data> completion) {
+    const auto request = createRequest(endpoint, method, parameters);
+    if (!request) return completion(error("Invalid Request"));
+
+    session_
+        .dataTask(*request,
+                  [completion = std::move(completion)](auto data, auto /*response*/, auto error) {
+                      completion(body(std::move(data), std::move(error)));
+                  })
+        ->resume();
+}
+
+std::optional<URLRequest> NetworkClient::createRequest(
+    const std::string& endpoint, const std::string& method,
+    const std::optional<Parameters>& parameters) const {
+    std::string base = baseUrl("dev");
+    if (CacheManager::instance().getIsProduction()) base = baseUrl("prod");
+
+    auto url = platform::URL::parse(base + endpoint);
+    if (!url) {
+        Console::print("Invalid URL");
+        return std::nullopt;
+    }
+    Console::print("url-is: " + url->absoluteString());
+
+    URLRequest request(*std::move(url));
+    request.setHTTPMethod(method);
+    if (parameters && (method == "POST" || method == "PUT"))
+        request.setHTTPBody(encodedBody(*parameters));
+    return request;
+}
+
+std::string NetworkClient::baseUrl(const std::string& key) const {
+    const auto entry = baseUrlMap_.find(key);
+    return platform::unwrap(entry == baseUrlMap_.end() ? std::nullopt
+                                                       : std::optional(entry->second));
+}
+
+}  // namespace kivo

@@ -1,0 +1,64 @@
+#pragma once
+
+#include <any>
+#include <functional>
+#include <map>
+#include <optional>
+#include <string>
+#include <utility>
+
+#include "kivo/platform/JSON.h"
+#include "kivo/platform/Result.h"
+#include "kivo/platform/URLSession.h"
+
+namespace kivo {
+
+/// The one HTTP client of the framework. It builds a JSON request, sends it on its own session,
+/// whose only protocol is the `AuthInterceptor`, and decodes the reply. The status code is never
+/// looked at: whatever decodes is a reply.
+class NetworkClient {
+public:
+    using Parameters = std::map<std::string, std::any>;
+    template <typename T>
+    using Completion = std::function<void(platform::Result<T>)>;
+
+    /// Never destroyed: background work may outlive main().
+    static NetworkClient& instance();
+
+    /// Calls `endpoint`, a path relative to the base URL, and returns at once. `parameters` become
+    /// the JSON body of a "POST" or "PUT" and are ignored for any other method, spelled exactly so.
+    /// `completion` is called exactly once: on the calling thread when there is no such URL, else
+    /// on the pool.
+    template <typename T>
+    void request(const std::string& endpoint, const std::string& method,
+                 const std::optional<Parameters>& parameters, Completion<T> completion) {
+        load(endpoint, method, parameters,
+             [completion = std::move(completion)](platform::Result<platform::Data> body) {
+                 completion(decoded<T>(std::move(body)));
+             });
+    }
+
+private:
+    NetworkClient();
+
+    template <typename T>
+    static platform::Result<T> decoded(platform::Result<platform::Data> body) {
+        try {
+            return platform::JSON::decode<T>(platform::get(std::move(body)));
+        } catch (...) {
+            return std::current_exception();
+        }
+    }
+
+    void load(const std::string& endpoint, const std::string& method,
+              const std::optional<Parameters>& parameters, Completion<platform::Data> completion);
+    std::optional<platform::URLRequest> createRequest(
+        const std::string& endpoint, const std::string& method,
+        const std::optional<Parameters>& parameters) const;
+    std::string baseUrl(const std::string& key) const;
+
+    const std::map<std::string, std::string> baseUrlMap_;
+    platform::URLSession session_;
+};
+
+}  // namespace kivo

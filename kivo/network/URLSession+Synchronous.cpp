@@ -1,0 +1,34 @@
+#include "kivo/network/URLSession+Synchronous.h"
+
+#include <memory>
+#include <optional>
+#include <semaphore>
+#include <utility>
+
+#include "kivo/platform/FatalError.h"
+#include "kivo/platform/TaskPool.h"
+
+namespace kivo {
+
+platform::URLSession::DataAndResponse synchronousDataTask(const platform::URLSession& session,
+                                                          platform::URLRequest request) {
+    if (platform::TaskPool::isPoolThread())
+        platform::fatalError("synchronousDataTask(with:) called on the pool that has to answer it");
+
+    std::binary_semaphore answered(0);
+    platform::Data received;
+    std::shared_ptr<const platform::URLResponse> answer;
+    session
+        .dataTask(std::move(request),
+                  [&](auto data, auto response, auto /*error*/) {
+                      received = std::move(data).value_or(platform::Data());
+                      answer = std::move(response);
+                      answered.release();
+                  })
+        ->resume();
+    answered.acquire();
+    if (!answer) platform::foundNil();
+    return {std::move(received), std::move(answer)};
+}
+
+}  // namespace kivo

@@ -1,0 +1,27 @@
+#pragma once
+
+#include <array>
+#include <functional>
+#include <string_view>
+
+namespace kivo::platform {
+
+/// Counts, for each host, how often its connections have fallen out of favour. An HTTP/2 connection
+/// outlives the transfer that a limit ended on it; one that has gone silent would swallow every
+/// later request. Transfers of a newer generation do not share the connections of an older one.
+/// Hosts with the same hash share a count, which costs them a fresh connection and nothing else.
+class ConnectionGenerations {
+public:
+    unsigned of(std::string_view host) const { return counts_[slot(host)]; }
+    void renew(std::string_view host) { ++counts_[slot(host)]; }
+
+private:
+    static constexpr std::size_t slots = 64;
+    static std::size_t slot(std::string_view host) {
+        return std::hash<std::string_view>()(host) % slots;
+    }
+
+    std::array<unsigned, slots> counts_{};
+};
+
+}  // namespace kivo::platform

@@ -1,0 +1,24 @@
+#pragma once
+
+#include <functional>
+#include <string>
+
+namespace kivo::platform {
+
+/// A concurrent queue on the shared pool that is given only barrier blocks: they run one at a time,
+/// in the order in which they came, on no fixed thread. A task launched after a block was queued
+/// finds it applied.
+class DispatchQueue {
+public:
+    explicit DispatchQueue(std::string label);
+
+    const std::string& label() const { return label_; }
+
+    /// Queues `block` and returns at once.
+    void asyncBarrier(std::function<void()> block) const;
+
+private:
+    std::string label_;
+};
+
+}  // namespace kivo::platform

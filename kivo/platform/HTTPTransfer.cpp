@@ -1,0 +1,164 @@
+#include "kivo/platform/HTTPTransfer.h"
+
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <sys/socket.h>
+
+#include <array>
+#include <chrono>
+#include <new>
+#include <utility>
+
+#include "kivo/platform/CurlError.h"
+#include "kivo/platform/Environment.h"
+#include "kivo/platform/TrustStore.h"
+
+namespace kivo::platform {
+
+namespace {
+
+constexpr long connectTimeoutMilliseconds = 10'000;
+constexpr int unacknowledgedTimeoutMilliseconds = 20'000;
+
+/// A socket that closes on exec and gives up on a peer that no longer acknowledges.
+curl_socket_t openSocket(void* /*context*/, curlsocktype /*purpose*/, curl_sockaddr* address) {
+    const int opened = socket(address->family, address->socktype | SOCK_CLOEXEC, address->protocol);
+    if (opened < 0) return CURL_SOCKET_BAD;
+    setsockopt(opened, IPPROTO_TCP, TCP_USER_TIMEOUT, &unacknowledgedTimeoutMilliseconds,
+               sizeof unacknowledgedTimeoutMilliseconds);
+    return opened;
+}
+
+/// libcurl shares a TLS connection only between transfers with the same TLS options. These three
+/// mean nothing to OpenSSL, so their combinations tell eight generations of connections apart.
+long sharingMark(unsigned generation) {
+    constexpr std::array<long, 3> inert = {CURLSSLOPT_NO_REVOKE, CURLSSLOPT_REVOKE_BEST_EFFORT,
+                                           CURLSSLOPT_AUTO_CLIENT_CERT};
+    long mark = 0;
+    for (unsigned bit = 0; bit < inert.size(); ++bit)
+        if ((generation >> bit & 1U) != 0) mark |= inert[bit];
+    return mark;
+}
+
+long idleSeconds(const URLRequest& request) {
+    return static_cast<long>(
+        std::chrono::ceil<std::chrono::seconds>(request.timeoutInterval()).count());
+}
+
+void configureTrust(CURL* easy) {
+    const TrustStore& trust = TrustStore::current();
+    if (trust.file) curl_easy_setopt(easy, CURLOPT_CAINFO, trust.file->c_str());
+    if (trust.directory) curl_easy_setopt(easy, CURLOPT_CAPATH, trust.directory->c_str());
+    if (trust.directoryAlone) curl_easy_setopt(easy, CURLOPT_CAINFO, nullptr);
+}
+
+/// Both are always set, also when empty: libcurl would ask the environment itself otherwise.
+void configureProxy(CURL* easy, const URL& url) {
+    const Environment& environment = Environment::current();
+    curl_easy_setopt(easy, CURLOPT_PROXY, environment.proxyFor(url.scheme()).c_str());
+    curl_easy_setopt(easy, CURLOPT_NOPROXY, environment.noProxy.c_str());
+}
+
+}  // namespace
+
+HTTPTransfer::HTTPTransfer(URLRequest request, Completion completion)
+    : request_(std::move(request)),
+      host_(request_.url().host() + ':' + std::to_string(request_.url().effectivePort())),
+      completion_(std::move(completion)) {}
+
+void HTTPTransfer::configure(CURL* easy, unsigned generation) {
+    curl_easy_setopt(easy, CURLOPT_URL, request_.url().absoluteString().c_str());
+    curl_easy_setopt(easy, CURLOPT_PROTOCOLS_STR, "http,https");
+    curl_easy_setopt(easy, CURLOPT_PATH_AS_IS, 1L);
+    curl_easy_setopt(easy, CURLOPT_USERAGENT, Environment::current().programName.c_str());
+    configureMethod(easy);
+    configureHeaders(easy);
+    configureConnection(easy, generation);
+
+    using Writer = std::size_t (*)(char*, std::size_t, std::size_t, void*);
+    const Writer write = [](char* bytes, std::size_t, std::size_t count, void* transfer) {
+        return static_cast<HTTPTransfer*>(transfer)->receive(bytes, count) ? count : 0;
+    };
+    curl_easy_setopt(easy, CURLOPT_WRITEFUNCTION, write);
+    curl_easy_setopt(easy, CURLOPT_WRITEDATA, this);
+    curl_easy_setopt(easy, CURLOPT_PRIVATE, this);
+}
+
+void HTTPTransfer::configureMethod(CURL* easy) const {
+    const std::string& method = request_.httpMethod();
+    const auto& body = request_.httpBody();
+    if (method == "HEAD") {
+        curl_easy_setopt(easy, CURLOPT_NOBODY, 1L);
+    } else if (body || method == "POST" || method == "PUT") {
+        curl_easy_setopt(easy, CURLOPT_POST, 1L);
+        curl_easy_setopt(easy, CURLOPT_POSTFIELDS, body ? body->data() : "");
+        curl_easy_setopt(easy, CURLOPT_POSTFIELDSIZE_LARGE,
+                         static_cast<curl_off_t>(body ? body->size() : 0));
+    }
+    curl_easy_setopt(easy, CURLOPT_CUSTOMREQUEST, method.c_str());
+}
+
+void HTTPTransfer::configureHeaders(CURL* easy) {
+    const auto append = [this](const std::string& line) {
+        curl_slist* list = curl_slist_append(headers_.get(), line.c_str());
+        if (list == nullptr) throw std::bad_alloc();
+        static_cast<void>(headers_.release());
+        headers_.reset(list);
+    };
+    for (const auto& [name, value] : request_.headerFields())
+        append(value.empty() ? name + ";" : name + ": " + value);
+    append("Expect:");
+    if (!request_.value("Content-Type")) append("Content-Type:");
+    curl_easy_setopt(easy, CURLOPT_HTTPHEADER, headers_.get());
+}
+
+void HTTPTransfer::configureConnection(CURL* easy, unsigned generation) const {
+    curl_easy_setopt(easy, CURLOPT_NOSIGNAL, 1L);
+    curl_easy_setopt(easy, CURLOPT_QUICK_EXIT,
+                     1L);  // A silent name server would hold up every transfer.
+    curl_easy_setopt(easy, CURLOPT_OPENSOCKETFUNCTION, openSocket);
+    curl_easy_setopt(easy, CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_2TLS));
+    curl_easy_setopt(easy, CURLOPT_PIPEWAIT, 1L);
+    curl_easy_setopt(easy, CURLOPT_SSL_OPTIONS, sharingMark(generation));
+    curl_easy_setopt(easy, CURLOPT_CONNECTTIMEOUT_MS, connectTimeoutMilliseconds);
+    curl_easy_setopt(easy, CURLOPT_LOW_SPEED_LIMIT, 1L);
+    curl_easy_setopt(easy, CURLOPT_LOW_SPEED_TIME, idleSeconds(request_));
+    configureTrust(easy);
+    configureProxy(easy, request_.url());
+}
+
+bool HTTPTransfer::receive(const char* bytes, std::size_t count) {
+    if (request_.discardsReplyBody()) return true;
+    bodyIsTooLarge_ = count > maximumBodySize - body_.size();
+    if (bodyIsTooLarge_) return false;
+    try {
+        body_.append(bytes, count);
+        return true;
+    } catch (const std::bad_alloc&) {  // Must not unwind through libcurl.
+        return false;
+    }
+}
+
+void HTTPTransfer::conclude(CURL* easy, CURLcode code) {
+    headers_.reset();
+    if (code != CURLE_OK) {
+        const auto error =
+            bodyIsTooLarge_ ? URLError(URLError::dataLengthExceedsMaximum) : urlError(code);
+        outcome_ = std::make_exception_ptr(error);
+        return;
+    }
+    long status = 0;
+    long version = CURL_HTTP_VERSION_NONE;
+    const char* location = nullptr;
+    curl_easy_getinfo(easy, CURLINFO_RESPONSE_CODE, &status);
+    curl_easy_getinfo(easy, CURLINFO_HTTP_VERSION, &version);
+    curl_easy_getinfo(easy, CURLINFO_REDIRECT_URL, &location);
+    isMultiplexed_ = version == CURL_HTTP_VERSION_2_0;
+    outcome_ = HTTPReply{.statusCode = static_cast<int>(status),
+                         .body = std::move(body_),
+                         .location = location != nullptr ? location : ""};
+}
+
+void HTTPTransfer::complete() { std::exchange(completion_, nullptr)(std::move(outcome_)); }
+
+}  // namespace kivo::platform

@@ -1,0 +1,70 @@
+#pragma once
+
+#include <curl/curl.h>
+
+#include <cstddef>
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "kivo/platform/Result.h"
+#include "kivo/platform/URLRequest.h"
+
+namespace kivo::platform {
+
+/// What an HTTP server answered to one request, redirects not followed.
+struct HTTPReply {
+    int statusCode;
+    Data body;             ///< Empty when the request discards it.
+    std::string location;  ///< Where a redirect points, absolute; empty for other replies.
+};
+
+/// One HTTP exchange: a request as libcurl's options, and the reply as it comes in. It is
+/// configured, carried and concluded on the network thread; its completion handler runs on the
+/// pool, once, or never after a cancel.
+class HTTPTransfer {
+public:
+    using Completion = std::function<void(Result<HTTPReply>)>;
+
+    /// Bodies beyond this end the transfer with -1103, unless the request discards them.
+    static constexpr std::size_t maximumBodySize = 16U << 20U;
+
+    HTTPTransfer(URLRequest request, Completion completion);
+
+    /// The server that is asked, as "host:port".
+    const std::string& host() const { return host_; }
+
+    /// Sets `easy` up for this exchange. `generation` sets apart the TLS connections that it may
+    /// share.
+    void configure(CURL* easy, unsigned generation);
+
+    /// Takes the outcome out of `easy`.
+    void conclude(CURL* easy, CURLcode code);
+
+    /// Whether the reply came over a connection that several transfers share.
+    bool isMultiplexed() const { return isMultiplexed_; }
+
+    /// Hands the outcome over.
+    void complete();
+
+private:
+    void configureMethod(CURL* easy) const;
+    void configureHeaders(CURL* easy);
+    void configureConnection(CURL* easy, unsigned generation) const;
+    bool receive(const char* bytes, std::size_t count);
+
+    struct HeaderListDeleter {
+        void operator()(curl_slist* list) const { curl_slist_free_all(list); }
+    };
+
+    URLRequest request_;
+    std::string host_;
+    Completion completion_;
+    std::unique_ptr<curl_slist, HeaderListDeleter> headers_;
+    Data body_;
+    bool bodyIsTooLarge_ = false;
+    bool isMultiplexed_ = false;
+    Result<HTTPReply> outcome_;
+};
+
+}  // namespace kivo::platform

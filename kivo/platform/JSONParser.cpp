@@ -1,0 +1,105 @@
+#include <algorithm>
+#include <nlohmann/json.hpp>
+
+#include "kivo/platform/DecodingError.h"
+#include "kivo/platform/JSONValue.h"
+
+namespace kivo::platform::JSON {
+
+namespace {
+
+/// Takes the parser's events and keeps what the shape asks for. Needs no stack for nested values,
+/// and no memory for what nobody reads.
+class ShapeReader : public nlohmann::json_sax<nlohmann::json> {
+public:
+    ShapeReader(Value& root, Shape shape) : next_(&root), nextShape_(shape) {}
+
+    const std::string& complaint() const { return complaint_; }
+
+    bool null() override { return put(Value::Kind::null); }
+    bool number_integer(number_integer_t) override { return put(Value::Kind::number); }
+    bool number_unsigned(number_unsigned_t) override { return put(Value::Kind::number); }
+    bool number_float(number_float_t, const string_t&) override { return put(Value::Kind::number); }
+    bool binary(binary_t&) override { return false; }
+
+    bool boolean(bool value) override {
+        if (next_ != nullptr) next_->boolean = value;
+        return put(Value::Kind::boolean);
+    }
+
+    bool string(string_t& text) override {
+        if (next_ != nullptr) next_->text = std::move(text);
+        return put(Value::Kind::text);
+    }
+
+    bool start_object(std::size_t) override { return open(Value::Kind::object); }
+    bool end_object() override { return close(); }
+    bool start_array(std::size_t) override { return open(Value::Kind::array); }
+    bool end_array() override { return close(); }
+
+    /// Makes room for the value of a key that is asked for and has not come before.
+    bool key(string_t& key) override {
+        const Level& level = open_.back();
+        const auto slot = std::ranges::find(level.shape, std::string_view(key), &Slot::key);
+        if (slot == level.shape.end() || level.object->find(slot->key) != nullptr) return true;
+        next_ = &level.object->members.emplace_back(slot->key).value;
+        nextShape_ = slot->inner;
+        return true;
+    }
+
+    bool parse_error(std::size_t position, const std::string&,
+                     const nlohmann::detail::exception&) override {
+        complaint_ = "not valid JSON at byte " + std::to_string(position);
+        return false;
+    }
+
+private:
+    struct Level {
+        Value* object;
+        Shape shape;  // Empty in what is skipped.
+    };
+
+    bool put(Value::Kind kind) {
+        if (next_ != nullptr) next_->kind = kind;
+        next_ = nullptr;
+        return true;
+    }
+
+    bool open(Value::Kind kind) {
+        if (open_.size() == maximumDepth) {
+            complaint_ = "nested too deep";
+            return false;
+        }
+        const bool isRead = next_ != nullptr && kind == Value::Kind::object;
+        open_.push_back({next_, isRead ? nextShape_ : Shape()});
+        return put(kind);
+    }
+
+    bool close() {
+        open_.pop_back();
+        return true;
+    }
+
+    Value* next_;  // Where the next value goes; null when it is not kept.
+    Shape nextShape_;
+    std::vector<Level> open_;
+    std::string complaint_;
+};
+
+[[noreturn]] void refuse(const std::string& reason) {
+    throw DecodingError(DecodingError::Kind::dataCorrupted, "", reason);
+}
+
+}  // namespace
+
+Value parse(const Data& data, Shape shape) {
+    if (data.empty()) refuse("there is no data");
+    if (data.find('\0') != Data::npos)
+        refuse("it holds a NUL byte");  // The parser would take it for the end.
+    Value root;
+    ShapeReader reader(root, shape);
+    if (!nlohmann::json::sax_parse(data, &reader)) refuse(reader.complaint());
+    return root;
+}
+
+}  // namespace kivo::platform::JSON

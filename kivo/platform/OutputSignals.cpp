@@ -1,0 +1,37 @@
+#include "kivo/platform/OutputSignals.h"
+
+#include <cerrno>
+#include <ctime>
+
+namespace kivo::platform {
+
+namespace {
+
+bool takePending(const sigset_t& signals) {
+    constexpr timespec atOnce{};
+    return sigtimedwait(&signals, nullptr, &atOnce) > 0 || errno == EINTR;
+}
+
+void leaveOutIfPending(int signal, sigset_t& signals) {
+    sigset_t pending;
+    sigpending(&pending);
+    if (sigismember(&pending, signal) == 1) sigdelset(&signals, signal);
+}
+
+}  // namespace
+
+OutputSignals::OutputSignals() noexcept {
+    sigemptyset(&drained_);
+    sigaddset(&drained_, SIGPIPE);
+    sigaddset(&drained_, SIGXFSZ);
+    pthread_sigmask(SIG_BLOCK, &drained_, &before_);
+    leaveOutIfPending(SIGPIPE, drained_);
+    leaveOutIfPending(SIGXFSZ, drained_);
+}
+
+OutputSignals::~OutputSignals() {
+    while (takePending(drained_)) continue;
+    pthread_sigmask(SIG_SETMASK, &before_, nullptr);
+}
+
+}  // namespace kivo::platform

@@ -1,0 +1,32 @@
+#pragma once
+
+#include <concepts>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <tuple>
+
+namespace kivo::platform {
+
+/// One field of a record: the name it is encoded and printed under, and where it lies.
+template <typename Owner, typename Value>
+struct Field {
+    std::string_view name;
+    Value Owner::* member;
+};
+
+template <typename Owner, typename Value>
+constexpr Field<Owner, Value> field(std::string_view name, Value Owner::* member) {
+    return {name, member};
+}
+
+/// An aggregate that lists its fields, in declaration order, as `static constexpr auto fields =
+/// std::tuple{field(…), …}`, and names its type, as it is printed, in `static std::string
+/// typeName()`. A field is a std::string, a bool, or an optional text or record.
+template <typename T>
+concept Record = requires {
+    std::tuple_size<std::remove_cvref_t<decltype(T::fields)>>::value;
+    { T::typeName() } -> std::convertible_to<std::string>;
+};
+
+}  // namespace kivo::platform

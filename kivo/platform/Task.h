@@ -1,0 +1,137 @@
+#pragma once
+
+#include <atomic>
+#include <coroutine>
+#include <exception>
+#include <memory>
+#include <optional>
+#include <utility>
+#include <variant>
+
+#include "kivo/platform/Export.h"
+
+namespace kivo::platform {
+
+template <typename T>
+class Task;
+
+namespace detail {
+
+/// What every task's promise shares: it starts when awaited, and its one waiter goes on when it has
+/// ended. A task that ends before its waiter has suspended lets the waiter go on by itself, so that
+/// a loop of such awaits needs no stack; compilers do not promise that of symmetric transfer.
+class TaskPromiseBase {
+public:
+    std::suspend_always initial_suspend() noexcept { return {}; }
+    auto final_suspend() noexcept { return ResumeWaiter{}; }
+
+    void setWaiter(std::coroutine_handle<> waiter) noexcept { waiter_ = waiter; }
+
+    /// Called by the waiter once it has suspended and by the task once it has ended: true for
+    /// whichever comes second, which then goes on with the waiter.
+    bool isSecondToArrive() noexcept { return arrived_.exchange(true, std::memory_order_acq_rel); }
+
+private:
+    struct ResumeWaiter {
+        bool await_ready() noexcept { return false; }
+        template <typename Promise>
+        void await_suspend(std::coroutine_handle<Promise> ended) noexcept {
+            TaskPromiseBase& promise = ended.promise();
+            if (promise.isSecondToArrive()) promise.waiter_.resume();
+        }
+        void await_resume() noexcept {}
+    };
+
+    std::coroutine_handle<> waiter_;
+    std::atomic<bool> arrived_{false};
+};
+
+template <typename T>
+class TaskPromise : public TaskPromiseBase {
+public:
+    Task<T> get_return_object() noexcept;
+    void return_value(T value) { outcome_.template emplace<T>(std::move(value)); }
+    void unhandled_exception() noexcept { outcome_ = std::current_exception(); }
+
+    T result() {
+        if (auto* error = std::get_if<std::exception_ptr>(&outcome_))
+            std::rethrow_exception(*error);
+        return std::get<T>(std::move(outcome_));
+    }
+
+private:
+    std::variant<std::monostate, T, std::exception_ptr> outcome_;
+};
+
+template <>
+class TaskPromise<void> : public TaskPromiseBase {
+public:
+    Task<void> get_return_object() noexcept;
+    void return_void() noexcept {}
+    void unhandled_exception() noexcept { error_ = std::current_exception(); }
+
+    void result() {
+        if (error_) std::rethrow_exception(error_);
+    }
+
+private:
+    std::exception_ptr error_;
+};
+
+}  // namespace detail
+
+/// An asynchronous operation that returns a `T` or throws. It is lazy: nothing happens until it is
+/// awaited, once, or launched. It runs on whichever thread resumes it; after a suspension that is a
+/// pool thread. Destroying a task that was never awaited drops the operation.
+template <typename T = void>
+class [[nodiscard]] Task {
+public:
+    using promise_type = detail::TaskPromise<T>;
+
+    Task(Task&& other) noexcept : handle_(std::exchange(other.handle_, nullptr)) {}
+    Task& operator=(Task&& other) noexcept {
+        std::swap(handle_, other.handle_);
+        return *this;
+    }
+    ~Task() {
+        if (handle_) handle_.destroy();
+    }
+
+    auto operator co_await() && noexcept { return Awaiter{handle_}; }
+
+private:
+    friend promise_type;
+    using Handle = std::coroutine_handle<promise_type>;
+
+    struct Awaiter {
+        Handle awaited;
+
+        bool await_ready() noexcept { return false; }
+        bool await_suspend(std::coroutine_handle<> waiter) {
+            awaited.promise().setWaiter(waiter);
+            awaited.resume();
+            return !awaited.promise().isSecondToArrive();
+        }
+        T await_resume() { return awaited.promise().result(); }
+    };
+
+    explicit Task(Handle handle) noexcept : handle_(handle) {}
+
+    Handle handle_;
+};
+
+template <typename T>
+Task<T> detail::TaskPromise<T>::get_return_object() noexcept {
+    return Task<T>(std::coroutine_handle<TaskPromise>::from_promise(*this));
+}
+
+inline Task<void> detail::TaskPromise<void>::get_return_object() noexcept {
+    return Task<void>(std::coroutine_handle<TaskPromise>::from_promise(*this));
+}
+
+/// Starts `work` on the shared pool and keeps `owner` alive until it has ended; nobody waits for
+/// it, and an error that leaves it is dropped. Throws when memory or threads cannot be had; `work`
+/// has then not begun.
+KIVO_EXPORT void launch(std::shared_ptr<const void> owner, Task<void> work);
+
+}  // namespace kivo::platform

@@ -1,0 +1,60 @@
+#pragma once
+
+#include <chrono>
+#include <functional>
+
+#include "kivo/platform/Export.h"
+
+namespace kivo::platform {
+
+/// The process's background threads, two, started on first use, and the one queue they take their
+/// work from. Any thread may call, and nothing blocks but `waitUntilIdle`. A job that throws is
+/// dropped. In a forked child every call does nothing.
+class KIVO_EXPORT TaskPool {
+public:
+    using Job = std::function<void()>;
+
+    /// Starts the threads on first use; throws std::system_error when not even one can be had.
+    static TaskPool& shared();
+
+    /// Runs `job` on a pool thread, after every barrier submitted before it.
+    void submit(Job job);
+
+    /// Runs `job` after every barrier submitted before it, and holds back what is submitted after
+    /// it until it has returned. Keep it short. It still runs when the process is about to end.
+    void submitBarrier(Job job);
+
+    /// Like `submit`, for work that makes state durable: it still runs when the process is about to
+    /// end.
+    void submitCommit(Job job);
+
+    /// Waits until no launched task is unfinished, no load runs and no commit is due, at most
+    /// `timeout`, and returns whether that was reached. Meant for a short-lived host, on a thread
+    /// of its own: on a pool thread, or from a `Console` sink, it would wait for itself.
+    bool waitUntilIdle(std::chrono::milliseconds timeout);
+
+    /// Parks the threads once commits and barriers are done, or gives up at `deadline`. For the
+    /// exit hook.
+    static void stopAll(std::chrono::steady_clock::time_point deadline);
+
+    /// Whether the calling thread belongs to the pool.
+    static bool isPoolThread() noexcept;
+
+    /// While one is alive, what its thread submits gathers in it, and is handed over together at
+    /// its end: one lock, one thread woken.
+    class Handover;
+
+    /// One unfinished piece of work that `waitUntilIdle` waits for.
+    class Activity;
+
+private:
+    enum class Kind { task, barrier, commit };
+    class State;
+
+    TaskPool();
+    void enqueue(Kind kind, Job job);
+
+    State& state_;
+};
+
+}  // namespace kivo::platform

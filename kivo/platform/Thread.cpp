@@ -1,0 +1,41 @@
+#include "kivo/platform/Thread.h"
+
+#include <pthread.h>
+
+#include <csignal>
+#include <thread>
+#include <utility>
+
+namespace kivo::platform {
+
+namespace {
+
+/// While alive, threads started here inherit a mask that blocks what belongs to the host.
+class BlockedSignals {
+public:
+    BlockedSignals() {
+        sigset_t blocked;
+        sigfillset(&blocked);
+        for (const int fault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGABRT, SIGSYS, SIGPROF})
+            sigdelset(&blocked, fault);
+        pthread_sigmask(SIG_SETMASK, &blocked, &before_);
+    }
+    ~BlockedSignals() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
+    BlockedSignals(const BlockedSignals&) = delete;
+    BlockedSignals& operator=(const BlockedSignals&) = delete;
+
+private:
+    sigset_t before_{};
+};
+
+}  // namespace
+
+void startThread(const char* name, std::function<void()> body) {
+    const BlockedSignals inherited;
+    std::thread([name, body = std::move(body)] {
+        pthread_setname_np(pthread_self(), name);
+        body();
+    }).detach();
+}
+
+}  // namespace kivo::platform

@@ -1,0 +1,12 @@
+#pragma once
+
+#include <functional>
+
+namespace kivo::platform {
+
+/// Starts a detached thread under `name` (15 characters at most). It blocks every signal but those
+/// that a fault or a profiler raises, so that the host's handlers never run on it. Throws
+/// std::system_error when the thread cannot be had.
+void startThread(const char* name, std::function<void()> body);
+
+}  // namespace kivo::platform

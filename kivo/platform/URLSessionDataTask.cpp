@@ -1,0 +1,129 @@
+#include "kivo/platform/URLSessionDataTask.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "kivo/platform/Error.h"
+#include "kivo/platform/HTTPURLProtocol.h"
+#include "kivo/platform/NetworkThread.h"
+#include "kivo/platform/Process.h"
+#include "kivo/platform/URLSession.h"
+
+namespace kivo::platform {
+
+namespace {
+
+std::exception_ptr urlError(URLError::Code code) { return std::make_exception_ptr(URLError(code)); }
+
+}  // namespace
+
+URLSessionDataTask::URLSessionDataTask(std::shared_ptr<const URLSessionConfiguration> configuration,
+                                       std::shared_ptr<OperationQueue> delegateQueue,
+                                       URLRequest request, CompletionHandler handler)
+    : configuration_(std::move(configuration)),
+      delegateQueue_(std::move(delegateQueue)),
+      request_(std::move(request)),
+      handler_(std::move(handler)) {}
+
+void URLSessionDataTask::resume() {
+    if (!Process::isOwn()) return;
+    const std::lock_guard lock(mutex_);
+    if (resumed_ || ended_) return;
+    auto unfinished = std::make_unique<TaskPool::Activity>();
+    const auto timeLimit = scheduleTimeLimit();
+    try {
+        TaskPool::shared().submit([self = shared_from_this()] { self->startLoading(); });
+    } catch (...) {
+        NetworkThread::shared().unschedule(timeLimit);
+        throw;
+    }
+    unfinished_ = std::move(unfinished);
+    timeLimit_ = timeLimit;
+    resumed_ = true;
+}
+
+TimerQueue::Timer URLSessionDataTask::scheduleTimeLimit() {
+    return NetworkThread::shared().schedule(
+        TimerQueue::Clock::now() + configuration_->timeoutIntervalForResource,
+        [self = shared_from_this()] { self->end(urlError(URLError::timedOut)); });
+}
+
+void URLSessionDataTask::startLoading() {
+    const auto protocol = makeProtocol();
+    if (adopt(protocol)) protocol->startLoading();
+}
+
+std::shared_ptr<URLProtocol> URLSessionDataTask::makeProtocol() {
+    const auto& classes = configuration_->protocolClasses;
+    const auto accepting = std::find_if(
+        classes.begin(), classes.end(),
+        [this](const URLProtocolClass& candidate) { return candidate.canInit(request_); });
+    if (accepting != classes.end())
+        return accepting->make(accepting->canonicalRequest(request_), nullptr, shared_from_this());
+
+    URLRequest request = request_;
+    request.setTimeoutInterval(
+        std::min(request.timeoutInterval(), configuration_->timeoutIntervalForRequest));
+    return std::make_shared<HTTPURLProtocol>(std::move(request), nullptr, shared_from_this());
+}
+
+/// Takes `protocol` in; false when the load has ended meanwhile.
+bool URLSessionDataTask::adopt(const std::shared_ptr<URLProtocol>& protocol) {
+    const std::lock_guard lock(mutex_);
+    if (!ended_) protocol_ = protocol;
+    return !ended_;
+}
+
+void URLSessionDataTask::cancel() { end(urlError(URLError::cancelled)); }
+
+void URLSessionDataTask::urlProtocolDidReceive(std::shared_ptr<const URLResponse> response,
+                                               CacheStoragePolicy /*policy*/) {
+    const std::lock_guard lock(mutex_);
+    if (!ended_) response_ = std::move(response);
+}
+
+void URLSessionDataTask::urlProtocolDidLoad(Data data) {
+    std::unique_lock lock(mutex_);
+    if (ended_) return;
+    if (data.size() > HTTPTransfer::maximumBodySize - data_.size()) {
+        lock.unlock();
+        return end(urlError(URLError::dataLengthExceedsMaximum));
+    }
+    if (data_.empty()) {
+        data_ = std::move(data);
+    } else {
+        data_ += data;
+    }
+}
+
+void URLSessionDataTask::urlProtocolDidFinishLoading() { end(nullptr); }
+
+void URLSessionDataTask::urlProtocolDidFailWithError(std::exception_ptr error) {
+    end(std::move(error));
+}
+
+/// The first call decides. The protocol is stopped and let go outside the lock, for it may call
+/// back.
+void URLSessionDataTask::end(std::exception_ptr error) {
+    std::shared_ptr<URLProtocol> protocol;
+    std::optional<TimerQueue::Timer> timeLimit;
+    {
+        const std::lock_guard lock(mutex_);
+        if (std::exchange(ended_, true)) return;
+        error_ = std::move(error);
+        protocol = std::exchange(protocol_, nullptr);
+        timeLimit = std::exchange(timeLimit_, std::nullopt);
+    }
+    if (timeLimit) NetworkThread::shared().unschedule(*timeLimit);
+    if (protocol) protocol->stopLoading();
+    delegateQueue_->addOperation([self = shared_from_this()] { self->complete(); });
+}
+
+void URLSessionDataTask::complete() {
+    const auto unfinished = std::move(unfinished_);
+    const auto handler = std::exchange(handler_, nullptr);
+    if (error_) return handler(std::nullopt, nullptr, error_);
+    handler(std::move(data_), std::move(response_), nullptr);
+}
+
+}  // namespace kivo::platform

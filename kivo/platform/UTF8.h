@@ -1,0 +1,23 @@
+#pragma once
+
+#include <cstddef>
+#include <string_view>
+
+namespace kivo::platform::UTF8 {
+
+/// What a text begins with: one encoded code point, or the longest part of one that is cut short or
+/// malformed.
+struct Sequence {
+    std::size_t length;
+    bool isWellFormed;
+};
+
+/// The sequence at the front of `text`, which must not be empty.
+Sequence firstSequence(std::string_view text);
+
+bool isWellFormed(std::string_view text);
+
+/// Stands for each malformed sequence when a text must be well-formed: U+FFFD.
+inline constexpr std::string_view replacementCharacter = "\xEF\xBF\xBD";
+
+}  // namespace kivo::platform::UTF8

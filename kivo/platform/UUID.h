@@ -1,0 +1,20 @@
+#pragma once
+
+#include <string>
+
+namespace kivo::platform {
+
+/// A random (version 4) identifier.
+class UUID {
+public:
+    /// Draws a new one.
+    UUID();
+
+    /// 36 characters, upper case.
+    const std::string& uuidString() const { return text_; }
+
+private:
+    std::string text_;
+};
+
+}  // namespace kivo::platform

@@ -1,0 +1,41 @@
+#pragma once
+
+#include <memory>
+
+#include "kivo/core/KivoCore.h"
+#include "kivo/platform/Guarded.h"
+#include "kivo/sdk/KivoCommunicationPlugin.h"
+
+namespace kivo {
+
+/// The one plugin: forwards every operation to the core that it holds at that moment.
+class KIVO_EXPORT KivoCommunication : public KivoCommunicationPlugin {
+public:
+    KivoConfig config() const override;
+    void setConfig(KivoConfig config) override;
+    void modifyConfig(const std::function<void(KivoConfig&)>& change) override;
+
+    /// Never empty. A core that is assigned receives later calls and is not initialised; assigning
+    /// none is ignored.
+    virtual std::shared_ptr<KivoCore> kivoCore() const;
+    virtual void setKivoCore(std::shared_ptr<KivoCore> core);
+    virtual void modifyKivoCore(const std::function<void(std::shared_ptr<KivoCore>&)>& change);
+
+    /// Makes the core, which takes the configuration over, and starts SDK authentication in the
+    /// background.
+    explicit KivoCommunication(KivoConfig config);
+
+    void setUser(std::optional<std::string> country, std::optional<std::string> phone,
+                 std::optional<std::string> email,
+                 std::optional<std::string> name) noexcept override;
+    void updateDeviceToken(std::string token) noexcept override;
+    void setNotificationPermission(bool hasPermission) noexcept override;
+    void onMessageReceived(const RemoteMessage& remoteMessage) noexcept override;
+    void unsetUser() noexcept override;
+
+private:
+    platform::Guarded<KivoConfig> config_;
+    platform::Guarded<std::shared_ptr<KivoCore>> kivoCore_;
+};
+
+}  // namespace kivo

@@ -1,0 +1,40 @@
+#include "kivo/sdk/KivoSDK.h"
+
+#include <atomic>
+#include <mutex>
+
+#include "kivo/platform/Console.h"
+#include "kivo/sdk/KivoCommunication.h"
+
+namespace kivo {
+
+namespace {
+
+using Plugin = std::shared_ptr<KivoCommunicationPlugin>;
+
+/// The one plugin. Never cleared and never destroyed: background work may outlive main().
+std::atomic<const Plugin*> kivo{nullptr};
+
+/// Makes the plugin unless another thread was faster; returns whether this call made it.
+bool makePlugin(const KivoConfig& config) {
+    static std::mutex& oneAtATime = *new std::mutex;
+    const std::lock_guard lock(oneAtATime);
+    if (kivo.load(std::memory_order_acquire) != nullptr) return false;
+    kivo.store(new Plugin(std::make_shared<KivoCommunication>(config)), std::memory_order_release);
+    return true;
+}
+
+}  // namespace
+
+std::shared_ptr<KivoCommunicationPlugin> KivoSDK::initialise(const KivoConfig& config) noexcept {
+    const bool isFirst = !instance() && makePlugin(config);
+    if (!isFirst) platform::Console::print("Kivo already initialized");
+    return instance();
+}
+
+std::shared_ptr<KivoCommunicationPlugin> KivoSDK::instance() noexcept {
+    const Plugin* plugin = kivo.load(std::memory_order_acquire);
+    return plugin == nullptr ? nullptr : *plugin;
+}
+
+}  // namespace kivo

@@ -1,0 +1,28 @@
+#pragma once
+
+#include <memory>
+
+#include "kivo/platform/Export.h"
+#include "kivo/sdk/KivoCommunicationPlugin.h"
+#include "kivo/sdk/KivoConfig.h"
+#include "kivo/sdk/RemoteMessage.h"
+
+namespace kivo {
+
+/// The entry. The host must also name itself, once, with `KIVO_BUNDLE_IDENTIFIER` from
+/// "kivo/platform/Bundle.h" or with `Bundle::setMainIdentifier`: the first request of a host
+/// without an identifier stops the process.
+class KIVO_EXPORT KivoSDK {
+public:
+    /// Makes the plugin on the first call, which starts SDK authentication in the background, and
+    /// returns it, never empty. Every later call prints "Kivo already initialized", ignores
+    /// `config` and returns the same plugin. Any threads may race.
+    static std::shared_ptr<KivoCommunicationPlugin> initialise(const KivoConfig& config) noexcept;
+
+    /// The plugin, or empty before the first `initialise`.
+    static std::shared_ptr<KivoCommunicationPlugin> instance() noexcept;
+
+    KivoSDK() = delete;
+};
+
+}  // namespace kivo

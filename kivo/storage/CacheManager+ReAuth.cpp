@@ -1,0 +1,58 @@
+// The two re-authentications. Here, and only here, the layers close into a circle: the store asks
+// the repository, whose requests pass through the interceptor, which asks the store for a fresh
+// token.
+
+#include <exception>
+#include <utility>
+
+#include "kivo/api/CoreRepository.h"
+#include "kivo/platform/Console.h"
+#include "kivo/platform/FatalError.h"
+#include "kivo/storage/CacheManager.h"
+#include "kivo/storage/SDKError.h"
+
+namespace kivo {
+
+namespace {
+
+/// The data of the awaited reply, whatever else its envelope says. A failure is printed and
+/// rethrown; a reply without data stops the process, on purpose: the backend never answers so.
+template <typename Payload>
+platform::Task<Payload> dataOf(CoreRepository::Reply<Payload> call) {
+    try {
+        auto response = co_await std::move(call);
+        if (!response) throw SDKError(SDKError::tokenFetchError);
+        co_return platform::unwrap(std::move(response->data));
+    } catch (const std::exception& error) {
+        platform::Console::print("Error refreshing token: " +
+                                 platform::localizedDescription(error));
+        throw;
+    }
+}
+
+}  // namespace
+
+platform::Task<std::string> CacheManager::reAuthSdk() {
+    auto request = getSdkAuthRequest();
+    if (!request) throw SDKError(SDKError::missingSdkParams);
+
+    CoreRepository repository;
+    auto call = dataOf(repository.authenticateSdk(*std::move(request)));
+    const auto data = co_await std::move(call);
+    saveMerchantJwtTokenTemp(data);
+    co_return data
+        .merchantToken;  // The answer's own token: the queued write may not have been applied yet.
+}
+
+platform::Task<std::string> CacheManager::reAuthUser() {
+    auto request = getUserAuthRequest();
+    if (!request) throw SDKError(SDKError::missingUserParams);
+
+    CoreRepository repository;
+    auto call = dataOf(repository.authenticateUser(*std::move(request)));
+    const auto data = co_await std::move(call);
+    saveUserJwtToken(data.userToken);
+    co_return data.userToken;
+}
+
+}  // namespace kivo

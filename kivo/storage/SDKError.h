@@ -1,0 +1,28 @@
+#pragma once
+
+#include <string>
+
+#include "kivo/platform/Error.h"
+
+namespace kivo {
+
+/// The framework's own error; only re-authentication throws it. Two are equal when their case is.
+class SDKError final : public platform::Error {
+public:
+    enum Case {
+        missingSdkParams,   ///< No saved SDK request could be read.
+        missingUserParams,  ///< No saved user request could be read.
+        tokenFetchError,    ///< The backend call returned no envelope.
+    };
+
+    explicit SDKError(Case value);
+
+    Case value() const { return value_; }
+    std::string localizedDescription() const override;
+    bool operator==(const SDKError& other) const { return value_ == other.value_; }
+
+private:
+    Case value_;
+};
+
+}  // namespace kivo

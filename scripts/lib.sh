@@ -1,0 +1,75 @@
+# Shared by the scripts of this folder and by .ci/run; sourced, never run.
+# shellcheck shell=bash
+
+root="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
+ci_mark='# ---- continuous integration ----'
+
+section() { printf '\n== %s\n' "$*"; }
+
+fail() {
+    printf 'error: %s\n' "$*" >&2
+    exit 1
+}
+
+# listed_packages library|all: the names in packages.txt, without the CI part unless all are asked for.
+listed_packages() {
+    local part="$1" line
+    while read -r line; do
+        [[ "$part" == library && "$line" == "$ci_mark" ]] && break
+        line="${line%%#*}"
+        [[ -n "${line// /}" ]] && echo "${line// /}"
+    done <"$root/packages.txt"
+}
+
+missing_packages() {
+    local package
+    for package in $(listed_packages "$1"); do
+        [[ "$(dpkg-query -W -f='${db:Status-Status}' "$package" 2>/dev/null)" == installed ]] || echo "$package"
+    done
+}
+
+as_root() {
+    if ((EUID == 0)); then
+        env DEBIAN_FRONTEND=noninteractive "$@"
+    elif command -v sudo >/dev/null; then
+        sudo env DEBIAN_FRONTEND=noninteractive "$@"
+    else
+        fail "packages must be installed and neither root nor sudo is at hand; as root, run: $*"
+    fi
+}
+
+# Stops when the packages can only be had by throwing others out.
+refuse_removals() {
+    local plan removed
+    plan="$(LC_ALL=C apt-get install --simulate --no-install-recommends "$@" 2>&1)" ||
+        fail "apt cannot install $* here:"$'\n'"$plan"
+    removed="$(awk '$1 == "Remv" { print "  " $2 }' <<<"$plan")"
+    [[ -z "$removed" ]] ||
+        fail "apt would remove the packages below to make room for: $*"$'\n'"$removed"$'\n'"Nothing was changed. Remove them yourself, or build in a container of Debian 12."
+}
+
+# install_packages library|all
+install_packages() {
+    command -v apt-get >/dev/null || fail "apt-get not found; install the equivalents of packages.txt by hand"
+    local missing
+    mapfile -t missing < <(missing_packages "$1")
+    ((${#missing[@]})) || return 0
+    section "Installing ${missing[*]}"
+    as_root apt-get -o DPkg::Lock::Timeout=120 --quiet update </dev/null ||
+        echo "warning: apt-get update failed, going on with the lists at hand" >&2
+    refuse_removals "${missing[@]}"
+    as_root apt-get -o DPkg::Lock::Timeout=120 --quiet install --yes --no-remove \
+        --no-install-recommends "${missing[@]}" </dev/null || fail "apt-get install failed"
+}
+
+# build_directory PRESET
+build_directory() { echo "$root/build/$1"; }
+
+# build PRESET [CMAKE OPTION...]: configures and builds one of the presets.
+build() {
+    local preset="$1"
+    section "Configuring $preset"
+    (cd "$root" && cmake --preset "$@" -Wno-dev) || fail "configuring $preset failed"
+    section "Building $preset"
+    cmake --build "$(build_directory "$preset")" --parallel "$(nproc)" || fail "building $preset failed"
+}
