@@ -1,0 +1,52 @@
+#pragma once
+
+#include <openssl/evp.h>
+#include <openssl/x509.h>
+
+#include <chrono>
+#include <memory>
+#include <string>
+#include <string_view>
+
+namespace kivo::backend {
+
+template <auto release>
+struct Releasing {
+    template <typename Thing>
+    void operator()(Thing* thing) const {
+        release(thing);
+    }
+};
+
+using KeyPointer = std::unique_ptr<EVP_PKEY, Releasing<EVP_PKEY_free>>;
+using CertificatePointer = std::unique_ptr<X509, Releasing<X509_free>>;
+
+/// A new P-256 key.
+KeyPointer makeKey();
+
+std::string pemOf(const X509& certificate);
+std::string pemOf(const EVP_PKEY& key);
+
+/// Empty when the text holds none.
+CertificatePointer certificateFrom(std::string_view pem);
+KeyPointer keyFrom(std::string_view pem);
+
+/// Builds one X.509 certificate in the order in which it is described, then signs it.
+class CertificateBuilder {
+public:
+    /// An issuer of nullptr makes the certificate its own issuer.
+    CertificateBuilder(const std::string& commonName, EVP_PKEY& subjectKey, X509* issuer);
+
+    CertificateBuilder& validFor(std::chrono::seconds duration);
+
+    /// The value is written as in OpenSSL's configuration files.
+    CertificateBuilder& extension(int nid, const std::string& value);
+
+    CertificatePointer sign(EVP_PKEY& issuerKey);
+
+private:
+    CertificatePointer certificate_;
+    X509* issuer_;
+};
+
+}  // namespace kivo::backend

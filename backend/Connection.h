@@ -1,0 +1,66 @@
+#pragma once
+
+#include "backend/Server.h"
+
+#include <boost/asio/awaitable.hpp>
+#include <boost/asio/ip/tcp.hpp>
+#include <boost/asio/ssl/context.hpp>
+#include <boost/beast/core/flat_buffer.hpp>
+#include <boost/beast/core/tcp_stream.hpp>
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+
+namespace kivo::backend {
+
+/// What all connections of one server share.
+struct Premises {
+    Handler handler;
+    std::function<void(const Exchange&)> finished;
+    ServerLimits limits;
+    boost::asio::ssl::context tls{boost::asio::ssl::context::tls_server};
+};
+
+/// One client's connection, from its first byte to the last. Lives on the server's thread.
+class Connection {
+public:
+    Connection(boost::asio::ip::tcp::socket socket, Premises& premises, std::uint64_t number);
+
+    /// Ends when the connection has; throws what the peer or the network did to it.
+    boost::asio::awaitable<void> serve();
+
+    /// Lets a reply go that hangs.
+    void release();
+
+private:
+    enum class Next { request, tunnel, close };
+
+    boost::asio::awaitable<Next> serveLayer();
+    boost::asio::awaitable<Next> serveTls();
+    template <typename Stream>
+    boost::asio::awaitable<Next> serveRequests(Stream& stream);
+    template <typename Stream>
+    boost::asio::awaitable<Next> serveRequest(Stream& stream);
+    template <typename Stream>
+    boost::asio::awaitable<Next> answer(Stream& stream, Request request, bool keepAlive);
+    template <typename Stream>
+    boost::asio::awaitable<bool> deliver(Stream& stream, Exchange& exchange, bool keepAlive);
+    template <typename Stream>
+    boost::asio::awaitable<Next> refuse(Stream& stream, Request request, int status);
+    boost::asio::awaitable<Next> openTunnel(std::string authority);
+    boost::asio::awaitable<void> holdBack(const Reply& reply);
+    boost::asio::awaitable<void> untilReleased();
+    boost::asio::awaitable<void> drain();
+    void limitSilence();
+
+    boost::beast::tcp_stream stream_;
+    boost::beast::flat_buffer buffer_;
+    Premises& premises_;
+    const std::uint64_t number_;
+    std::string authority_;
+    bool tls_ = false;
+    bool hanging_ = false;
+};
+
+}  // namespace kivo::backend

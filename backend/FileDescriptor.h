@@ -1,0 +1,31 @@
+#pragma once
+
+#include <filesystem>
+#include <string_view>
+
+namespace kivo::backend {
+
+/// Throws the system's last error as std::system_error, saying which file it is about.
+[[noreturn]] void throwLastError(const std::filesystem::path& file);
+
+/// Owns an open file.
+class FileDescriptor {
+public:
+    /// Takes what open(2) returned; throws std::system_error when that was a failure.
+    FileDescriptor(int number, std::filesystem::path file);
+    ~FileDescriptor();
+
+    FileDescriptor(FileDescriptor&& other) noexcept;
+    FileDescriptor& operator=(FileDescriptor&&) = delete;
+
+    int number() const { return number_; }
+
+    /// Writes the whole text or throws std::system_error.
+    void write(std::string_view text) const;
+
+private:
+    int number_;
+    std::filesystem::path file_;
+};
+
+}  // namespace kivo::backend

@@ -1,0 +1,18 @@
+#pragma once
+
+#include <chrono>
+#include <string_view>
+
+namespace kivo::backend {
+
+/// How long tokens are good for.
+struct Lifetimes {
+    std::chrono::seconds user = std::chrono::minutes(15);
+    std::chrono::seconds merchant = std::chrono::hours(1);
+};
+
+/// Reads "user=15m,merchant=1h": one or both, in seconds, minutes or hours; what is not named keeps
+/// its default. Throws std::invalid_argument with a text that shows how it is written.
+Lifetimes parseLifetimes(std::string_view text);
+
+}  // namespace kivo::backend
