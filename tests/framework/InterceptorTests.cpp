@@ -1,0 +1,182 @@
+#include "kivo/storage/CacheManager.h"
+#include "tests/framework/FrameworkTest.h"
+
+namespace kivo::tests {
+
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::SizeIs;
+
+CacheManager& store() { return CacheManager::instance(); }
+
+class InterceptorTest : public FrameworkTest {
+protected:
+    /// The bearer values of every request to `path`, a line each.
+    std::vector<std::string> bearers(std::string_view path) {
+        std::vector<std::string> found;
+        for (const auto& request : backend().requests(path)) {
+            const auto values = request.values("Authorization");
+            EXPECT_LE(values.size(), 1U) << "joined in one line";
+            found.push_back(values.empty() ? "none" : values.front());
+        }
+        return found;
+    }
+
+    static void forgetUserToken() {
+        store().saveUserJwtToken("");
+        settle();
+    }
+};
+
+TEST_F(InterceptorTest, EveryRequestCarriesTheSixIdentityHeaders) {
+    auto& plugin = pluginWithUser();
+    backend().answer("update-device-token", messageReply("ok"));
+    plugin.updateDeviceToken("t");
+    output().awaitLine("updateDeviceToken successfully: ");
+
+    const auto requests = backend().requests();
+    ASSERT_THAT(requests, SizeIs(3));
+    for (const auto& request : requests) {
+        EXPECT_THAT(request.values("Content-Type"), ElementsAre("application/json"));
+        EXPECT_THAT(request.values("x-sdk-version"), ElementsAre("1.0.0"));
+        EXPECT_THAT(request.values("x-platform"), ElementsAre("IOS"));
+        EXPECT_THAT(request.values("x-package-name"), ElementsAre("com.example.tests"));
+        EXPECT_THAT(request.values("x-unique-device-id"),
+                    ElementsAre(requests[0].header("x-unique-device-id")));
+        EXPECT_THAT(request.values("Expect"), IsEmpty());
+    }
+    EXPECT_THAT(requests[0].header("x-unique-device-id"),
+                testing::MatchesRegex("[0-9A-F]{8}(-[0-9A-F]{4}){3}-[0-9A-F]{12}"));
+    EXPECT_THAT(requests[0].values("x-session-id"), ElementsAre("")) << "empty, and yet sent";
+    EXPECT_THAT(requests[1].values("x-session-id"), ElementsAre("s-1"));
+    EXPECT_THAT(bearers(""), ElementsAre("none", "Bearer m-1", "Bearer u-1"));
+}
+
+TEST_F(InterceptorTest, SdkAuthenticationNeverRefreshes) {
+    backend().answer("sdk/authenticate", closedBeforeReply());
+    backend().answer("sdk/authenticate", refusedReply(500));
+    backend().answer("sdk/authenticate", merchantReply("m-1", "s-1"));
+    KivoSDK::initialise({.apiKey = ""});
+    EXPECT_THAT(output().awaitLine("Failed to initialize SDK: "), HasSubstr("dataCorrupted"));
+    EXPECT_THAT(bearers("sdk/authenticate"), testing::Each("none"));
+    EXPECT_THAT(output().lines("Error refreshing"), IsEmpty());
+}
+
+TEST_F(InterceptorTest, UserAuthenticationRenewsAnEmptyMerchantTokenFirst) {
+    pluginWithUser();
+    settle();
+    ASSERT_EQ(store().getMerchantJwtTokenTemp(), "");
+    backend().answer("sdk/authenticate", merchantReply("m-2", "s-2"));
+    plugin().setUser({}, {}, {}, {});
+    output().awaitLines("setUser successfully: ", 2);
+
+    EXPECT_THAT(bearers("user/authenticate"), ElementsAre("Bearer m-1", "Bearer m-2"));
+    EXPECT_THAT(output().lines("temp-token >> "),
+                ElementsAre("temp-token >> m-1", "temp-token >> "));
+    EXPECT_EQ(backend().last("user/authenticate").header("x-session-id"), "s-1")
+        << "read once a load, before the renewal";
+}
+
+TEST_F(InterceptorTest, UserAuthenticationRenewsOnceMoreOn401AndTakesTheSecondAnswerAsItIs) {
+    backend().answer("sdk/authenticate", merchantReply("m-1", "s-1"));
+    backend().answer("sdk/authenticate", merchantReply("", "s-2"));
+    backend().answer("user/authenticate", refusedReply(401));
+    plugin().setUser({}, {}, {}, {});
+    EXPECT_THAT(output().awaitLine("setUser successfully: "), HasSubstr("success: false"));
+    EXPECT_THAT(bearers("user/authenticate"), ElementsAre("Bearer m-1", "Bearer"))
+        << "one bearer value each, and the bare word for an empty token";
+    EXPECT_THAT(output().lines("temp-token >> "), SizeIs(1));
+    EXPECT_THAT(output().lines("here1>>>"), IsEmpty());
+}
+
+TEST_F(InterceptorTest, AnEmptyUserTokenIsRenewedBeforeTheRequestGoesOut) {
+    auto& plugin = pluginWithUser();
+    forgetUserToken();
+    backend().answer("sdk/authenticate", merchantReply("m-2", "s-2"));
+    backend().answer("user/authenticate", userReply("u-2"));
+    backend().answer("user/unset", messageReply("ok"));
+    plugin.unsetUser();
+    output().awaitLine("unsetUser successfully: ");
+    EXPECT_THAT(bearers("user/unset"), ElementsAre("Bearer u-2"));
+    settle();
+    EXPECT_EQ(store().getUserJwtToken(), "u-2");
+
+    forgetUserToken();
+    backend().answer("user/authenticate", userReply(""));
+    plugin.unsetUser();
+    output().awaitLines("unsetUser successfully: ", 2);
+    EXPECT_THAT(bearers("user/unset"), ElementsAre("Bearer u-2", "none")) << "renewed to nothing";
+}
+
+TEST_F(InterceptorTest, Each401RefreshesAndResendsWithOneMoreBearerValue) {
+    auto& plugin = pluginWithUser("u-1");
+    for (const char* token : {"u-2", "u-3"})
+        backend().answer("user/authenticate", userReply(token));
+    backend().answer("update-device-token", refusedReply(401));
+    backend().answer("update-device-token", refusedReply(401));
+    backend().answer("update-device-token", messageReply("at last"));
+    plugin.updateDeviceToken("push");
+    EXPECT_THAT(output().awaitLine("updateDeviceToken successfully: "), HasSubstr("at last"));
+
+    EXPECT_THAT(bearers("update-device-token"), ElementsAre("Bearer u-1", "Bearer u-1,Bearer u-2",
+                                                            "Bearer u-1,Bearer u-2,Bearer u-3"));
+    for (const auto& request : backend().requests("update-device-token")) {
+        EXPECT_EQ(request.body, R"({"deviceToken":"push"})");
+        EXPECT_EQ(request.header("x-session-id"), "s-1");
+    }
+    const std::string refused =
+        "here1>>>401 >> "
+        "Optional(\"https://localhost:8443/api/communication/user/update-device-token\")";
+    EXPECT_THAT(output().lines("here1>>>"), ElementsAre(refused, refused));
+    EXPECT_THAT(output().lines("Refreshed token found, retrying request. >>> "),
+                ElementsAre("Refreshed token found, retrying request. >>> u-2",
+                            "Refreshed token found, retrying request. >>> u-3"));
+}
+
+TEST_F(InterceptorTest, A500IsRelayedLikeA200AndATransportErrorIsAnEmptyReply) {
+    auto& plugin = pluginWithUser();
+    backend().answer("user/unset", withStatus(500, messageReply("still decodes")));
+    plugin.unsetUser();
+    EXPECT_THAT(output().awaitLine("unsetUser successfully: "), HasSubstr("still decodes"));
+
+    backend().answer("update-device-token", cutInHalf(withStatus(401, messageReply("cut"))));
+    plugin.updateDeviceToken("t");
+    EXPECT_THAT(output().awaitLine("Failed to updateDeviceToken: "), HasSubstr("dataCorrupted"));
+    EXPECT_THAT(output().lines("here1>>>"), IsEmpty()) << "a 401 whose body was cut is not a 401";
+    EXPECT_THAT(output().lines("here2>>>"), SizeIs(3));
+}
+
+TEST_F(InterceptorTest, ATokenThatCouldBreakOutOfItsLineDropsItsHeader) {
+    auto& plugin = pluginWithUser("u-1\r\nx-smuggled: 1");
+    backend().answer("user/unset", messageReply("ok"));
+    plugin.unsetUser();
+    output().awaitLine("unsetUser successfully: ");
+    EXPECT_THAT(bearers("user/unset"), ElementsAre("none"));
+    EXPECT_THAT(backend().last("user/unset").values("x-smuggled"), IsEmpty());
+}
+
+TEST_F(InterceptorTest, RedirectsWithinTheOriginKeepTheSecretsAndOthersAreTheAnswer) {
+    auto& plugin = pluginWithUser();
+    backend().answer("user/unset", redirectReply(307, "/moved"));
+    backend().answer("moved", messageReply("moved"));
+    plugin.unsetUser();
+    output().awaitLine("unsetUser successfully: ");
+    EXPECT_EQ(backend().last("moved").method, "PUT");
+    EXPECT_EQ(backend().last("moved").header("Authorization"), "Bearer u-1");
+
+    const auto stranger = backend().sibling();
+    for (const int status : {301, 302, 303, 307, 308}) {
+        backend().answer("update-device-token", redirectReply(status, stranger->url("steal")));
+        const auto before = output().lines("Failed to updateDeviceToken: ").size();
+        plugin.updateDeviceToken("secret");
+        output().awaitLines("Failed to updateDeviceToken: ", before + 1);
+    }
+    EXPECT_THAT(stranger->requests(), IsEmpty());
+}
+
+}  // namespace
+
+}  // namespace kivo::tests

@@ -1,0 +1,124 @@
+#include "kivo/network/NetworkClient.h"
+
+#include <cmath>
+#include <future>
+
+#include "kivo/api/WireModels.h"
+#include "kivo/network/URLSession+Synchronous.h"
+#include "kivo/platform/Error.h"
+#include "kivo/storage/CacheManager.h"
+#include "tests/framework/FrameworkTest.h"
+#include "tests/support/Patience.h"
+
+namespace kivo::tests {
+
+namespace {
+
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+using Envelope = ApiResponse<UnsetUserResponseData>;
+
+class NetworkClientTest : public FrameworkTest {
+protected:
+    /// Sends to the endpoint under test, as an application user whose token is "u-1", and waits.
+    platform::Result<Envelope> request(const std::string& method,
+                                       const std::optional<NetworkClient::Parameters>& parameters,
+                                       const std::string& endpoint = "custom") {
+        CacheManager::instance().saveUserJwtToken("u-1");
+        settle();
+        std::promise<platform::Result<Envelope>> outcome;
+        NetworkClient::instance().request<Envelope>(endpoint, method, parameters, [&](auto result) {
+            outcome.set_value(std::move(result));
+        });
+        auto future = outcome.get_future();
+        if (future.wait_for(patience) != std::future_status::ready)
+            throw std::runtime_error("no outcome");
+        return future.get();
+    }
+
+    static std::string error(const platform::Result<Envelope>& result) {
+        const auto* error = std::get_if<std::exception_ptr>(&result);
+        return error == nullptr ? "none" : platform::describe(*error);
+    }
+};
+
+TEST_F(NetworkClientTest, OnlyPostAndPutSpelledSoCarryABody) {
+    backend().answer("custom", messageReply("ok"));
+    for (const char* method : {"POST", "PUT", "post", "GET", "DELETE"}) {
+        EXPECT_EQ(error(request(method, NetworkClient::Parameters{{"a", 1}})), "none");
+        const auto sent = backend().last("custom");
+        const bool carries =
+            std::string_view(method) == "POST" || std::string_view(method) == "PUT";
+        EXPECT_EQ(sent.method, method);
+        EXPECT_EQ(sent.body, carries ? R"({"a":1})" : "");
+        EXPECT_EQ(sent.target, "/custom") << "no query either";
+    }
+    request("POST", std::nullopt);
+    EXPECT_EQ(backend().last("custom").header("Content-Length"), "0");
+}
+
+TEST_F(NetworkClientTest, WhatCannotBeEncodedGoesOutWithoutABody) {
+    struct Foreign {};
+    backend().answer("custom", messageReply("ok"));
+    for (const std::any& value :
+         {std::any(std::nan("")), std::any(HUGE_VAL), std::any(Foreign())}) {
+        EXPECT_EQ(error(request("POST", NetworkClient::Parameters{{"value", value}})), "none");
+        EXPECT_EQ(backend().last("custom").body, "");
+    }
+    const auto lines = output().lines("Failed to encode parameters: ");
+    EXPECT_EQ(lines.size(), 3U);
+    EXPECT_THAT(lines, testing::Each(HasSubstr("value")));
+}
+
+TEST_F(NetworkClientTest, UrlsAreTheBaseAndTheEndpointAsTheyStand) {
+    backend().answer("custom", messageReply("ok"));
+    request("POST", {}, "/custom");
+    EXPECT_EQ(backend().last("custom").target, "//custom");
+    EXPECT_EQ(output().lines("url-is: ").back(), "url-is: https://localhost:8443//custom");
+    CacheManager::instance().setProduction(true);
+    request("POST", {});
+    EXPECT_EQ(backend().last("custom").authority, "api.kivo.example:443");
+}
+
+TEST_F(NetworkClientTest, RepliesAreJudgedByTheirBodyAlone) {
+    backend().answer("custom", withStatus(500, messageReply("decodes")));
+    EXPECT_EQ(error(request("POST", {})), "none");
+    for (const char* body : {"", "<html>", R"({"success":"true","message":"x"})",
+                             R"({"success":true,"message":"x","data":{}})"}) {
+        backend().answer("custom", jsonReply(200, body));
+        EXPECT_NE(error(request("POST", {})), "none") << body;
+    }
+    backend().answer("custom",
+                     jsonReply(200, R"({"extra":[1],"message":"x","success":true,"data":null})"));
+    EXPECT_EQ(error(request("POST", {})), "none");
+}
+
+TEST_F(NetworkClientTest, ABodyBeyondTheLimitIsNotKept) {
+    backend().answer("custom", jsonReply(200, std::string(17U << 20U, ' ')));
+    EXPECT_THAT(error(request("POST", {})), HasSubstr("dataCorrupted"));
+}
+
+TEST_F(NetworkClientTest, TheSynchronousFetchWaitsAndStatesItsMisuse) {
+    GTEST_FLAG_SET(death_test_style,
+                   "threadsafe");  // A forked child of this process would do nothing.
+    backend().answer("a.txt", jsonReply(404, "text"));
+    auto& session = platform::URLSession::shared();
+    const platform::URLRequest request(*platform::URL::parse(backend().url("a.txt")));
+    const auto [data, response] = synchronousDataTask(session, request);
+    EXPECT_EQ(data, "text");
+    EXPECT_EQ(platform::httpStatusCode(response.get()), 404);
+
+    const platform::URLRequest nowhere(*platform::URL::parse("nowhere"));
+    EXPECT_DEATH(synchronousDataTask(session, nowhere), "Unexpectedly found nil");
+    const auto misuse = [&] {
+        std::promise<void> never;
+        platform::TaskPool::shared().submit([&] { synchronousDataTask(session, request); });
+        never.get_future().wait_for(patience);
+    };
+    EXPECT_DEATH(misuse(), "called on the pool");
+}
+
+}  // namespace
+
+}  // namespace kivo::tests

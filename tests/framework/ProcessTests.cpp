@@ -1,0 +1,164 @@
+#include <spawn.h>
+#include <sys/wait.h>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <array>
+#include <csignal>
+#include <cstdio>
+#include <fstream>
+#include <sstream>
+
+#include "tests/framework/FrameworkTest.h"
+
+extern char** environ;
+
+namespace kivo::tests {
+
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Not;
+using testing::SizeIs;
+
+/// Runs the test host in a process of its own, with this test's home and backend.
+class ProcessTest : public FrameworkTest {
+protected:
+    struct Ended {
+        int status;  ///< As waitpid() reports it: 0 for a normal exit.
+        std::string output;
+        std::string errors;
+    };
+
+    Ended runHost(std::vector<std::string> commands) {
+        const auto output = home().path() / "output";
+        const auto errors = home().path() / "errors";
+        posix_spawn_file_actions_t actions;
+        posix_spawn_file_actions_init(&actions);
+        constexpr int created = O_WRONLY | O_CREAT | O_TRUNC;
+        posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, output.c_str(), created, 0600);
+        posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, errors.c_str(), created, 0600);
+
+        commands.insert(commands.begin(), KIVO_TEST_HOST);
+        std::vector<char*> arguments;
+        for (auto& command : commands) arguments.push_back(command.data());
+        arguments.push_back(nullptr);
+        pid_t host = 0;
+        EXPECT_EQ(posix_spawn(&host, KIVO_TEST_HOST, &actions, nullptr, arguments.data(), environ),
+                  0);
+        posix_spawn_file_actions_destroy(&actions);
+        int status = 0;
+        waitpid(host, &status, 0);
+        return {status, contentOf(output), contentOf(errors)};
+    }
+
+    static std::string contentOf(const std::filesystem::path& file) {
+        std::stringstream content;
+        content << std::ifstream(file).rdbuf();
+        return content.str();
+    }
+
+    void scriptEverything() {
+        backend().answer("sdk/authenticate", merchantReply("m-1", "s-1"));
+        backend().answer("user/authenticate", userReply("u-1"));
+        for (const char* path :
+             {"update-device-token", "update-notification-consent", "user/unset"})
+            backend().answer(path, messageReply("ok"));
+    }
+};
+
+TEST_F(ProcessTest, StateOutlivesTheProcess) {
+    scriptEverything();
+    runHost({"name", "init", "await", "user", "await"});
+    const auto second = runHost({"name", "init", "token", "await"});
+    EXPECT_THAT(second.output, HasSubstr("updateDeviceToken successfully: "));
+    EXPECT_EQ(backend().last("update-device-token").header("Authorization"), "Bearer u-1");
+    const auto requests = backend().requests();
+    EXPECT_EQ(requests.front().header("x-unique-device-id"),
+              requests.back().header("x-unique-device-id"));
+}
+
+TEST_F(ProcessTest, AFreshStartInProductionAlwaysAsksTheProductionHostFirst) {
+    scriptEverything();
+    constexpr int starts = 25;
+    for (int start = 0; start < starts; ++start) {
+        std::filesystem::remove_all(home().path() / "state");
+        runHost({"name", "init-production", "await"});
+    }
+    EXPECT_THAT(backend().requests(), SizeIs(starts));
+    for (const auto& request : backend().requests())
+        EXPECT_EQ(request.authority, "api.kivo.example:443");
+}
+
+TEST_F(ProcessTest, EveryKindOfExitIsCleanWithWorkInFlight) {
+    scriptEverything();
+    runHost({"name", "init", "await", "user", "await"});
+    for (const char* path : {"sdk/authenticate", "user/authenticate", "update-device-token"})
+        backend().answer(path, hanging());
+    for (const char* ending : {"exit", "quick-exit", "exit-elsewhere", "0*exit"})
+        for (const char* load : {"0*token", "1*token", "40*token"}) {
+            const auto ended = runHost({"name", "init", "user", load, ending});
+            EXPECT_EQ(ended.status, 0) << ending << ' ' << load;
+            EXPECT_EQ(ended.errors, "");
+        }
+}
+
+TEST_F(ProcessTest, AForkedChildDoesNothingAndItsParentGoesOn) {
+    scriptEverything();
+    const auto ended =
+        runHost({"name", "init", "user", "20*token", "fork", "await", "token", "await"});
+    EXPECT_EQ(ended.status, 0);
+    EXPECT_THAT(ended.output, HasSubstr("child ended with 0"));
+    EXPECT_THAT(ended.output, Not(HasSubstr("already initialized")));
+    EXPECT_THAT(backend().requests("update-device-token"), SizeIs(21));
+    EXPECT_THAT(backend().requests("user/unset"), IsEmpty());
+}
+
+TEST_F(ProcessTest, AForkBeforeFirstUseLeavesTheChildWhole) {
+    scriptEverything();
+    const auto ended = runHost({"name", "fork", "everything", "await"});
+    EXPECT_THAT(ended.output, HasSubstr("child ended with 0"));
+    EXPECT_THAT(ended.output, HasSubstr("unsetUser successfully: "));
+}
+
+TEST_F(ProcessTest, ForcedUnwrapsStopTheProcess) {
+    constexpr const char* fatal =
+        "Fatal error: Unexpectedly found nil while unwrapping an Optional value\n";
+    scriptEverything();
+    const auto nameless = runHost({"init", "await"});
+    EXPECT_EQ(WTERMSIG(nameless.status), SIGABRT);
+    EXPECT_EQ(nameless.errors, fatal);
+
+    backend().answer("user/authenticate", refusedReply(200));
+    runHost({"name", "init", "await", "user", "await"});
+    const auto withoutData = runHost({"name", "init", "user", "await", "token", "await"});
+    EXPECT_EQ(WTERMSIG(withoutData.status), SIGABRT);
+    EXPECT_EQ(withoutData.errors, fatal);
+    EXPECT_THAT(withoutData.output, HasSubstr("setUser successfully: "));
+}
+
+TEST_F(ProcessTest, AThousandCallsLeaveNothingBehind) {
+    scriptEverything();
+    const auto ended = runHost({"name", "init", "user", "await", "20*token", "await", "figures",
+                                "1000*token", "await", "figures"});
+    std::vector<std::array<int, 2>> figures;
+    std::istringstream lines(ended.output);
+    for (std::string line; std::getline(lines, line);) {
+        std::array<int, 2> found{};
+        if (std::sscanf(line.c_str(), "threads %d, descriptors %d", &found[0], &found[1]) == 2)
+            figures.push_back(found);
+    }
+    ASSERT_THAT(figures, SizeIs(2));
+    constexpr int ourThreads = 3;
+    constexpr int connections = 6;
+    EXPECT_EQ(figures[0][0], ourThreads + 1);
+    EXPECT_EQ(figures[1][0], ourThreads + 1);
+    EXPECT_LE(figures[1][1], figures[0][1] + connections);
+}
+
+}  // namespace
+
+}  // namespace kivo::tests

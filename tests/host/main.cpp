@@ -1,0 +1,91 @@
+// A host application for the tests, told by its arguments what to do, one after the other.
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <map>
+#include <string>
+#include <thread>
+
+#include "kivo/platform/Bundle.h"
+#include "kivo/platform/TaskPool.h"
+#include "kivo/sdk/KivoSDK.h"
+
+namespace {
+
+using kivo::KivoSDK;
+
+void everyOperation() {
+    const auto plugin = KivoSDK::initialise({.apiKey = "key"});
+    plugin->setUser("40", "711", "ana@example.com", "Ana");
+    plugin->updateDeviceToken("t");
+    plugin->setNotificationPermission(true);
+    plugin->onMessageReceived({{"notification", {{"image", "https://localhost/a.png"}}}});
+    plugin->onMessageReceived({});
+    plugin->unsetUser();
+}
+
+/// A child of a process whose threads it does not have: every call must come back and do nothing.
+void inAForkedChild() {
+    const pid_t child = fork();
+    if (child == 0) {
+        everyOperation();
+        kivo::platform::TaskPool::shared().waitUntilIdle(std::chrono::seconds(1));
+        std::exit(0);
+    }
+    int status = 0;
+    waitpid(child, &status, 0);
+    std::cout << "child ended with " << status << std::endl;
+}
+
+void await() {
+    const bool idle = kivo::platform::TaskPool::shared().waitUntilIdle(std::chrono::seconds(60));
+    if (!idle) std::cout << "not idle" << std::endl;
+}
+
+long entriesOf(const char* folder) {
+    return std::distance(std::filesystem::directory_iterator(folder), {});
+}
+
+void printFigures() {
+    std::ifstream memory("/proc/self/smaps_rollup");
+    std::string word;
+    while (memory >> word && word != "Rss:") continue;
+    memory >> word;
+    std::cout << "threads " << entriesOf("/proc/self/task") << ", descriptors "
+              << entriesOf("/proc/self/fd") << ", resident kB " << word << std::endl;
+}
+
+const std::map<std::string, void (*)()> commands = {
+    {"name", [] { kivo::platform::Bundle::setMainIdentifier("com.example.tests"); }},
+    {"init", [] { KivoSDK::initialise({.apiKey = "key"}); }},
+    {"init-production", [] { KivoSDK::initialise({.apiKey = "key", .isProduction = true}); }},
+    {"user", [] { KivoSDK::instance()->setUser("40", "711", "ana@example.com", "Ana"); }},
+    {"token", [] { KivoSDK::instance()->updateDeviceToken("t"); }},
+    {"everything", everyOperation},
+    {"fork", inAForkedChild},
+    {"await", await},
+    {"figures", printFigures},
+    {"exit", [] { std::exit(0); }},
+    {"quick-exit", [] { std::quick_exit(0); }},
+    {"exit-elsewhere", [] { std::thread([] { std::exit(0); }).join(); }},
+};
+
+}  // namespace
+
+/// Each argument is a command, or "N*command" to repeat it.
+int main(int count, char** arguments) {
+    for (int i = 1; i < count; ++i) {
+        const std::string argument = arguments[i];
+        const auto star = argument.find('*');
+        const int times = star == std::string::npos ? 1 : std::stoi(argument);
+        const auto& command =
+            commands.at(argument.substr(star == std::string::npos ? 0 : star + 1));
+        for (int turn = 0; turn < times; ++turn) command();
+    }
+}

@@ -1,0 +1,3 @@
+extern "C" int runHost();
+
+int main() { return runHost(); }

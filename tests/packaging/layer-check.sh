@@ -1,0 +1,42 @@
+#!/usr/bin/env bash
+# The layer check accepts a good tree and names each kind of fault in a bad one.
+# usage: layer-check.sh SOURCE_ROOT
+
+set -euo pipefail
+# shellcheck source=tests/packaging/lib.sh
+source "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
+check="$1/scripts/check-layers"
+
+# tree FILE INCLUDE: a fresh tree that holds the good files and one more.
+tree() {
+    rm -rf "$scratch/tree"
+    write kivo/core/KivoCore.h kivo/api/CoreRepository.h
+    write kivo/api/CoreRepository.h kivo/sdk/KivoConfig.h
+    write 'kivo/storage/CacheManager+ReAuth.cpp' kivo/api/CoreRepository.h
+    write backend/Server.cpp backend/Server.h
+    write "$1" "$2"
+}
+
+write() {
+    mkdir -p "$scratch/tree/$(dirname "$1")"
+    printf '#include <string>\n#include "%s"\n' "$2" >"$scratch/tree/$1"
+}
+
+refuses() {
+    tree "$1" "$2"
+    expect_failure "$3" "$check" "$scratch/tree"
+}
+
+tree kivo/sdk/KivoSDK.h kivo/platform/Task.h
+expect_success "$check" "$scratch/tree"
+
+refuses kivo/platform/Task.h kivo/sdk/KivoConfig.h 'layer 0 includes kivo/sdk/KivoConfig.h of layer 1'
+refuses kivo/sdk/KivoConfig.h kivo/storage/SDKError.h 'layer 1 includes kivo/storage/SDKError.h of layer 2'
+refuses kivo/storage/CacheManager.h kivo/api/CoreRepository.h 'layer 2 includes kivo/api/CoreRepository.h of layer 4'
+refuses kivo/storage/CacheManager.cpp kivo/network/NetworkClient.h 'layer 2 includes kivo/network/NetworkClient.h of layer 3'
+refuses kivo/network/AuthInterceptor.h kivo/api/CoreRepository.h 'layer 3 includes kivo/api/CoreRepository.h of layer 4'
+refuses kivo/api/CoreRepository.cpp kivo/core/KivoCore.h 'layer 4 includes kivo/core/KivoCore.h of layer 5'
+refuses kivo/core/KivoCore.cpp kivo/sdk/KivoSDK.h 'layer 5 includes kivo/sdk/KivoSDK.h of layer 6'
+refuses kivo/core/KivoCore.cpp Task.h 'which is no file of a layer'
+refuses kivo/extras/Extra.h kivo/platform/Task.h 'belongs to no layer'
+refuses backend/Service.cpp kivo/platform/JSON.h 'the backend includes kivo/platform/JSON.h'

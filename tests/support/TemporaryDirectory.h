@@ -1,0 +1,34 @@
+#pragma once
+
+#include <cstdlib>
+#include <filesystem>
+#include <stdexcept>
+#include <string>
+#include <system_error>
+
+namespace kivo::tests {
+
+/// A fresh directory of the test's own, removed with all it holds.
+class TemporaryDirectory {
+public:
+    TemporaryDirectory() {
+        std::string name = std::filesystem::temp_directory_path() / "kivo-test-XXXXXX";
+        if (mkdtemp(name.data()) == nullptr) throw std::runtime_error("cannot make " + name);
+        path_ = name;
+    }
+
+    ~TemporaryDirectory() {
+        std::error_code ignored;
+        std::filesystem::remove_all(path_, ignored);
+    }
+
+    TemporaryDirectory(const TemporaryDirectory&) = delete;
+    TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;
+
+    const std::filesystem::path& path() const { return path_; }
+
+private:
+    std::filesystem::path path_;
+};
+
+}  // namespace kivo::tests
