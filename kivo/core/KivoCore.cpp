@@ -15,12 +15,13 @@ namespace kivo {
 using platform::Console;
 using platform::Task;
 
-namespace {
-
-struct Outcome {
+/// How a workflow's line begins, before the envelope or the error.
+struct KivoCore::Outcome {
     const char* success;
     const char* failure;
 };
+
+namespace {
 
 constexpr auto keepNothing = [](const auto& /*response*/) {};
 
@@ -37,7 +38,7 @@ void keepUserToken(const std::optional<ApiResponse<AuthUserResponseData>>& respo
 
 /// Awaits the call, keeps what must be kept, prints the outcome. Only a thrown error counts as
 /// failure; an envelope that reports no success is a reply like any other.
-template <typename Payload, typename Keep>
+template <typename Outcome, typename Payload, typename Keep>
 Task<void> workflow(Outcome text, CoreRepository::Reply<Payload> call, Keep keep) {
     try {
         const auto response = co_await std::move(call);
@@ -50,9 +51,14 @@ Task<void> workflow(Outcome text, CoreRepository::Reply<Payload> call, Keep keep
 
 }  // namespace
 
+template <typename Payload, typename Keep>
+void KivoCore::start(const Outcome& text, CoreRepository::Reply<Payload> call, Keep keep) {
+    launch(weak_from_this().lock(), workflow(text, std::move(call), std::move(keep)));
+}
+
 KivoCore::KivoCore(KivoConfig config)
     : coreRepository_(std::make_unique<CoreRepository>()), config_(std::move(config)) {
-    CacheManager::instance().setProduction(config_.get().isProduction);
+    operation([&] { CacheManager::instance().setProduction(config_.get().isProduction); });
 }
 
 KivoConfig KivoCore::config() const { return config_.get(); }
@@ -65,10 +71,9 @@ void KivoCore::initSdk() noexcept {
     operation([&] {
         const SdkAuthRequest request{.apiKey = config().apiKey};
         CacheManager::instance().saveSdkAuthRequest(request);
-        const Outcome text{.success = "SDK Initialized successfully: ",
-                           .failure = "Failed to initialize SDK: "};
-        launch(weak_from_this().lock(),
-               workflow(text, coreRepository_->authenticateSdk(request), keepSession));
+        start(
+            {.success = "SDK Initialized successfully: ", .failure = "Failed to initialize SDK: "},
+            coreRepository_->authenticateSdk(request), keepSession);
     });
 }
 
@@ -76,39 +81,33 @@ void KivoCore::setUser(std::optional<UserAuthRequest> authUserRequest) noexcept 
     operation([&] {
         const UserAuthRequest request = std::move(authUserRequest).value_or(UserAuthRequest());
         CacheManager::instance().saveUserAuthRequest(request);
-        const Outcome text{.success = "setUser successfully: ", .failure = "Failed to setUser: "};
-        launch(weak_from_this().lock(),
-               workflow(text, coreRepository_->authenticateUser(request), keepUserToken));
+        start({.success = "setUser successfully: ", .failure = "Failed to setUser: "},
+              coreRepository_->authenticateUser(request), keepUserToken);
     });
 }
 
 void KivoCore::updateDeviceToken(std::string token) noexcept {
     operation([&] {
-        const Outcome text{.success = "updateDeviceToken successfully: ",
-                           .failure = "Failed to updateDeviceToken: "};
-        launch(weak_from_this().lock(),
-               workflow(text, coreRepository_->updatedeviceToken(std::move(token)), keepNothing));
+        start({.success = "updateDeviceToken successfully: ",
+               .failure = "Failed to updateDeviceToken: "},
+              coreRepository_->updatedeviceToken(std::move(token)), keepNothing);
     });
 }
 
 /// The consent workflow reports its failure under the device token's name.
 void KivoCore::updateNotificationPermission(bool hasPermission) noexcept {
     operation([&] {
-        const Outcome text{.success = "updateNotificationPermission successfully: ",
-                           .failure = "Failed to updateDeviceToken: "};
-        launch(weak_from_this().lock(),
-               workflow(text, coreRepository_->updateNotificationPermission(hasPermission),
-                        keepNothing));
+        start({.success = "updateNotificationPermission successfully: ",
+               .failure = "Failed to updateDeviceToken: "},
+              coreRepository_->updateNotificationPermission(hasPermission), keepNothing);
     });
 }
 
 /// Names no session and forgets nothing: tokens, session id and saved requests stay as they are.
 void KivoCore::unsetUser() noexcept {
     operation([&] {
-        const Outcome text{.success = "unsetUser successfully: ",
-                           .failure = "Failed to unsetUser: "};
-        launch(weak_from_this().lock(),
-               workflow(text, coreRepository_->unsetUser(""), keepNothing));
+        start({.success = "unsetUser successfully: ", .failure = "Failed to unsetUser: "},
+              coreRepository_->unsetUser(""), keepNothing);
     });
 }
 

@@ -38,6 +38,11 @@ public:
     KivoCore& operator=(const KivoCore&) = delete;
 
 private:
+    struct Outcome;
+
+    template <typename Payload, typename Keep>
+    void start(const Outcome& text, CoreRepository::Reply<Payload> call, Keep keep);
+
     const std::unique_ptr<CoreRepository> coreRepository_;
     platform::Guarded<KivoConfig> config_;
 };

@@ -35,24 +35,24 @@ public:
 
     /// Parks the threads once commits and barriers are done, or gives up at `deadline`. For the
     /// exit hook.
-    static void stopAll(std::chrono::steady_clock::time_point deadline);
+    KIVO_HIDDEN static void stopAll(std::chrono::steady_clock::time_point deadline);
 
     /// Whether the calling thread belongs to the pool.
-    static bool isPoolThread() noexcept;
+    KIVO_HIDDEN static bool isPoolThread() noexcept;
 
     /// While one is alive, what its thread submits gathers in it, and is handed over together at
     /// its end: one lock, one thread woken.
-    class Handover;
+    class KIVO_HIDDEN Handover;
 
     /// One unfinished piece of work that `waitUntilIdle` waits for.
-    class Activity;
+    class KIVO_HIDDEN Activity;
 
 private:
     enum class Kind { task, barrier, commit };
-    class State;
+    class KIVO_HIDDEN State;
 
-    TaskPool();
-    void enqueue(Kind kind, Job job);
+    KIVO_HIDDEN TaskPool();
+    KIVO_HIDDEN void enqueue(Kind kind, Job job);
 
     State& state_;
 };
