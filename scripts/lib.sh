@@ -2,7 +2,6 @@
 # shellcheck shell=bash
 
 root="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
-ci_mark='# ---- continuous integration ----'
 
 section() { printf '\n== %s\n' "$*"; }
 
@@ -11,13 +10,15 @@ fail() {
     exit 1
 }
 
-# listed_packages library|all: the names in packages.txt, without the CI part unless all are asked for.
+# listed_packages library|tests|all: the names in packages.txt, up to the end of that part.
 listed_packages() {
     local part="$1" line
     while read -r line; do
-        [[ "$part" == library && "$line" == "$ci_mark" ]] && break
+        case "$part:$line" in
+            'library:# ---- tests ----' | 'tests:# ---- continuous integration ----') break ;;
+        esac
         line="${line%%#*}"
-        [[ -n "${line// /}" ]] && echo "${line// /}"
+        [[ -z "${line// /}" ]] || echo "${line// /}"
     done <"$root/packages.txt"
 }
 
@@ -48,7 +49,7 @@ refuse_removals() {
         fail "apt would remove the packages below to make room for: $*"$'\n'"$removed"$'\n'"Nothing was changed. Remove them yourself, or build in a container of Debian 12."
 }
 
-# install_packages library|all
+# install_packages library|tests|all
 install_packages() {
     command -v apt-get >/dev/null || fail "apt-get not found; install the equivalents of packages.txt by hand"
     local missing

@@ -29,20 +29,12 @@ std::shared_ptr<const Console::Output> currentOutput() {
     return destination().output;
 }
 
-/// Takes back what could not be written, which the host's own exit would try again, and the mark of
-/// the failure.
-void forgetFailure(bool hostKnowsOfFailures) {
-    __fpurge(stdout);
-    if (!hostKnowsOfFailures) clearerr_unlocked(stdout);
-}
-
-/// What the host has buffered goes out first, so that whatever stays behind after a failure is ours
-/// to drop.
+/// A failure that cost only our line is not left behind as a mark that the host might take for its
+/// own.
 void writeLocked(const std::string& text) {
-    const bool hasFailed = ferror_unlocked(stdout) != 0;
-    if (fflush_unlocked(stdout) != 0) return;
+    const bool isHostsToo = ferror_unlocked(stdout) != 0 || __fpending(stdout) > 0;
     const bool isWritten = fwrite_unlocked(text.data(), 1, text.size(), stdout) == text.size();
-    if (!isWritten || fflush_unlocked(stdout) != 0) forgetFailure(hasFailed);
+    if ((!isWritten || fflush_unlocked(stdout) != 0) && !isHostsToo) clearerr_unlocked(stdout);
 }
 
 void writeToStandardOutput(std::string line) {

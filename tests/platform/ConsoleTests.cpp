@@ -6,6 +6,7 @@
 #include <sys/resource.h>
 
 #include <csignal>
+#include <deque>
 #include <set>
 #include <sstream>
 #include <stdexcept>
@@ -42,7 +43,7 @@ std::multiset<std::string> linesOf(const std::string& text) {
 TEST(Console, NeverMixesLinesOfDifferentThreads) {
     const ChildProcess child([](const ChildProcess& self) {
         self.sendStandardOutput();
-        std::vector<std::jthread> threads;
+        std::deque<std::jthread> threads;
         for (int thread = 0; thread < threadCount; ++thread)
             threads.emplace_back([thread] {
                 for (int number = 0; number < linesPerThread; ++number)
@@ -85,14 +86,17 @@ void breakStandardOutput() {
     close(ends[0]);
 }
 
-/// The default disposition is in force: a signal that came through would have ended the process.
-void expectNothingLeftBehind(int signal) {
+void expectUnchanged(int signal) {
     const sigset_t pending = pendingSignals();
     EXPECT_EQ(sigismember(&pending, signal), 0);
     EXPECT_FALSE(isBlocked(signal));
     struct sigaction action{};
     sigaction(signal, nullptr, &action);
-    EXPECT_EQ(action.sa_handler, SIG_DFL);
+    EXPECT_EQ(action.sa_handler, SIG_DFL)
+        << "a signal that came through would have ended the process";
+}
+
+void expectStreamAsBefore() {
     EXPECT_EQ(std::ferror(stdout), 0);
     EXPECT_EQ(std::fflush(stdout), 0) << "something of ours was still buffered";
 }
@@ -103,7 +107,8 @@ TEST(Console, SurvivesABrokenPipe) {
         breakStandardOutput();
         Console::print("lost");
         Console::print(std::string(100'000, 'x'));
-        expectNothingLeftBehind(SIGPIPE);
+        expectUnchanged(SIGPIPE);
+        expectStreamAsBefore();
     });
 }
 
@@ -112,11 +117,14 @@ TEST(Console, SurvivesAFileSizeLimit) {
     const ChildProcess child([&](const ChildProcess&) {
         signal(SIGXFSZ, SIG_DFL);
         const auto file = directory.path() / "out";
-        dup2(open(file.c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0600), STDOUT_FILENO);
+        const int opened = open(file.c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0600);
+        ASSERT_GE(opened, 0);
+        dup2(opened, STDOUT_FILENO);
         const rlimit none{.rlim_cur = 0, .rlim_max = RLIM_INFINITY};
         ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &none), 0);
         Console::print("lost");
-        expectNothingLeftBehind(SIGXFSZ);
+        expectUnchanged(SIGXFSZ);
+        expectStreamAsBefore();
     });
 }
 

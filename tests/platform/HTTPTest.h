@@ -57,7 +57,6 @@ protected:
     }
 
     ScriptedBackend& backend() { return backend_; }
-    const std::filesystem::path& folder() const { return folder_.path(); }
 
 private:
     TemporaryDirectory folder_;

@@ -31,7 +31,7 @@ TEST_F(KeychainTest, AddsAnItemOnceAndNeverChangesIt) {
     const auto secret = "\0\xFF"s;
     EXPECT_EQ(keychain.add("service", "account", secret), Keychain::success);
     EXPECT_EQ(keychain.add("service", "account", "other"), Keychain::duplicateItem);
-    EXPECT_EQ(keychain.add("service", "empty", ""), Keychain::success);
+    EXPECT_EQ(keychain.add("service", "empty", {}), Keychain::success);
     EXPECT_EQ(keychain.copyMatching("service", "account"), secret);
     EXPECT_EQ(Keychain(file).copyMatching("service", "account"), secret);
     EXPECT_EQ(keychain.copyMatching("service", "empty"), "");
@@ -61,7 +61,7 @@ int race(const std::vector<Keychain*>& keychains) {
     std::vector<Keychain::Status> statuses(threadCount);
     std::latch start(threadCount);
     {
-        std::vector<std::jthread> threads;
+        std::deque<std::jthread> threads;
         for (std::size_t index = 0; index < threadCount; ++index)
             threads.emplace_back([&, index] {
                 start.arrive_and_wait();

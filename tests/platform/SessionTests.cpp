@@ -253,7 +253,7 @@ TEST_F(SessionTest, HandlersOfOneSessionRunOneAtATimeAndAThrowHarmsNobody) {
     EXPECT_EQ(overlapping, 0);
 }
 
-TEST_F(SessionTest, AHandlerThatBlocksHoldsUpNoOtherSession) {
+TEST_F(SessionTest, AHandlerThatBlocksHoldsUpItsOwnSessionAlone) {
     Signal blocked{0};
     Signal goOn{0};
     OddProtocol::script = [](OddProtocol& odd) { odd.finish(); };
@@ -266,17 +266,20 @@ TEST_F(SessionTest, AHandlerThatBlocksHoldsUpNoOtherSession) {
                   })
         ->resume();
     blocked.acquire();
-    EXPECT_EQ(outcome([](OddProtocol& odd) { odd.finish(); }).errorCode, 0);
+    Load heldUp(blocking, requestFor("odd:thing"));
+    heldUp.resume();
+    EXPECT_EQ(outcome(OddProtocol::script).errorCode, 0);
+    EXPECT_FALSE(heldUp.hasEnded());
     goOn.release();
-    settle();
+    EXPECT_EQ(heldUp.outcome().errorCode, 0);
 }
 
 TEST_F(SessionTest, TheDataOfAProtocolIsBounded) {
     constexpr auto limit = HTTPTransfer::maximumBodySize;
     for (const auto& [extra, code] : {std::pair(0U, 0), std::pair(1U, -1103)}) {
-        const auto outcome = this->outcome([extra = extra](OddProtocol& odd) {
+        const auto outcome = this->outcome([more = extra](OddProtocol& odd) {
             odd.load(Data(limit - 1, 'x'));
-            odd.load(Data(1 + extra, 'x'));
+            odd.load(Data(1 + more, 'x'));
             odd.finish();
         });
         EXPECT_EQ(outcome.errorCode, code);

@@ -37,15 +37,14 @@ inline void runSql(const std::filesystem::path& file, const char* sql) {
     sqlite3_close(connection);
 }
 
-/// Another process that holds the file locked for as long as this lives.
+/// Another process that has done `sql`, its transaction still open, and is killed when this ends.
 class ForeignLock {
 public:
-    explicit ForeignLock(const std::filesystem::path& file)
-        : holder_([&file](const ChildProcess& self) {
+    explicit ForeignLock(const std::filesystem::path& file, const char* sql = "BEGIN EXCLUSIVE")
+        : holder_([&](const ChildProcess& self) {
               sqlite3* connection = nullptr;
               sqlite3_open(file.c_str(), &connection);
-              EXPECT_EQ(sqlite3_exec(connection, "BEGIN EXCLUSIVE", nullptr, nullptr, nullptr),
-                        SQLITE_OK);
+              EXPECT_EQ(sqlite3_exec(connection, sql, nullptr, nullptr, nullptr), SQLITE_OK);
               self.signal();
               pause();
           }) {
@@ -62,7 +61,10 @@ private:
 
 /// Content that SQLite recognises as no database of its own, and one that it finds broken only when
 /// it looks inside.
-inline std::string noDatabase() { return std::string(4096, 'x'); }
+inline const std::string& noDatabase() {
+    static const std::string content(4096, 'x');
+    return content;
+}
 
 inline std::string brokenInside(const std::filesystem::path& database) {
     std::string content = readFile(database);

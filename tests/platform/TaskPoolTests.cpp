@@ -180,6 +180,26 @@ TEST(TaskPoolTest, WaitUntilIdleWaitsForTasksLoadsAndCommits) {
     }
 }
 
+TEST(OperationQueueTest, AnOperationWaitsForTheOneBeforeItThoughAThreadIsFree) {
+    Signal running{0};
+    Signal goOn{0};
+    Signal passed{0};
+    std::atomic<bool> second = false;
+    const auto queue = std::make_shared<OperationQueue>();
+    queue->addOperation([&] {
+        running.release();
+        goOn.acquire();
+    });
+    running.acquire();
+    queue->addOperation([&] { second = true; });
+    pool().submit([&] { passed.release(); });  // The free thread takes it up after all before it.
+    passed.acquire();
+    EXPECT_FALSE(second);
+    goOn.release();
+    settle();
+    EXPECT_TRUE(second);
+}
+
 TEST(OperationQueueTest, OperationsRunOneAtATimeInTheirOrderEvenAfterOneThrew) {
     constexpr int producers = 8;
     constexpr int rounds = 500;

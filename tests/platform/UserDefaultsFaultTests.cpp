@@ -57,13 +57,18 @@ TEST_F(UserDefaultsFaultTest, SetsADamagedFileAsideAndBeginsAFreshOne) {
     }
 }
 
-TEST_F(UserDefaultsFaultTest, SetsTheJournalAsideWithItsFile) {
-    tests::writeFile(file, tests::noDatabase());
-    tests::writeFile(beside("-journal"), std::string(600, 'j'));
+TEST_F(UserDefaultsFaultTest, SetsTheJournalOfAnUnfinishedTransactionAsideWithItsFile) {
+    {
+        const tests::ForeignLock writer(file,
+                                        "BEGIN IMMEDIATE; UPDATE defaults SET value = 'torn'");
+        ASSERT_TRUE(std::filesystem::exists(beside("-journal")));
+        tests::writeFile(file, tests::noDatabase());
+        EXPECT_EQ(stored("old"), std::nullopt);
+    }
+    EXPECT_TRUE(std::filesystem::exists(beside(".damaged-1-journal")));
+    EXPECT_FALSE(std::filesystem::exists(beside("-journal")));
     set("new", "2");
     EXPECT_EQ(stored("new"), "2");
-    EXPECT_EQ(tests::readFile(beside(".damaged-1")), tests::noDatabase());
-    EXPECT_FALSE(std::filesystem::exists(beside("-journal")));
 }
 
 TEST_F(UserDefaultsFaultTest, SetsADamageAsideThatOnlyACommitFinds) {

@@ -2,8 +2,9 @@
 
 #include <gtest/gtest.h>
 
-#include <atomic>
+#include <chrono>
 #include <cstdlib>
+#include <deque>
 #include <string>
 #include <thread>
 #include <vector>
@@ -14,6 +15,7 @@
 #include "tests/support/Patience.h"
 #include "tests/support/TemporaryDirectory.h"
 
+using namespace std::chrono_literals;
 using namespace std::string_literals;
 
 namespace kivo::platform {
@@ -33,6 +35,24 @@ protected:
     std::optional<std::string> stored(const std::string& key) {
         return UserDefaults(file, commitAtOnce).string(key);
     }
+
+    /// Writes the same number under both keys, over and over, and reports each commit.
+    void writePairs(const tests::ChildProcess& self, int first) {
+        UserDefaults defaults(file, commitAtOnce);
+        for (int count = first;; ++count) {
+            setPair(defaults, count);
+            self.signal();
+        }
+    }
+
+    static void setPair(UserDefaults& defaults, int number) {
+        defaults.update([&](Changes& changes) {
+            changes.setString("a", std::to_string(number));
+            changes.setString("b", std::to_string(number));
+        });
+    }
+
+    int storedNumber(const char* key) { return std::stoi(stored(key).value_or("0")); }
 
     tests::TemporaryDirectory directory;
     const std::filesystem::path file = directory.path() / "state" / "kivo" / "app" / "defaults.db";
@@ -128,30 +148,24 @@ TEST_F(UserDefaultsTest, WritesOnlyWhatChanged) {
 
 TEST_F(UserDefaultsTest, ShowsAnUpdateWholeOrNotAtAll) {
     UserDefaults defaults(std::nullopt, commitAtOnce);
-    std::atomic<bool> done{false};
+    const std::jthread writer([&](const std::stop_token& stop) {
+        for (int count = 1; !stop.stop_requested(); ++count) setPair(defaults, count);
+    });
     const auto number = [&](const char* key) {
         return std::stoi(defaults.string(key).value_or("0"));
     };
-    std::jthread reader([&] {
-        while (!done) {
-            const int first = number("a");
-            EXPECT_GE(number("b"), first);
-            const int second = number("b");
-            EXPECT_GE(number("a"), second);
-        }
-    });
-    for (int count = 1; count <= 2000; ++count)
-        defaults.update([&](Changes& changes) {
-            changes.setString("a", std::to_string(count));
-            changes.setString("b", std::to_string(count));
-        });
-    done = true;
+    for (int reads = 0; reads < 20'000; ++reads) {
+        const int first = number("a");
+        EXPECT_GE(number("b"), first);
+        const int second = number("b");
+        EXPECT_GE(number("a"), second);
+    }
 }
 
 TEST_F(UserDefaultsTest, LosesNoWriteOfConcurrentThreads) {
     {
         UserDefaults defaults(file, commitAtOnce);
-        std::vector<std::jthread> threads;
+        std::deque<std::jthread> threads;
         for (int thread = 0; thread < 8; ++thread)
             threads.emplace_back([&, thread] {
                 for (int count = 0; count < 20; ++count)
@@ -164,22 +178,15 @@ TEST_F(UserDefaultsTest, LosesNoWriteOfConcurrentThreads) {
 
 TEST_F(UserDefaultsTest, TornPairsDoNotSurviveKills) {
     for (int round = 0; round < 12; ++round) {
-        const int before = std::stoi(stored("a").value_or("0"));
+        const int before = storedNumber("a");
         const int acknowledged = 1 + round % 5;
-        tests::ChildProcess writer([&](const tests::ChildProcess& self) {
-            UserDefaults defaults(file, commitAtOnce);
-            for (int count = before + 1;; ++count) {
-                defaults.update([&](Changes& changes) {
-                    changes.setString("a", std::to_string(count));
-                    changes.setString("b", std::to_string(count));
-                });
-                self.signal();
-            }
-        });
+        tests::ChildProcess writer(
+            [&](const tests::ChildProcess& self) { writePairs(self, before + 1); });
         for (int count = 0; count < acknowledged; ++count) ASSERT_TRUE(writer.awaitSignal());
+        std::this_thread::sleep_for(round * 2ms);  // Spreads the kills over the next commit.
         writer.kill();
         EXPECT_EQ(stored("a"), stored("b"));
-        EXPECT_GE(std::stoi(stored("a").value_or("0")), before + acknowledged);
+        EXPECT_GE(storedNumber("a"), before + acknowledged);
     }
 }
 
