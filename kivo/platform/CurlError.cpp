@@ -8,7 +8,6 @@ URLError::Code codeFor(CURLcode code) {
     switch (code) {
         case CURLE_URL_MALFORMAT: return URLError::badURL;
         case CURLE_OPERATION_TIMEDOUT: return URLError::timedOut;
-        case CURLE_UNSUPPORTED_PROTOCOL: return URLError::unsupportedURL;
         case CURLE_COULDNT_RESOLVE_HOST:
         case CURLE_COULDNT_RESOLVE_PROXY: return URLError::cannotFindHost;
         case CURLE_COULDNT_CONNECT: return URLError::cannotConnectToHost;

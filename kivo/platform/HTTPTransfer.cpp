@@ -40,6 +40,11 @@ long sharingMark(unsigned generation) {
     return mark;
 }
 
+/// libcurl leaves out a header without a value unless it is written in a way of its own.
+bool isBlank(const std::string& value) {
+    return value.find_first_not_of(" \t\v\f") == std::string::npos;
+}
+
 long idleSeconds(const URLRequest& request) {
     return static_cast<long>(
         std::chrono::ceil<std::chrono::seconds>(request.timeoutInterval()).count());
@@ -106,7 +111,7 @@ void HTTPTransfer::configureHeaders(CURL* easy) {
         headers_.reset(list);
     };
     for (const auto& [name, value] : request_.headerFields())
-        append(value.empty() ? name + ";" : name + ": " + value);
+        append(isBlank(value) ? name + ";" : name + ": " + value);
     append("Expect:");
     if (!request_.value("Content-Type")) append("Content-Type:");
     curl_easy_setopt(easy, CURLOPT_HTTPHEADER, headers_.get());

@@ -3,14 +3,15 @@
 #include <utility>
 #include <vector>
 
+#include "kivo/platform/Export.h"
 #include "kivo/platform/TaskPool.h"
 
 namespace kivo::platform {
 
 class TaskPool::Handover {
 public:
-    Handover();
-    ~Handover();
+    KIVO_HIDDEN Handover();
+    KIVO_HIDDEN ~Handover();
     Handover(const Handover&) = delete;
     Handover& operator=(const Handover&) = delete;
 
@@ -21,8 +22,8 @@ private:
 
 class TaskPool::Activity {
 public:
-    Activity();
-    ~Activity();
+    KIVO_HIDDEN Activity();
+    KIVO_HIDDEN ~Activity();
     Activity(const Activity&) = delete;
     Activity& operator=(const Activity&) = delete;
 };

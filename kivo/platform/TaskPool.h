@@ -42,10 +42,10 @@ public:
 
     /// While one is alive, what its thread submits gathers in it, and is handed over together at
     /// its end: one lock, one thread woken.
-    class KIVO_HIDDEN Handover;
+    class Handover;
 
     /// One unfinished piece of work that `waitUntilIdle` waits for.
-    class KIVO_HIDDEN Activity;
+    class Activity;
 
 private:
     enum class Kind { task, barrier, commit };

@@ -49,8 +49,8 @@ public:
     /// Begins the load. Called once, or not at all when the load ends before it.
     virtual void startLoading() = 0;
 
-    /// Ends what is still going on: called after every load's end, on any thread, perhaps while
-    /// `startLoading` runs.
+    /// Ends what is still going on. Called after the end of every load that this object was to
+    /// serve, on any thread, perhaps while `startLoading` runs.
     virtual void stopLoading() = 0;
 
 private:
