@@ -210,7 +210,10 @@ private:
 };
 
 NetworkThread::NetworkThread() : loop_((Process::prepare(), *new Loop)) {
-    startThread("kivo-network", [this] { loop_.run(); });
+    startThread("kivo-network", [this] {
+        loop_.run();
+        parkThread();
+    });
     started = true;
 }
 

@@ -74,7 +74,10 @@ private:
 
     void startWorker(const char* name) {
         const std::lock_guard lock(mutex_);
-        startThread(name, [this] { work(); });
+        startThread(name, [this] {
+            work();
+            parkThread();
+        });
         ++workers_;
     }
 

@@ -1,6 +1,7 @@
 #include "kivo/platform/Thread.h"
 
 #include <pthread.h>
+#include <unistd.h>
 
 #include <csignal>
 #include <thread>
@@ -36,6 +37,10 @@ void startThread(const char* name, std::function<void()> body) {
         pthread_setname_np(pthread_self(), name);
         body();
     }).detach();
+}
+
+void parkThread() {
+    for (;;) pause();
 }
 
 }  // namespace kivo::platform

@@ -9,4 +9,8 @@ namespace kivo::platform {
 /// std::system_error when the thread cannot be had.
 void startThread(const char* name, std::function<void()> body);
 
+/// Where a thread waits for the end of the process. It must not return instead: what other
+/// libraries do when a thread ends would run beside their own exit handlers.
+[[noreturn]] void parkThread();
+
 }  // namespace kivo::platform
