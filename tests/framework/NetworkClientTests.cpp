@@ -94,11 +94,6 @@ TEST_F(NetworkClientTest, RepliesAreJudgedByTheirBodyAlone) {
     EXPECT_EQ(error(request("POST", {})), "none");
 }
 
-TEST_F(NetworkClientTest, ABodyBeyondTheLimitIsNotKept) {
-    backend().answer("custom", jsonReply(200, std::string(17U << 20U, ' ')));
-    EXPECT_THAT(error(request("POST", {})), HasSubstr("dataCorrupted"));
-}
-
 TEST_F(NetworkClientTest, TheSynchronousFetchWaitsAndStatesItsMisuse) {
     GTEST_FLAG_SET(death_test_style,
                    "threadsafe");  // A forked child of this process would do nothing.

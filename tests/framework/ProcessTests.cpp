@@ -1,18 +1,13 @@
-#include <spawn.h>
 #include <sys/wait.h>
-
-#include <fcntl.h>
-#include <unistd.h>
 
 #include <array>
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <fstream>
 #include <sstream>
 
 #include "tests/framework/FrameworkTest.h"
-
-extern char** environ;
 
 namespace kivo::tests {
 
@@ -33,25 +28,12 @@ protected:
         std::string errors;
     };
 
-    Ended runHost(std::vector<std::string> commands) {
+    Ended runHost(const std::string& commands) {
         const auto output = home().path() / "output";
         const auto errors = home().path() / "errors";
-        posix_spawn_file_actions_t actions;
-        posix_spawn_file_actions_init(&actions);
-        constexpr int created = O_WRONLY | O_CREAT | O_TRUNC;
-        posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, output.c_str(), created, 0600);
-        posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, errors.c_str(), created, 0600);
-
-        commands.insert(commands.begin(), KIVO_TEST_HOST);
-        std::vector<char*> arguments;
-        for (auto& command : commands) arguments.push_back(command.data());
-        arguments.push_back(nullptr);
-        pid_t host = 0;
-        EXPECT_EQ(posix_spawn(&host, KIVO_TEST_HOST, &actions, nullptr, arguments.data(), environ),
-                  0);
-        posix_spawn_file_actions_destroy(&actions);
-        int status = 0;
-        waitpid(host, &status, 0);
+        const std::string line = std::string("exec " KIVO_TEST_HOST " ") + commands + " >" +
+                                 output.string() + " 2>" + errors.string();
+        const int status = std::system(line.c_str());
         return {status, contentOf(output), contentOf(errors)};
     }
 
@@ -72,8 +54,8 @@ protected:
 
 TEST_F(ProcessTest, StateOutlivesTheProcess) {
     scriptEverything();
-    runHost({"name", "init", "await", "user", "await"});
-    const auto second = runHost({"name", "init", "token", "await"});
+    runHost("name init await user await");
+    const auto second = runHost("name init token await");
     EXPECT_THAT(second.output, HasSubstr("updateDeviceToken successfully: "));
     EXPECT_EQ(backend().last("update-device-token").header("Authorization"), "Bearer u-1");
     const auto requests = backend().requests();
@@ -86,7 +68,7 @@ TEST_F(ProcessTest, AFreshStartInProductionAlwaysAsksTheProductionHostFirst) {
     constexpr int starts = 25;
     for (int start = 0; start < starts; ++start) {
         std::filesystem::remove_all(home().path() / "state");
-        runHost({"name", "init-production", "await"});
+        runHost("name init-production await");
     }
     EXPECT_THAT(backend().requests(), SizeIs(starts));
     for (const auto& request : backend().requests())
@@ -95,12 +77,12 @@ TEST_F(ProcessTest, AFreshStartInProductionAlwaysAsksTheProductionHostFirst) {
 
 TEST_F(ProcessTest, EveryKindOfExitIsCleanWithWorkInFlight) {
     scriptEverything();
-    runHost({"name", "init", "await", "user", "await"});
+    runHost("name init await user await");
     for (const char* path : {"sdk/authenticate", "user/authenticate", "update-device-token"})
         backend().answer(path, hanging());
-    for (const char* ending : {"exit", "quick-exit", "exit-elsewhere", "0*exit"})
-        for (const char* load : {"0*token", "1*token", "40*token"}) {
-            const auto ended = runHost({"name", "init", "user", load, ending});
+    for (const std::string ending : {"exit", "quick-exit", "exit-elsewhere", "0:exit"})
+        for (const std::string load : {"0:token", "1:token", "40:token"}) {
+            const auto ended = runHost("name init user " + load + " " + ending);
             EXPECT_EQ(ended.status, 0) << ending << ' ' << load;
             EXPECT_EQ(ended.errors, "");
         }
@@ -108,8 +90,7 @@ TEST_F(ProcessTest, EveryKindOfExitIsCleanWithWorkInFlight) {
 
 TEST_F(ProcessTest, AForkedChildDoesNothingAndItsParentGoesOn) {
     scriptEverything();
-    const auto ended =
-        runHost({"name", "init", "user", "20*token", "fork", "await", "token", "await"});
+    const auto ended = runHost("name init user 20:token fork await token await");
     EXPECT_EQ(ended.status, 0);
     EXPECT_THAT(ended.output, HasSubstr("child ended with 0"));
     EXPECT_THAT(ended.output, Not(HasSubstr("already initialized")));
@@ -119,7 +100,7 @@ TEST_F(ProcessTest, AForkedChildDoesNothingAndItsParentGoesOn) {
 
 TEST_F(ProcessTest, AForkBeforeFirstUseLeavesTheChildWhole) {
     scriptEverything();
-    const auto ended = runHost({"name", "fork", "everything", "await"});
+    const auto ended = runHost("name fork everything await");
     EXPECT_THAT(ended.output, HasSubstr("child ended with 0"));
     EXPECT_THAT(ended.output, HasSubstr("unsetUser successfully: "));
 }
@@ -128,13 +109,13 @@ TEST_F(ProcessTest, ForcedUnwrapsStopTheProcess) {
     constexpr const char* fatal =
         "Fatal error: Unexpectedly found nil while unwrapping an Optional value\n";
     scriptEverything();
-    const auto nameless = runHost({"init", "await"});
+    const auto nameless = runHost("init await");
     EXPECT_EQ(WTERMSIG(nameless.status), SIGABRT);
     EXPECT_EQ(nameless.errors, fatal);
 
     backend().answer("user/authenticate", refusedReply(200));
-    runHost({"name", "init", "await", "user", "await"});
-    const auto withoutData = runHost({"name", "init", "user", "await", "token", "await"});
+    runHost("name init await user await");
+    const auto withoutData = runHost("name init user await token await");
     EXPECT_EQ(WTERMSIG(withoutData.status), SIGABRT);
     EXPECT_EQ(withoutData.errors, fatal);
     EXPECT_THAT(withoutData.output, HasSubstr("setUser successfully: "));
@@ -142,8 +123,8 @@ TEST_F(ProcessTest, ForcedUnwrapsStopTheProcess) {
 
 TEST_F(ProcessTest, AThousandCallsLeaveNothingBehind) {
     scriptEverything();
-    const auto ended = runHost({"name", "init", "user", "await", "20*token", "await", "figures",
-                                "1000*token", "await", "figures"});
+    const auto ended =
+        runHost("name init user await 20:token await figures 1000:token await figures");
     std::vector<std::array<int, 2>> figures;
     std::istringstream lines(ended.output);
     for (std::string line; std::getline(lines, line);) {
@@ -152,10 +133,10 @@ TEST_F(ProcessTest, AThousandCallsLeaveNothingBehind) {
             figures.push_back(found);
     }
     ASSERT_THAT(figures, SizeIs(2));
-    constexpr int ourThreads = 3;
+    constexpr int threads = 3;
     constexpr int connections = 6;
-    EXPECT_EQ(figures[0][0], ourThreads + 1);
-    EXPECT_EQ(figures[1][0], ourThreads + 1);
+    EXPECT_EQ(figures[0][0], threads);
+    EXPECT_EQ(figures[1][0], threads);
     EXPECT_LE(figures[1][1], figures[0][1] + connections);
 }
 

@@ -3,6 +3,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdlib>
 #include <filesystem>
@@ -48,17 +49,22 @@ void await() {
     if (!idle) std::cout << "not idle" << std::endl;
 }
 
-long entriesOf(const char* folder) {
-    return std::distance(std::filesystem::directory_iterator(folder), {});
+template <typename Counts>
+long entriesOf(const char* folder, Counts counts) {
+    const std::filesystem::directory_iterator entries(folder);
+    return std::count_if(begin(entries), end(entries), counts);
+}
+
+/// Kivo's threads are the ones that are not named after the program.
+bool isKivoThread(const std::filesystem::directory_entry& thread) {
+    std::string name;
+    std::ifstream(thread.path() / "comm") >> name;
+    return !name.starts_with("kivo-test-host");
 }
 
 void printFigures() {
-    std::ifstream memory("/proc/self/smaps_rollup");
-    std::string word;
-    while (memory >> word && word != "Rss:") continue;
-    memory >> word;
-    std::cout << "threads " << entriesOf("/proc/self/task") << ", descriptors "
-              << entriesOf("/proc/self/fd") << ", resident kB " << word << std::endl;
+    std::cout << "threads " << entriesOf("/proc/self/task", isKivoThread) << ", descriptors "
+              << entriesOf("/proc/self/fd", [](const auto&) { return true; }) << std::endl;
 }
 
 const std::map<std::string, void (*)()> commands = {
@@ -78,14 +84,14 @@ const std::map<std::string, void (*)()> commands = {
 
 }  // namespace
 
-/// Each argument is a command, or "N*command" to repeat it.
+/// Each argument is a command, or "N:command" to repeat it.
 int main(int count, char** arguments) {
     for (int i = 1; i < count; ++i) {
         const std::string argument = arguments[i];
-        const auto star = argument.find('*');
-        const int times = star == std::string::npos ? 1 : std::stoi(argument);
+        const auto colon = argument.find(':');
+        const int times = colon == std::string::npos ? 1 : std::stoi(argument);
         const auto& command =
-            commands.at(argument.substr(star == std::string::npos ? 0 : star + 1));
+            commands.at(argument.substr(colon == std::string::npos ? 0 : colon + 1));
         for (int turn = 0; turn < times; ++turn) command();
     }
 }
