@@ -1,5 +1,10 @@
+#include <condition_variable>
+#include <mutex>
+
+#include "kivo/network/AuthInterceptor.h"
 #include "kivo/storage/CacheManager.h"
 #include "tests/framework/FrameworkTest.h"
+#include "tests/support/Patience.h"
 
 namespace kivo::tests {
 
@@ -11,6 +16,38 @@ using testing::IsEmpty;
 using testing::SizeIs;
 
 CacheManager& store() { return CacheManager::instance(); }
+
+/// Notes what an interceptor tells the loading system, in order.
+class RecordingClient : public platform::URLProtocolClient {
+public:
+    using Response = std::shared_ptr<const platform::URLResponse>;
+
+    void urlProtocolDidReceive(Response /*response*/,
+                               platform::CacheStoragePolicy policy) override {
+        add(policy == platform::CacheStoragePolicy::notAllowed ? "response" : "cached");
+    }
+    void urlProtocolDidLoad(platform::Data /*data*/) override { add("data"); }
+    void urlProtocolDidFinishLoading() override { add("finish"); }
+    void urlProtocolDidFailWithError(std::exception_ptr /*error*/) override { add("error"); }
+
+    std::vector<std::string> awaitFinish() {
+        std::unique_lock lock(mutex_);
+        added_.wait_for(lock, patience,
+                        [&] { return !calls_.empty() && calls_.back() == "finish"; });
+        return std::exchange(calls_, {});
+    }
+
+private:
+    void add(const char* call) {
+        const std::lock_guard lock(mutex_);
+        calls_.emplace_back(call);
+        added_.notify_all();
+    }
+
+    std::mutex mutex_;
+    std::condition_variable added_;
+    std::vector<std::string> calls_;
+};
 
 class InterceptorTest : public FrameworkTest {
 protected:
@@ -24,6 +61,13 @@ protected:
         }
         return found;
     }
+
+    auto interceptorOf(const std::string& path) {
+        return std::make_shared<AuthInterceptor>(
+            platform::URLRequest(*platform::URL::parse(backend().url(path))), nullptr, client_);
+    }
+
+    const std::shared_ptr<RecordingClient> client_ = std::make_shared<RecordingClient>();
 
     static void forgetUserToken() {
         store().saveUserJwtToken("");
@@ -175,6 +219,33 @@ TEST_F(InterceptorTest, RedirectsWithinTheOriginKeepTheSecretsAndOthersAreTheAns
         output().awaitLines("Failed to updateDeviceToken: ", before + 1);
     }
     EXPECT_THAT(stranger->requests(), IsEmpty());
+}
+
+TEST_F(InterceptorTest, RelaysDataBeforeTheResponseButForUserAuthentication) {
+    pluginWithUser();
+    backend().answer("plain", messageReply("ok"));
+    const auto plain = interceptorOf("plain");
+    plain->startLoading();
+    EXPECT_THAT(client_->awaitFinish(), ElementsAre("data", "response", "finish"));
+    const auto user = interceptorOf("user/authenticate");
+    user->startLoading();
+    EXPECT_THAT(client_->awaitFinish(), ElementsAre("response", "data", "finish"));
+    backend().answer("cut", closedBeforeReply());
+    const auto cut = interceptorOf("cut");
+    cut->startLoading();
+    EXPECT_THAT(client_->awaitFinish(), ElementsAre("finish")) << "errors are never passed on";
+}
+
+TEST_F(InterceptorTest, AnInterceptorStartedAgainAfterAFailedRenewalSendsWithoutAToken) {
+    plugin();
+    backend().answer("plain", messageReply("ok"));
+    const auto interceptor = interceptorOf("plain");
+    interceptor->startLoading();
+    output().awaitLine("Error during async operations: missingUserParams");
+    EXPECT_THAT(backend().requests("plain"), IsEmpty());
+    interceptor->startLoading();
+    EXPECT_THAT(client_->awaitFinish(), ElementsAre("data", "response", "finish"));
+    EXPECT_THAT(bearers("plain"), ElementsAre("none"));
 }
 
 }  // namespace
