@@ -68,7 +68,7 @@ void KivoCore::modifyConfig(const std::function<void(KivoConfig&)>& change) {
 }
 
 void KivoCore::initSdk() noexcept {
-    operation([&] {
+    backgroundOperation([&] {
         const SdkAuthRequest request{.apiKey = config().apiKey};
         CacheManager::instance().saveSdkAuthRequest(request);
         start(
@@ -78,7 +78,7 @@ void KivoCore::initSdk() noexcept {
 }
 
 void KivoCore::setUser(std::optional<UserAuthRequest> authUserRequest) noexcept {
-    operation([&] {
+    backgroundOperation([&] {
         const UserAuthRequest request = std::move(authUserRequest).value_or(UserAuthRequest());
         CacheManager::instance().saveUserAuthRequest(request);
         start({.success = "setUser successfully: ", .failure = "Failed to setUser: "},
@@ -87,7 +87,7 @@ void KivoCore::setUser(std::optional<UserAuthRequest> authUserRequest) noexcept 
 }
 
 void KivoCore::updateDeviceToken(std::string token) noexcept {
-    operation([&] {
+    backgroundOperation([&] {
         start({.success = "updateDeviceToken successfully: ",
                .failure = "Failed to updateDeviceToken: "},
               coreRepository_->updatedeviceToken(std::move(token)), keepNothing);
@@ -96,7 +96,7 @@ void KivoCore::updateDeviceToken(std::string token) noexcept {
 
 /// The consent workflow reports its failure under the device token's name.
 void KivoCore::updateNotificationPermission(bool hasPermission) noexcept {
-    operation([&] {
+    backgroundOperation([&] {
         start({.success = "updateNotificationPermission successfully: ",
                .failure = "Failed to updateDeviceToken: "},
               coreRepository_->updateNotificationPermission(hasPermission), keepNothing);
@@ -105,7 +105,7 @@ void KivoCore::updateNotificationPermission(bool hasPermission) noexcept {
 
 /// Names no session and forgets nothing: tokens, session id and saved requests stay as they are.
 void KivoCore::unsetUser() noexcept {
-    operation([&] {
+    backgroundOperation([&] {
         start({.success = "unsetUser successfully: ", .failure = "Failed to unsetUser: "},
               coreRepository_->unsetUser(""), keepNothing);
     });

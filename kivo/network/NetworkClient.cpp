@@ -30,13 +30,13 @@ platform::URLSessionConfiguration sessionConfiguration() {
     return configuration;
 }
 
-std::exception_ptr error(const char* domain) {
+std::exception_ptr clientError(const char* domain) {
     return std::make_exception_ptr(NSError(domain, -1));
 }
 
 Result<Data> body(std::optional<Data> data, std::exception_ptr error) {
     if (error) return error;
-    if (!data) return kivo::error("No data");
+    if (!data) return clientError("No data");
     return *std::move(data);
 }
 
@@ -66,7 +66,7 @@ NetworkClient& NetworkClient::instance() {
 void NetworkClient::load(const std::string& endpoint, const std::string& method,
                          const std::optional<Parameters>& parameters, Completion<Data> completion) {
     const auto request = createRequest(endpoint, method, parameters);
-    if (!request) return completion(error("Invalid Request"));
+    if (!request) return completion(clientError("Invalid Request"));
 
     session_
         .dataTask(*request,

@@ -45,6 +45,12 @@ bool isBlank(const std::string& value) {
     return value.find_first_not_of(" \t\v\f") == std::string::npos;
 }
 
+/// The program's name, which whoever starts the program chooses freely.
+std::string userAgent() {
+    const std::string& name = Environment::current().programName;
+    return isHTTPToken(name) ? name : "unnamed";
+}
+
 long idleSeconds(const URLRequest& request) {
     return static_cast<long>(
         std::chrono::ceil<std::chrono::seconds>(request.timeoutInterval()).count());
@@ -75,7 +81,7 @@ void HTTPTransfer::configure(CURL* easy, unsigned generation) {
     curl_easy_setopt(easy, CURLOPT_URL, request_.url().absoluteString().c_str());
     curl_easy_setopt(easy, CURLOPT_PROTOCOLS_STR, "http,https");
     curl_easy_setopt(easy, CURLOPT_PATH_AS_IS, 1L);
-    curl_easy_setopt(easy, CURLOPT_USERAGENT, Environment::current().programName.c_str());
+    curl_easy_setopt(easy, CURLOPT_USERAGENT, userAgent().c_str());
     configureMethod(easy);
     configureHeaders(easy);
     configureConnection(easy, generation);

@@ -30,7 +30,11 @@ void HTTPURLProtocol::send(const URLRequest& request) {
     if (const auto error = refusal(request)) return fail(std::make_exception_ptr(*error));
 
     auto ended = [self = self(), request](Result<HTTPReply> outcome) {
-        self->transferEnded(request, std::move(outcome));
+        try {
+            self->transferEnded(request, std::move(outcome));
+        } catch (...) {
+            self->fail(std::current_exception());
+        }
     };
     auto transfer = std::make_shared<HTTPTransfer>(request, std::move(ended));
     const std::lock_guard lock(mutex_);

@@ -66,11 +66,10 @@ public:
 
     void run() {
         while (takeWork()) {
-            for (auto& command : std::exchange(takenCommands_, {})) carryOut(std::move(command));
-            for (auto& job : std::exchange(dueJobs_, {})) TaskPool::shared().submit(std::move(job));
+            attempt([this] { carryOutAll(); });
             int running = 0;
             curl_multi_perform(multi_, &running);
-            collectEnded();
+            attempt([this] { collectEnded(); });
             curl_multi_poll(multi_, nullptr, 0, millisecondsToSleep(), nullptr);
         }
     }
@@ -97,6 +96,16 @@ private:
         return false;
     }
 
+    /// Without memory a step is left out: time limits end what it leaves behind, and the host goes
+    /// on.
+    template <typename Step>
+    static void attempt(const Step& step) noexcept {
+        try {
+            step();
+        } catch (...) {
+        }
+    }
+
     int millisecondsToSleep() {
         const std::lock_guard lock(mutex_);
         const auto earliest = timers_.earliest();
@@ -104,6 +113,11 @@ private:
         const auto left =
             std::chrono::ceil<std::chrono::milliseconds>(*earliest - TimerQueue::Clock::now());
         return static_cast<int>(std::clamp<long long>(left.count(), 0, INT_MAX));
+    }
+
+    void carryOutAll() {
+        for (auto& command : std::exchange(takenCommands_, {})) carryOut(std::move(command));
+        for (auto& job : std::exchange(dueJobs_, {})) TaskPool::shared().submit(std::move(job));
     }
 
     void carryOut(Command command) {
@@ -116,19 +130,19 @@ private:
 
     void begin(std::shared_ptr<HTTPTransfer> transfer) {
         CURL* easy = takeHandle();
-        const CURLcode failure = prepare(easy, transfer);
-        if (failure != CURLE_OK) return conclude(easy, std::move(transfer), failure);
+        if (!prepare(easy, transfer))
+            return conclude(easy, std::move(transfer), CURLE_OUT_OF_MEMORY);
         active_.emplace(easy, std::move(transfer));
-        curl_multi_add_handle(multi_, easy);
     }
 
-    CURLcode prepare(CURL* easy, const std::shared_ptr<HTTPTransfer>& transfer) {
-        if (easy == nullptr) return CURLE_OUT_OF_MEMORY;
+    /// False when there is no memory for it.
+    bool prepare(CURL* easy, const std::shared_ptr<HTTPTransfer>& transfer) {
+        if (easy == nullptr) return false;
         try {
             transfer->configure(easy, generations_.of(transfer->host()));
-            return CURLE_OK;
+            return curl_multi_add_handle(multi_, easy) == CURLM_OK;
         } catch (const std::bad_alloc&) {
-            return CURLE_OUT_OF_MEMORY;
+            return false;
         }
     }
 

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <cstdint>
 #include <cstdlib>
 
 #include "kivo/platform/Environment.h"
@@ -28,6 +29,16 @@ void endProcess() {
     TaskPool::stopAll(deadline);
 }
 
+/// A transfer may still be at work when the exit hook gives up waiting for it, in the midst of a
+/// handshake say; OpenSSL must not be torn down under it. Has no effect where the host has started
+/// OpenSSL before.
+void keepOpenSSLToTheEnd() {
+    using Initialise = int (*)(std::uint64_t options, const void* settings);
+    constexpr std::uint64_t withoutExitHandler = 0x00080000;  // OPENSSL_INIT_NO_ATEXIT
+    if (auto* symbol = dlsym(RTLD_DEFAULT, "OPENSSL_init_crypto"))
+        reinterpret_cast<Initialise>(symbol)(withoutExitHandler, nullptr);
+}
+
 /// A host that closes the plug-in which brought us would otherwise unmap the code our threads run.
 void pinLibrary() {
     Dl_info ours{};
@@ -38,6 +49,7 @@ void pinLibrary() {
 bool prepareOnce() {
     owner = getpid();
     Environment::current();
+    keepOpenSSLToTheEnd();
     curl_global_init(CURL_GLOBAL_DEFAULT);
     std::atexit(
         endProcess);  // After libcurl's start: the hook runs before OpenSSL's own exit handler.

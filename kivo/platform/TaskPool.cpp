@@ -1,6 +1,7 @@
 #include "kivo/platform/TaskPool.h"
 
 #include <algorithm>
+#include <atomic>
 #include <condition_variable>
 #include <deque>
 #include <mutex>
@@ -55,8 +56,10 @@ public:
     }
 
     bool waitUntilIdle(std::chrono::milliseconds timeout) {
+        constexpr std::chrono::milliseconds longest = std::chrono::hours(24 * 365);
         std::unique_lock lock(mutex_);
-        return changed_.wait_for(lock, timeout, [this] { return unfinished_ == 0; });
+        return changed_.wait_for(lock, std::min(timeout, longest),
+                                 [this] { return unfinished_ == 0; });
     }
 
     void stop(std::chrono::steady_clock::time_point deadline) {
@@ -118,6 +121,7 @@ private:
             endActivityLocked();
         }
         --workers_;
+        ready_.notify_all();  // The other one may have waited for a barrier of this one's.
         changed_.notify_all();
     }
 

@@ -6,7 +6,7 @@ namespace kivo::platform {
 
 namespace {
 
-constexpr std::size_t multiplexedLimit = 100;
+constexpr std::size_t multiplexedLimit = 24;
 
 }  // namespace
 
@@ -27,7 +27,7 @@ std::vector<TransferQueue::Transfer> TransferQueue::ended(const std::string& nam
     const auto found = hosts_.find(name);
     Host& host = found->second;
     --host.running;
-    if (isMultiplexed) host.limit = multiplexedLimit;
+    host.limit = isMultiplexed ? multiplexedLimit : separateLimit;
     for (; host.running < host.limit && !host.waiting.empty(); ++host.running) {
         next.push_back(std::move(host.waiting.front()));
         host.waiting.pop_front();

@@ -10,7 +10,7 @@
 
 namespace kivo::platform {
 
-/// Decides which transfers run: six at a time to one host, or a hundred once it has answered over a
+/// Decides which transfers run: six at a time to one host, or 24 once it has answered over a
 /// connection that it shares among them. The others wait their turn here and not inside libcurl,
 /// whose own waiting list can miss a connection that has become free and leave a transfer waiting
 /// until the next time limit.
@@ -28,9 +28,11 @@ public:
     bool withdraw(const Transfer& transfer);
 
 private:
+    static constexpr std::size_t separateLimit = 6;
+
     struct Host {
         std::size_t running = 0;
-        std::size_t limit = 6;
+        std::size_t limit = separateLimit;
         std::deque<Transfer> waiting;
     };
 

@@ -46,7 +46,8 @@ public:
     const CachedURLResponse* cachedResponse() const { return cachedResponse_; }
     URLProtocolClient& client() const { return *client_; }
 
-    /// Begins the load. Called once, or not at all when the load ends before it.
+    /// Begins the load. Called at most once, and perhaps after `stopLoading`: there is nothing left
+    /// to begin then.
     virtual void startLoading() = 0;
 
     /// Ends what is still going on. Called after the end of every load that this object was to

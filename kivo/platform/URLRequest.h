@@ -29,7 +29,7 @@ public:
     const std::optional<Data>& httpBody() const { return httpBody_; }
     void setHTTPBody(std::optional<Data> body) { httpBody_ = std::move(body); }
 
-    /// How long the transfer may be idle.
+    /// How long the transfer may be idle, or slower than a byte a second.
     std::chrono::milliseconds timeoutInterval() const { return timeoutInterval_; }
     void setTimeoutInterval(std::chrono::milliseconds interval) { timeoutInterval_ = interval; }
 

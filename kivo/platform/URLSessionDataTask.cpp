@@ -49,8 +49,12 @@ TimerQueue::Timer URLSessionDataTask::scheduleTimeLimit() {
 }
 
 void URLSessionDataTask::startLoading() {
-    const auto protocol = makeProtocol();
-    if (adopt(protocol)) protocol->startLoading();
+    try {
+        const auto protocol = makeProtocol();
+        if (adopt(protocol)) protocol->startLoading();
+    } catch (...) {
+        end(std::current_exception());
+    }
 }
 
 std::shared_ptr<URLProtocol> URLSessionDataTask::makeProtocol() {
@@ -114,9 +118,9 @@ void URLSessionDataTask::end(std::exception_ptr error) {
         protocol = std::exchange(protocol_, nullptr);
         timeLimit = std::exchange(timeLimit_, std::nullopt);
     }
+    delegateQueue_->addOperation([self = shared_from_this()] { self->complete(); });
     if (timeLimit) NetworkThread::shared().unschedule(*timeLimit);
     if (protocol) protocol->stopLoading();
-    delegateQueue_->addOperation([self = shared_from_this()] { self->complete(); });
 }
 
 void URLSessionDataTask::complete() {

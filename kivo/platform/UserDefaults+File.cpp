@@ -7,6 +7,14 @@
 
 namespace kivo::platform {
 
+namespace {
+
+bool holdsNothing(Database& database) {
+    return !database.prepare("SELECT 1 FROM defaults LIMIT 1").step();
+}
+
+}  // namespace
+
 void UserDefaults::load() {
     std::call_once(loaded_, [this] { readFile(); });
 }
@@ -58,11 +66,12 @@ bool UserDefaults::giveBack(Edits edits) {
 }
 
 bool UserDefaults::write(const Edits& edits) {
-    const auto writeAll = [&edits](Database& database) {
+    const auto writeAll = [&](Database& database) {
+        const Edits wanted = holdsNothing(database) ? wholeTable() : edits;
         Statement set =
             database.prepare("INSERT OR REPLACE INTO defaults (key, value) VALUES (?, ?)");
         Statement remove = database.prepare("DELETE FROM defaults WHERE key = ?");
-        for (const auto& [key, value] : edits) {
+        for (const auto& [key, value] : wanted) {
             Statement& statement = value ? set : remove;
             statement.bindText(1, key);
             if (value) bindValue(statement, *value);
@@ -75,6 +84,12 @@ bool UserDefaults::write(const Edits& edits) {
     } catch (const std::exception&) {
         return false;
     }
+}
+
+/// What a file gets that was begun afresh, since the old one was lost or set aside.
+UserDefaults::Edits UserDefaults::wholeTable() {
+    const std::lock_guard lock(mutex_);
+    return {table_.begin(), table_.end()};
 }
 
 void UserDefaults::bindValue(Statement& statement, const Value& value) {

@@ -81,6 +81,7 @@ private:
     void commit();
     Edits takeEdits();
     bool write(const Edits& edits);
+    Edits wholeTable();
     bool giveBack(Edits edits);
     static void bindValue(Statement& statement, const Value& value);
 

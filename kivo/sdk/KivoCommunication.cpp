@@ -36,8 +36,9 @@ void KivoCommunication::setKivoCore(std::shared_ptr<KivoCore> core) {
 
 void KivoCommunication::modifyKivoCore(
     const std::function<void(std::shared_ptr<KivoCore>&)>& change) {
+    std::shared_ptr<KivoCore> changed;  // Holds the old core at last, which ends outside the lock.
     kivoCore_.modify([&](std::shared_ptr<KivoCore>& core) {
-        auto changed = core;
+        changed = core;
         change(changed);
         if (changed) core.swap(changed);
     });

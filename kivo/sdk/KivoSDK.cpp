@@ -4,6 +4,8 @@
 #include <mutex>
 
 #include "kivo/platform/Console.h"
+#include "kivo/platform/Guarded.h"
+#include "kivo/platform/Process.h"
 #include "kivo/sdk/KivoCommunication.h"
 
 namespace kivo {
@@ -17,8 +19,9 @@ std::atomic<const Plugin*> kivo{nullptr};
 
 /// Makes the plugin unless another thread was faster; returns whether this call made it.
 bool makePlugin(const KivoConfig& config) {
-    static std::mutex& oneAtATime = *new std::mutex;
-    const std::lock_guard lock(oneAtATime);
+    platform::Process::prepare();
+    static std::recursive_mutex& oneAtATime = *new std::recursive_mutex;
+    const auto lock = platform::lockUnlessForked(oneAtATime);
     if (kivo.load(std::memory_order_acquire) != nullptr) return false;
     kivo.store(new Plugin(std::make_shared<KivoCommunication>(config)), std::memory_order_release);
     return true;

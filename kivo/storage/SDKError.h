@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <string>
 
 #include "kivo/platform/Error.h"
@@ -26,3 +27,8 @@ private:
 };
 
 }  // namespace kivo
+
+template <>
+struct std::hash<kivo::SDKError> {
+    std::size_t operator()(const kivo::SDKError& error) const noexcept { return error.value(); }
+};
