@@ -75,7 +75,6 @@ struct Authority::Keeping {
 Authority::Authority(std::unique_ptr<Keeping> keeping) : keeping_(std::move(keeping)) {}
 
 Authority::Authority(Authority&&) noexcept = default;
-Authority& Authority::operator=(Authority&&) noexcept = default;
 Authority::~Authority() = default;
 
 Authority Authority::make(const std::vector<std::string>& extraNames) {

@@ -28,7 +28,6 @@ public:
     static std::optional<Authority> read(std::string_view pem);
 
     Authority(Authority&&) noexcept;
-    Authority& operator=(Authority&&) noexcept;
     ~Authority();
 
     /// A fresh identity for these DNS names and addresses, whether or not clients will accept it

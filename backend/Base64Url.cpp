@@ -24,16 +24,13 @@ std::string base64UrlEncode(std::string_view bytes) {
     return text;
 }
 
-std::optional<std::string> base64UrlDecode(std::string_view text) {
-    if (text.find_first_of("+/=") != text.npos || text.size() % 4 == 1) return std::nullopt;
+std::string base64UrlDecode(std::string_view text) {
     std::string padded(text);
     std::ranges::replace(padded, '-', '+');
     std::ranges::replace(padded, '_', '/');
     padded.resize((text.size() + 3) / 4 * 4, '=');
     std::string bytes(padded.size() / 4 * 3, '\0');
-    const int size =
-        EVP_DecodeBlock(bytesOf(bytes), bytesOf(padded), static_cast<int>(padded.size()));
-    if (size < 0) return std::nullopt;
+    EVP_DecodeBlock(bytesOf(bytes), bytesOf(padded), static_cast<int>(padded.size()));
     bytes.resize(text.size() * 3 / 4);
     return bytes;
 }

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <optional>
 #include <string>
 #include <string_view>
 
@@ -9,7 +8,7 @@ namespace kivo::backend {
 /// Base 64 in the alphabet for URLs, without padding, as JSON web tokens use it.
 std::string base64UrlEncode(std::string_view bytes);
 
-/// Nothing when the text is no such encoding.
-std::optional<std::string> base64UrlDecode(std::string_view text);
+/// The bytes of a text that base64UrlEncode made; of any other text, unspecified ones.
+std::string base64UrlDecode(std::string_view text);
 
 }  // namespace kivo::backend

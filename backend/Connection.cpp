@@ -126,7 +126,6 @@ template <typename Stream>
 asio::awaitable<Connection::Next> Connection::answer(Stream& stream, Request request,
                                                      bool keepAlive) {
     request.authority = authority_.empty() ? request.header("Host") : authority_;
-    request.tls = tls_;
     request.connection = number_;
     Exchange exchange{.request = std::move(request)};
     const auto start = std::chrono::steady_clock::now();

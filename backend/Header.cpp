@@ -1,19 +1,10 @@
 #include "backend/Header.h"
 
-#include <algorithm>
+#include <boost/beast/core/string.hpp>
 
 namespace kivo::backend {
-namespace {
 
-char lowered(char letter) {
-    return letter >= 'A' && letter <= 'Z' ? static_cast<char>(letter - 'A' + 'a') : letter;
-}
-
-}  // namespace
-
-bool Header::isNamed(std::string_view other) const {
-    return std::ranges::equal(name, other, {}, lowered, lowered);
-}
+bool Header::isNamed(std::string_view other) const { return boost::beast::iequals(name, other); }
 
 std::vector<std::string> valuesOf(const std::vector<Header>& headers, std::string_view name) {
     std::vector<std::string> values;

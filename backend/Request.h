@@ -19,7 +19,6 @@ struct Request {
     /// The "host:port" that the client asked this server, as its proxy, to CONNECT to; else the
     /// Host header.
     std::string authority = {};
-    bool tls = false;
     /// Counts the server's connections from 1: equal numbers came over one kept-alive connection.
     std::uint64_t connection = 0;
     std::chrono::system_clock::time_point arrival = {};

@@ -1,211 +1,227 @@
+#include <errno.h>
 #include <fcntl.h>
 #include <gmock/gmock.h>
+#include <netinet/in.h>
 
-#include <filesystem>
+#include <fstream>
 #include <set>
+#include <tuple>
 
+#include "kivo/platform/HTTPRedirect.h"
 #include "kivo/platform/HTTPTransfer.h"
-#include "tests/platform/HTTPTest.h"
-#include "tests/platform/NginxPeer.h"
+#include "tests/platform/Load.h"
+#include "tests/support/ScriptedBackend.h"
+#include "tests/support/TemporaryDirectory.h"
 
 namespace kivo::tests {
-
 namespace {
 
 using namespace platform;
-using namespace std::chrono_literals;
 using testing::IsEmpty;
+using Table = std::vector<std::pair<std::string, std::string>>;
 
-TEST_F(HTTPTest, WhatGoesWrongHasItsCodeAndHandsOverNothing) {
-    struct Row {
-        std::string url;
-        int errorCode;
-    };
-    const TemporaryDirectory elsewhere;
-    const ScriptedBackend distrusted(elsewhere.path());
-    const auto gone = backend().sibling();
-    gone->stop();
-    backend().answer("cut", cutInHalf(jsonReply(401, "a body that is cut")));
-    backend().answer("empty", closedBeforeReply());
-    backend().answer("garbage", rawReply("this is no HTTP\r\n\r\n"));
-    backend().answer("header", rawReply("HTTP/1.1 2x0 what\r\n\r\n"));
-    backend().answer("chunk",
-                     rawReply("HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\nzz\r\n"));
-    const std::vector<Row> rows = {
-        {gone->url("a"), -1004},
-        {"https://" + std::string(64, 'x') + ".invalid/", -1003},
-        {distrusted.url("a"), -1202},
-        {backend().url("cut"), -1005},
-        {backend().plainUrl("cut"), -1005},
-        {backend().url("empty"), -1005},
-        {backend().url("garbage"), -1011},
-        {backend().url("header"), -1011},
-        {backend().url("chunk"), -1005},
-        {"https:///a", -1000},
-        {"https:a", -1000},
-        {"relative/a", -1002},
-        {"ftp://localhost/a", -1002},
-        {"file:///etc/hostname", -1002},
-    };
-    for (const auto& row : rows) {
-        const auto outcome = get(row.url);
-        EXPECT_EQ(outcome.errorCode, row.errorCode) << row.url;
-        EXPECT_FALSE(outcome.data) << row.url;
-        EXPECT_FALSE(outcome.response) << row.url;
-    }
-    for (const char* method : {"", "TWO WORDS", "GET / HTTP/1.1\r\nx: y", "ÄÖ"})
-        EXPECT_EQ(load(request("a", method)).errorCode, -1000) << method;
-    EXPECT_THAT(backend().requests("/a"), IsEmpty());
-    EXPECT_THAT(distrusted.requests(), IsEmpty());
-}
-
-TEST_F(HTTPTest, BodiesAreBoundedUnlessTheyAreDiscarded) {
-    constexpr auto limit = HTTPTransfer::maximumBodySize;
-    backend().answer("most", jsonReply(200, std::string(limit, 'x')));
-    backend().answer("much", jsonReply(200, std::string(limit + 1, 'x')));
-    EXPECT_EQ(get(backend().url("most")).data.value_or("").size(), limit);
-    EXPECT_EQ(get(backend().url("much")).errorCode, -1103);
-    auto discarding = request("much");
-    discarding.setDiscardsReplyBody(true);
-    const auto outcome = load(discarding);
-    EXPECT_EQ(outcome.status(), 200);
-    EXPECT_EQ(outcome.data, "");
-}
-
-TEST_F(HTTPTest, ConnectionsAreReusedButNotAfterALoadWasCutOff) {
-    backend().answer("fine", jsonReply(200, "fine"));
-    backend().answer("slow", hanging());
-    const auto connection = [&] {
-        EXPECT_EQ(get(backend().url("fine")).status(), 200);
-        return backend().last("fine").connection;
-    };
-    const auto first = connection();
-    EXPECT_EQ(connection(), first);
-
-    Load cancelled = begin(request("slow"));
-    Load other = begin(request("slow"));
-    ASSERT_TRUE(backend().awaitRequests("slow", 2, patience));
-    for (Load* load : {&cancelled, &other}) releaseUntilEnded(*load);  // Two idle ones now.
-    cancelled = begin(request("slow"));
-    ASSERT_TRUE(backend().awaitRequests("slow", 3, patience));
-    cancelled.cancel();
-    EXPECT_EQ(cancelled.outcome().errorCode, -999);
-    const auto second = connection();
-    EXPECT_GT(second, 2U) << "neither the one that was cut off nor the idle one";
-    EXPECT_EQ(connection(), second);
-
-    auto impatient = request("slow");
-    impatient.setTimeoutInterval(200ms);
-    EXPECT_EQ(load(impatient).errorCode, -1001);
-    EXPECT_GT(connection(), second);
-}
-
-TEST_F(HTTPTest, ManyRequestsToOneHostShareSixConnections) {
-    backend().answer("slow", hanging(jsonReply(200, "at last")));
-    std::vector<Load> loads;
-    for (int number = 0; number < 20; ++number) loads.push_back(begin(request("slow")));
-    ASSERT_TRUE(backend().awaitRequests("slow", 6, patience));
-    for (auto& load : loads) releaseUntilEnded(load);
-    std::set<std::uint64_t> connections;
-    for (const auto& request : backend().requests("slow")) connections.insert(request.connection);
-    EXPECT_EQ(connections.size(), 6U);
-    for (auto& load : loads) EXPECT_EQ(load.outcome().data, "at last");
-}
-
-TEST_F(HTTPTest, ALoadThatWaitsForItsTurnCanBeCancelled) {
-    backend().answer("slow", hanging());
-    backend().answer("fine", jsonReply(200, "fine"));
-    std::vector<Load> hung;
-    for (int number = 0; number < 6; ++number) hung.push_back(begin(request("slow")));
-    ASSERT_TRUE(backend().awaitRequests("slow", 6, patience));
-    Load waiting = begin(request("never"));
-    Load next = begin(request("fine"));
-    waiting.cancel();
-    EXPECT_EQ(waiting.outcome().errorCode, -999);
-    EXPECT_FALSE(next.hasEnded());
-    hung.front().cancel();
-    EXPECT_EQ(next.outcome().data, "fine");
-    EXPECT_THAT(backend().requests("never"), IsEmpty());
-    for (auto& load : hung) load.cancel();
-}
-
-/// The descriptors of connections to `port`.
-std::vector<int> connectionsTo(int port) {
-    std::vector<int> found;
-    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
-        const int descriptor = std::stoi(entry.path().filename());
-        sockaddr_in6 peer{};  // Has room for either family; the port stands at the same place.
-        socklen_t size = sizeof peer;
-        if (getpeername(descriptor, reinterpret_cast<sockaddr*>(&peer), &size) == 0 &&
-            peer.sin6_family != AF_UNIX && ntohs(peer.sin6_port) == port)
-            found.push_back(descriptor);
-    }
-    return found;
-}
-
-TEST_F(HTTPTest, SocketsCloseOnExec) {
-    backend().answer("fine", jsonReply(200, "fine"));
-    get(backend().url("fine"));
-    get(backend().plainUrl("fine"));
-    const auto connections = connectionsTo(backend().port());
-    EXPECT_EQ(connections.size(), 2U);
-    for (const int descriptor : connections)
-        EXPECT_NE(fcntl(descriptor, F_GETFD) & FD_CLOEXEC, 0) << descriptor;
-}
-
-class HTTP2Test : public testing::Test {
+/// The shared session against a backend over real sockets that says "fine" unless told otherwise,
+/// the only one that is trusted. The platform reads that once: every test is a process of its own.
+class HTTPTest : public testing::Test {
 protected:
-    void SetUp() override {
-        if (!std::filesystem::exists(NginxPeer::program))
-            GTEST_SKIP() << "install nginx-light: it is the foreign HTTP/2 server";
-        peer_.emplace(folder_.path());
-        trustOnly(peer_->trustFile());
+    HTTPTest() {
+        setenv("SSL_CERT_FILE", backend_.trustFile().c_str(), 1);
+        setenv("SSL_CERT_DIR", "/nowhere", 1);
+        setenv("no_proxy", "*", 1);
+        backend_.answer("", jsonReply(200, "fine"));
+    }
+    ~HTTPTest() override { settle(); }
+
+    static Load begin(const URLRequest& what) { return Load(URLSession::shared(), what).resume(); }
+    static std::string get(std::string_view url) { return begin(requestFor(url)).outcome(); }
+    Load beginSlow() const { return begin(requestFor(backend_.url("slow"))); }
+
+    /// A reply begins to hang some time after its request was seen.
+    std::string outcomeOnceReleased(Load& load) {
+        do backend_.release();
+        while (!load.hasEnded(std::chrono::milliseconds(5)));
+        return load.outcome();
     }
 
-    Load begin(const std::string& path, std::chrono::milliseconds idle = patience) {
-        auto request = requestFor(peer().url(path));
-        request.setTimeoutInterval(idle);
-        return std::move(Load(URLSession::shared(), request).resume());
+    /// The client's connections that requests have come over.
+    std::set<std::string> connections() {
+        std::set<std::string> found;
+        for (const auto& request : backend_.requests())
+            found.insert(request.header("x-came-over").empty() ? std::to_string(request.connection)
+                                                               : request.header("x-came-over"));
+        return found;
     }
 
-    /// "HTTP/2.0" and the number of the connection.
-    std::string told() { return begin("/").outcome().data.value_or("nothing"); }
-
-    const NginxPeer& peer() const { return *peer_; }
-
-private:
+    /// What two loads share stays in use until one is cut off: then it goes, and so does what is
+    /// idle.
+    void expectReuse(const std::string& server, std::size_t ofTwoLoads) {
+        const auto expectConnections = [&](std::size_t count) {
+            for (int round = 0; round < 2; ++round) EXPECT_EQ(get(server), "200 fine");
+            EXPECT_EQ(connections().size(), count);
+        };
+        backend_.answer("slow", hanging());
+        auto slow = requestFor(server + "slow");
+        Load one = begin(slow);
+        Load other = begin(slow);
+        ASSERT_TRUE(backend_.awaitRequests("slow", 2, patience));
+        for (Load* load : {&one, &other}) EXPECT_EQ(outcomeOnceReleased(*load), "200 ");
+        Load cancelled = begin(slow);
+        ASSERT_TRUE(backend_.awaitRequests("slow", 3, patience));
+        expectConnections(ofTwoLoads);
+        cancelled.cancel();
+        EXPECT_EQ(cancelled.outcome(), "-999");
+        expectConnections(ofTwoLoads + 1);
+        slow.setTimeoutInterval(std::chrono::milliseconds(200));
+        EXPECT_EQ(begin(slow).outcome(), "-1001");
+        expectConnections(ofTwoLoads + 2);
+    }
     TemporaryDirectory folder_;
-    std::optional<NginxPeer> peer_;
+    ScriptedBackend backend_{folder_.path()};
 };
 
-TEST_F(HTTP2Test, RequestsShareAConnectionUntilALoadOnItWasCutOff) {
-    const auto first = told();
-    EXPECT_THAT(first, testing::StartsWith("HTTP/2.0 "));
-    std::vector<Load> together;
-    for (int number = 0; number < 10; ++number) together.push_back(begin("/"));
-    for (auto& load : together) EXPECT_EQ(load.outcome().data, first);
-
-    Load silent = begin("/silent");
-    ASSERT_TRUE(peer().awaitSilentRequest());
-    EXPECT_EQ(told(), first) << "a silent stream holds up no other";
-    silent.cancel();
-    EXPECT_EQ(silent.outcome().errorCode, -999);
-    const auto second = told();
-    EXPECT_NE(second, first);
-    EXPECT_EQ(told(), second);
-
-    EXPECT_EQ(begin("/silent", 200ms).outcome().errorCode, -1001);
-    const auto third = told();
-    EXPECT_THAT(third, testing::StartsWith("HTTP/2.0 "));
-    EXPECT_NE(third, second);
+TEST_F(HTTPTest, ARequestGoesOutAsGivenAndNothingIsInvented) {
+    const std::string none = "Content-Length:0\n\n", four = "Content-Length:4\n\nbody";
+    const Table table = {{"GET", "\n"}, {"HEAD", "\n"}, {"oDD-1", "\n"}, {"POST", none},
+                         {"PUT", none}, {"GET", four},  {"post", four}};
+    const std::string smuggler = "1\nx-smuggled: 1", ended = {'1', '\0'};
+    const Table headers = {{"x-Joined", "one"}, {"X-JOINED", "two"}, {"x-empty", ""},
+                           {"x-blank", " \t"},  {"x-bad name", "1"}, {"x-bad", "1\r1"},
+                           {"x-bad", smuggler}, {"x-bad", ended}};
+    for (const auto& [start, end] : table) {
+        auto request = requestFor(backend_.url("a/../b?q=%20"), start);
+        if (end.ends_with("body")) request.setHTTPBody("body");
+        for (const auto& [name, value] : headers) request.addValue(value, name);
+        EXPECT_EQ(begin(request).outcome(), start == "HEAD" ? "200 " : "200 fine");
+        const auto sent = backend_.last("");
+        std::string text = sent.method + " " + sent.target + "\n";
+        for (const auto& header : sent.headers) text += header.name + ":" + header.value + "\n";
+        EXPECT_EQ(text + "\n" + sent.body,
+                  start + " /a/../b?q=%20\nHost:localhost:" + std::to_string(backend_.port()) +
+                      "\nUser-Agent:" + program_invocation_short_name +
+                      "\nAccept:*/*\nx-Joined:one,two\nx-empty:\nx-blank:\n" + end);
+    }
 }
 
-TEST_F(HTTP2Test, APortThatSpeaksPlainHttpIsATlsError) {
-    EXPECT_EQ(
-        Load(URLSession::shared(), requestFor(peer().mistakenUrl())).resume().outcome().errorCode,
-        -1200);
+TEST(HTTPRedirectTest, CodeMethodOriginAndBurdenDecide) {
+    const char *near = "https://h:443/b", *far = "https://o/b";
+    const std::tuple<int, const char*, std::string, const char*, const char*> table[] = {
+        {301, "POST", "bh", near, "GET -h"},  {302, "POST", "b-", near, "GET --"},
+        {302, "PUT", "b-", near, "PUT b-"},   {303, "PUT", "b-", near, "GET --"},
+        {303, "HEAD", "--", near, "HEAD --"}, {307, "POST", "bh", near, "POST bh"},
+        {308, "POST", "b-", near, "POST b-"}, {307, "GET", "--", far, "GET --"},
+        {303, "POST", "b-", far, "GET --"},   {307, "POST", "b-", far, "none"},
+        {308, "POST", "--", far, "none"},     {302, "GET", "-h", far, "none"},
+        {302, "GET", "b-", far, "none"},      {200, "GET", "--", near, "none"},
+        {300, "GET", "--", near, "none"},     {304, "GET", "--", near, "none"}};
+    for (const auto& [status, method, burden, location, expected] : table) {
+        auto request = requestFor("https://h/a", method);
+        if (burden[0] == 'b') request.setHTTPBody("body");
+        if (burden[1] == 'h') request.addValue("1", "x-secret");
+        const auto next = redirectedRequest(request, status, location);
+        const auto body = next && next->httpBody() ? " b" : " -";
+        const auto header = next && !next->headerFields().empty() ? "h" : "-";
+        EXPECT_EQ(next ? next->httpMethod() + body + header : "none", expected) << status << method;
+    }
+}
+
+TEST_F(HTTPTest, TwentyRedirectsAreFollowedAndNoSecretGoesToAStranger) {
+    backend_.answer("loop", redirectReply(302, "?again"));
+    EXPECT_EQ(get(backend_.url("loop")), "-1007");
+    EXPECT_EQ(backend_.requests("loop").size(), 21U);
+    const auto stranger = backend_.sibling();
+    stranger->answer("", jsonReply(200, "fine"));
+    auto secret = requestFor(backend_.url("away"));
+    secret.addValue("s", "x-secret");
+    const std::string other = stranger->url(), plain = backend_.plainUrl(), file = "file:///etc";
+    const Table table = {
+        {other, "200 fine"}, {plain, "200 fine"}, {file, "-1002"}, {"https://[oops/", "302 "}};
+    for (const auto& [location, bare] : table) {
+        backend_.answer("away", redirectReply(302, location));
+        EXPECT_EQ(get(backend_.url("away")), bare) << location;
+        EXPECT_EQ(begin(secret).outcome(), "302 ") << location;
+    }
+    EXPECT_EQ(stranger->requests().size(), 1U);
+    backend_.answer("away", redirectReply(302, "/here"));
+    EXPECT_EQ(begin(secret).outcome(), "200 fine");
+    EXPECT_EQ(backend_.last("here").header("x-secret"), "s");
+}
+
+TEST_F(HTTPTest, WhatGoesWrongHasItsCodeAndHandsOverNothing) {
+    const ScriptedBackend distrusted(TemporaryDirectory().path());
+    const auto gone = backend_.sibling()->url();
+    const auto nameless = "https://" + std::string(64, 'x') + ".invalid/";
+    const auto cut = cutInHalf(jsonReply(401, "a body that is cut"));
+    const auto broken = rawReply("HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\nzz");
+    const auto closed = closedBeforeReply();
+    const auto garbage = rawReply("this is no HTTP\r\n\r\n");
+    const auto large = jsonReply(200, std::string(HTTPTransfer::maximumBodySize + 1, 'x'));
+    const std::vector<std::pair<Reply, std::string>> replies = {
+        {cut, "-1005"}, {closed, "-1005"}, {broken, "-1005"}, {garbage, "-1011"}, {large, "-1103"}};
+    for (const auto& [reply, code] : replies) {
+        backend_.answer("odd", reply);
+        for (auto url : {backend_.url("odd"), backend_.plainUrl("odd")}) EXPECT_EQ(get(url), code);
+    }
+    const Table urls = {{gone, "-1004"},         {nameless, "-1003"}, {distrusted.url(), "-1202"},
+                        {"https:///a", "-1000"}, {"a", "-1002"},      {"file:///etc", "-1002"}};
+    for (const auto& [url, code] : urls) EXPECT_EQ(get(url), code) << url;
+    for (const char* method : {"", "GET / HTTP/1.1\r\nx: y", "ÄÖ"})
+        EXPECT_EQ(begin(requestFor(backend_.url("unsent"), method)).outcome(), "-1000") << method;
+    EXPECT_THAT(backend_.requests("unsent"), IsEmpty());
+}
+
+TEST_F(HTTPTest, SixConnectionsServeAHostAndALoadThatWaitsItsTurnCanBeCancelled) {
+    backend_.answer("slow", hanging());
+    std::vector<Load> loads;
+    while (loads.size() < 20) loads.push_back(beginSlow());
+    for (auto& load : loads) EXPECT_EQ(outcomeOnceReleased(load), "200 ");
+    EXPECT_EQ(connections().size(), 6U);
+    while (loads.size() < 26) loads.push_back(beginSlow());
+    ASSERT_TRUE(backend_.awaitRequests("slow", 26, patience));
+    Load waiting = begin(requestFor(backend_.url("never")));
+    Load next = begin(requestFor(backend_.url("next")));
+    waiting.cancel();
+    EXPECT_EQ(waiting.outcome(), "-999");
+    EXPECT_FALSE(next.hasEnded());
+    loads.back().cancel();
+    EXPECT_EQ(next.outcome(), "200 fine");
+    EXPECT_THAT(backend_.requests("never"), IsEmpty());
+    for (auto& load : loads) load.cancel();
+}
+
+TEST_F(HTTPTest, ConnectionsAreReusedUntilALoadIsCutOffAndCloseOnExec) {
+    expectReuse(backend_.url(), 2);
+    std::vector<int> flags;
+    for (int descriptor = 0; descriptor < 256; ++descriptor) {
+        sockaddr_in6 peer{};  // Has room for either family; the port stands at the same place.
+        socklen_t size = sizeof peer;
+        getpeername(descriptor, reinterpret_cast<sockaddr*>(&peer), &size);
+        if (ntohs(peer.sin6_port) == backend_.port()) flags.push_back(fcntl(descriptor, F_GETFD));
+    }
+    EXPECT_THAT(flags, testing::AllOf(testing::Not(IsEmpty()), testing::Each(FD_CLOEXEC)));
+}
+
+/// nginx, as a foreign server, hands requests on to the backend and says what they came over. It
+/// shakes hands as localhost alone, and goes to the background once it listens.
+TEST_F(HTTPTest, HTTP2LoadsShareAConnectionUntilOneIsCutOff) {
+    const auto authority = backend::Authority::make();
+    const auto identity = authority.issue({"localhost"});
+    std::ofstream(backend_.trustFile(), std::ios::app) << authority.certificate();
+    std::ofstream(folder_.path() / "pem") << identity.certificate << identity.privateKey;
+    const auto port = std::to_string(backend_.sibling()->port());
+    const auto server = "server { listen 127.0.0.1:" + port + " ssl http2; ";
+    std::ofstream(folder_.path() / "nginx.conf")
+        << "pid pid; events {} http { access_log off; client_body_temp_path a; proxy_temp_path b;"
+        << "fastcgi_temp_path c; uwsgi_temp_path d; scgi_temp_path e; ssl_certificate pem;"
+        << "ssl_certificate_key pem;" << server << "ssl_reject_handshake on; }" << server
+        << "server_name localhost; location / { proxy_pass " << backend_.proxyUrl()
+        << "; proxy_set_header x-came-over '$server_protocol $connection'; } } }";
+    const auto nginx = "/usr/sbin/nginx -e log -c nginx.conf -p " + folder_.path().string();
+    ASSERT_EQ(std::system(nginx.c_str()), 0) << "install nginx-light";
+    expectReuse("https://localhost:" + port + "/", 1);
+    EXPECT_THAT(connections(), testing::Each(testing::StartsWith("HTTP/2.0 ")));
+    EXPECT_EQ(get("https://127.0.0.1:" + port), "-1200") << "a refused handshake";
+    EXPECT_EQ(std::system((nginx + " -s stop").c_str()), 0);
 }
 
 }  // namespace
-
 }  // namespace kivo::tests

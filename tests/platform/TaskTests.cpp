@@ -1,160 +1,145 @@
-#include "kivo/platform/Task.h"
+#include <gmock/gmock.h>
 
-#include <gtest/gtest.h>
-#include <unistd.h>
-
-#include <functional>
-#include <future>
-#include <stdexcept>
-#include <thread>
+#include <fstream>
 
 #include "kivo/platform/Continuation.h"
+#include "kivo/platform/OperationQueue.h"
+#include "kivo/platform/Task.h"
+#include "kivo/platform/TaskPool+Scopes.h"
 #include "tests/platform/Background.h"
 
 namespace kivo::tests {
-
 namespace {
 
 using namespace platform;
-/// The error that travels: its address shows that it is never copied.
-struct Trouble : std::runtime_error {
-    Trouble() : std::runtime_error("trouble") {}
-};
-
-/// What `work` returns or throws, once it was launched.
-template <typename T>
-Task<void> tell(Task<T> work, std::shared_ptr<std::promise<T>> outcome) {
-    try {
-        T value = co_await std::move(work);
-        outcome->set_value(std::move(value));
-    } catch (...) {
-        outcome->set_exception(std::current_exception());
-    }
-}
-
-template <typename T>
-T launched(Task<T> work) {
-    const auto outcome = std::make_shared<std::promise<T>>();
-    auto future = outcome->get_future();
-    launch(nullptr, tell(std::move(work), outcome));
-    if (future.wait_for(patience) != std::future_status::ready)
-        throw std::logic_error("the task did not end");
-    return future.get();
-}
-
-Task<int> innermost(bool fails, const std::exception** thrown) {
-    try {
-        if (fails) throw Trouble();
-    } catch (const Trouble& trouble) {
-        *thrown = &trouble;
-        throw;
-    }
-    co_return 7;
-}
-
-Task<int> middle(bool fails, const std::exception** thrown) {
-    co_return co_await innermost(fails, thrown);
-}
-
-Task<int> outermost(bool fails, const std::exception** thrown) {
-    const int value = co_await middle(fails, thrown);
-    co_return value * 2;
-}
-
-TEST(TaskTest, AValueAndTheVeryErrorPassThroughEveryLevel) {
-    const std::exception* thrown = nullptr;
-    EXPECT_EQ(launched(outermost(false, &thrown)), 14);
-    try {
-        launched(outermost(true, &thrown));
-        ADD_FAILURE() << "nothing was thrown";
-    } catch (const Trouble& caught) {
-        EXPECT_EQ(&caught, thrown);
-    }
-}
-
-Task<int> sumOfAwaited(int count) {
-    int sum = 0;
-    const std::exception* none = nullptr;
-    for (int round = 0; round < count; ++round) sum += co_await innermost(false, &none);
-    co_return sum;
-}
-
-TEST(TaskTest, AwaitingOneTaskAfterAnotherDoesNotGrowTheStack) {
-    EXPECT_EQ(launched(sumOfAwaited(100'000)), 700'000);
-}
-
-TEST(TaskTest, ATaskThatIsNeverAwaitedDoesNothing) {
-    const std::exception* thrown = nullptr;
-    {
-        const auto dropped = outermost(true, &thrown);
-    }
-    EXPECT_EQ(thrown, nullptr);
-}
-
+using namespace std::chrono_literals;
 using Continuation = CheckedContinuation<int>;
 using Start = std::function<void(const Continuation&)>;
+constexpr int failed = -1;
+
+Task<void> tell(Task<int> work, int* outcome) {
+    try {
+        *outcome = co_await std::move(work);
+    } catch (...) {
+        *outcome = failed;
+    }
+}
+
+/// What `work` returned, or that it failed, seen when the owner of its launch is let go.
+int launched(Task<int> work) {
+    int told = 0, atTheEnd = 0;
+    std::shared_ptr<void> owner(nullptr, [&](void*) { atTheEnd = told; });
+    launch(std::move(owner), tell(std::move(work), &told));
+    settle();
+    return atTheEnd;
+}
 
 Task<int> suspended(Start start) {
     co_return co_await withCheckedThrowingContinuation<int>("the label", std::move(start));
 }
 
-Task<void> ignoring(Task<int> work) { co_await std::move(work); }
-
-std::exception_ptr trouble() { return std::make_exception_ptr(Trouble()); }
-
-TEST(ContinuationTest, ItResumesWithAValueOrAnErrorFromAnywhere) {
-    EXPECT_EQ(launched(suspended([](const Continuation& at) { at.resume(1); })), 1);
-    EXPECT_EQ(launched(suspended([](const Continuation& later) {
-                  std::thread([later] { later.resume(2); }).detach();
-              })),
-              2);
-    EXPECT_THROW(launched(suspended([](const Continuation& at) { at.resume(trouble()); })),
-                 Trouble);
-    EXPECT_THROW(launched(suspended([](const Continuation&) { throw Trouble(); })), Trouble);
+Task<int> one() { co_return 1; }
+Task<int> sum(int count, std::function<Task<int>()> next) {
+    int total = 0;
+    for (int round = 0; round < count; ++round) total += co_await next();
+    co_return total;
 }
 
-Task<int> suspendedOften(Start start) {
-    int sum = 0;
-    for (int round = 0; round < 5000; ++round) sum += co_await suspended(start);
-    co_return sum;
+TEST(TaskTest, AwaitingOneAfterAnotherGrowsNoStackAndRacesWithNoResumption) {
+    const auto next = [] { return suspended([](const Continuation& at) { at.resume(1); }); };
+    EXPECT_EQ(launched(sum(100'000, one)), 100'000);
+    onThreads(4, [&](int) { EXPECT_EQ(launched(sum(5000, next)), 5000); });
 }
 
-TEST(ContinuationTest, ResumingInsideStartRacesWithTheSuspensionAndIsSafe) {
-    onThreads(4, [](int) {
-        EXPECT_EQ(launched(suspendedOften([](const Continuation& at) { at.resume(1); })), 5000);
-    });
-}
-
-TEST(ContinuationTest, MisuseIsToldUnderItsLabel) {
+TEST(ContinuationTest, ItResumesOnceWithAValueOrAnErrorFromAnywhere) {
+    const Start elsewhere = [](const Continuation& later) {
+        std::thread([later] { later.resume(2); }).detach();
+    };
+    EXPECT_EQ(launched(suspended(elsewhere)), 2);
+    EXPECT_EQ(launched(suspended([](const Continuation&) { throw failed; })), failed);
     // A forked child that shared this process's pool would do nothing.
     GTEST_FLAG_SET(death_test_style, "threadsafe");
-    const auto resumeTwice = [](const Continuation& at) {
-        at.resume(1);
-        at.resume(2);
-    };
-    EXPECT_DEATH(launched(suspended(resumeTwice)), "the label tried to resume .* more than once");
-    const auto forget = [] {
-        launch(nullptr, ignoring(suspended([](const Continuation&) {})));
-        passBothThreads();
-        _exit(0);
-    };
-    EXPECT_EXIT(forget(), testing::ExitedWithCode(0), "the label leaked its continuation");
+    const Start twice = [](const Continuation& at) { at.resume(1), at.resume(2); };
+    EXPECT_DEATH(launched(suspended(twice)), "the label tried to resume .* more than once");
 }
 
-TEST(TaskTest, LaunchKeepsTheOwnerUntilTheEndAndThenLetsGo) {
-    auto owner = std::make_shared<int>(1);
-    const std::weak_ptr<int> observed = owner;
-    std::promise<Continuation> kept;
-    launch(std::move(owner),
-           ignoring(suspended([&](const Continuation& at) { kept.set_value(at); })));
-    const auto continuation = kept.get_future().get();
-    passBothThreads();
-    EXPECT_FALSE(observed.expired());
-    continuation.resume(trouble());
+TEST(TaskPoolTest, BarriersAndTheOperationsOfAQueueRunOneAtATimeInOrderAndMayThrow) {
+    const auto queue = std::make_shared<OperationQueue>();
+    const std::function<void(TaskPool::Job)> ways[] = {[](auto job) { pool().submitBarrier(job); },
+                                                       [&](auto job) { queue->addOperation(job); }};
+    for (const auto& handIn : ways) {
+        int next[4] = {};  // Plain, as all here: who runs it must order it.
+        bool inside = false;
+        onThreads(4, [&](int producer) {
+            for (int round = 0; round < 2500; ++round)
+                handIn([&, &own = next[producer], round] {
+                    EXPECT_FALSE(std::exchange(inside, true));
+                    EXPECT_EQ(own++, round);
+                    inside = false;
+                    throw std::runtime_error("dropped");
+                });
+        });
+        settle();
+        EXPECT_THAT(next, testing::Each(2500));
+    }
+}
+
+TEST(TaskPoolTest, NothingOvertakesABarrierAndIdleMeansThatNoCommitIsLeft) {
+    Signal running{0}, goOn{0};
+    int barriers = 0;
+    const auto block = [&] { running.release(), goOn.acquire(); };
+    pool().submitBarrier(block);
+    running.acquire();
+    pool().submitBarrier([&] { ++barriers; });
+    pool().submit([&] { EXPECT_EQ(barriers, 1); });
+    pool().submitCommit(block);
+    EXPECT_FALSE(running.try_acquire_for(50ms));
+    goOn.release();
+    running.acquire();
+    passABarrier();
+    EXPECT_FALSE(pool().waitUntilIdle(50ms));
+    goOn.release();
     settle();
-    EXPECT_TRUE(observed.expired());
+}
+
+TEST(TaskPoolTest, AHandoverKeepsWhatItsThreadSubmitsUntilTheOutermostEnds) {
+    bool early = true;
+    int late = 0;
+    const auto submit = [&] {
+        const TaskPool::Handover handover;
+        pool().submitBarrier([&] { late += !early; });
+    };
+    {
+        const TaskPool::Handover outer;
+        submit();
+        std::thread(passABarrier).join();
+        early = false;
+    }
+    settle();
+    EXPECT_EQ(late, 1);
+}
+
+/// The calling thread's name and the signals that it blocks.
+std::string self() {
+    std::ifstream status("/proc/thread-self/status");
+    std::string told;
+    for (std::string line; std::getline(status, line);)
+        if (line.starts_with("Name:") || line.starts_with("SigBlk:")) told += line;
+    return told;
+}
+
+TEST(TaskPoolTest, ItsThreadsAreTwoNamedAndDeafToTheHostsSignals) {
+    const auto before = self();
+    std::latch both{2};
+    std::string threads[2];
+    for (auto& thread : threads) pool().submit([&] { both.arrive_and_wait(), thread = self(); });
+    settle();
+    // All but ILL, TRAP, ABRT, BUS, FPE, SEGV, PROF, SYS, and what nobody can block.
+    const std::string blocked = "SigBlk:\tfffffffe3bfbfa07";
+    EXPECT_THAT(threads, testing::UnorderedElementsAre("Name:\tkivo-pool-1" + blocked,
+                                                       "Name:\tkivo-pool-2" + blocked));
+    EXPECT_EQ(self(), before);
 }
 
 }  // namespace
-
 }  // namespace kivo::tests

@@ -1,31 +1,54 @@
 #pragma once
 
-#include "backend/Reply.h"
+#include "backend/Envelope.h"
 
 #include <chrono>
+#include <map>
 #include <string>
+#include <utility>
 
 namespace kivo::tests {
 
+using backend::Conduct;
 using backend::Reply;
 
-/// What the backend says when all is well.
-Reply merchantReply(const std::string& merchantToken, const std::string& sessionId);
-Reply userReply(const std::string& userToken);
-Reply messageReply(const std::string& message);
+inline Reply okReply(std::map<std::string, std::string> data) {
+    return backend::replyWith(200, {.message = "ok", .data = std::move(data)});
+}
+inline Reply merchantReply(const std::string& merchantToken, const std::string& sessionId) {
+    return okReply({{"merchantToken", merchantToken}, {"sessionId", sessionId}});
+}
+inline Reply userReply(const std::string& userToken) { return okReply({{"userToken", userToken}}); }
+inline Reply messageReply(const std::string& message) { return okReply({{"message", message}}); }
 
-/// An envelope that reports no success and carries no data.
-Reply refusedReply(int status, const std::string& message = "refused");
+inline Reply refusedReply(int status, const std::string& message = "refused") {
+    return backend::refusal(status, message);
+}
+inline Reply jsonReply(int status, const std::string& body) { return Reply::json(status, body); }
+inline Reply redirectReply(int status, const std::string& location) {
+    return {.status = status, .headers = {{"Location", location}}};
+}
 
-Reply jsonReply(int status, const std::string& body);
-Reply redirectReply(int status, const std::string& location);
-Reply rawReply(const std::string& bytes);
+/// These bytes are the whole answer.
+inline Reply rawReply(const std::string& bytes) { return {.body = bytes, .conduct = Conduct::raw}; }
+inline Reply closedBeforeReply() { return {.conduct = Conduct::closeBeforeReply}; }
 
 /// The same reply, brought differently.
-Reply withStatus(int status, Reply reply);
-Reply hanging(Reply reply = {});
-Reply delayed(std::chrono::milliseconds delay, Reply reply);
-Reply cutInHalf(Reply reply);
-Reply closedBeforeReply();
+inline Reply withStatus(int status, Reply reply) {
+    reply.status = status;
+    return reply;
+}
+inline Reply delayed(std::chrono::milliseconds delay, Reply reply) {
+    reply.delay = delay;
+    return reply;
+}
+inline Reply hanging(Reply reply = {}) {
+    reply.conduct = Conduct::hang;
+    return reply;
+}
+inline Reply cutInHalf(Reply reply) {
+    reply.conduct = Conduct::cutBody;
+    return reply;
+}
 
 }  // namespace kivo::tests

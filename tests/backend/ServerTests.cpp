@@ -1,0 +1,122 @@
+#include "backend/Server.h"
+
+#include "backend/Certificate.h"
+#include "tests/support/Patience.h"
+#include "tests/support/ScriptedBackend.h"
+#include "tests/support/TemporaryDirectory.h"
+
+#include <gmock/gmock.h>
+#include <openssl/bio.h>
+#include <sys/socket.h>
+#include <sys/time.h>
+
+#include <array>
+#include <future>
+
+namespace kivo::tests {
+namespace {
+
+using namespace std::chrono_literals;
+using testing::ContainsRegex;
+using testing::ElementsAre;
+using testing::StartsWith;
+
+using Socket = std::unique_ptr<BIO, backend::Releasing<BIO_free_all>>;
+
+std::string get(const std::string& target) { return "GET " + target + " HTTP/1.1\r\n\r\n"; }
+
+Socket send(std::uint16_t port, const std::string& bytes) {
+    Socket socket(BIO_new_connect(("127.0.0.1:" + std::to_string(port)).c_str()));
+    if (BIO_do_connect(socket.get()) != 1) throw std::runtime_error("nobody listens");
+    const timeval limit{.tv_sec = patience.count(), .tv_usec = 0};
+    const auto descriptor = static_cast<int>(BIO_get_fd(socket.get(), nullptr));
+    setsockopt(descriptor, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
+    BIO_write(socket.get(), bytes.data(), static_cast<int>(bytes.size()));
+    return socket;
+}
+
+/// All that comes back to these bytes until the server closes.
+std::string answerTo(std::uint16_t port, const std::string& bytes) {
+    const auto socket = send(port, bytes);
+    std::string answer;
+    std::array<char, 4096> piece{};
+    for (int size = 0; (size = BIO_read(socket.get(), piece.data(), piece.size())) > 0;)
+        answer.append(piece.data(), static_cast<std::size_t>(size));
+    if (BIO_should_retry(socket.get())) throw std::runtime_error("the server is silent");
+    return answer;
+}
+
+class ServerTest : public testing::Test {
+protected:
+    std::string ask(const std::string& bytes) const { return answerTo(backend.port(), bytes); }
+
+    TemporaryDirectory folder;
+    ScriptedBackend backend{folder.path()};
+};
+
+TEST_F(ServerTest, KeepsAConnectionAliveAndEveryHeaderLine) {
+    backend.answer("/one", messageReply("first"));
+    backend.answer("/two", messageReply("second"));
+    EXPECT_THAT(ask("POST /one HTTP/1.1\r\nHost: h\r\nX-Twice: a\r\nx-empty:\r\nx-twice: b\r\n"
+                    "Content-Length: 4\r\n\r\nbody"
+                    "GET http://other/two?query HTTP/1.1\r\nConnection: close\r\n\r\n"),
+                ContainsRegex("first(.|\n)*second"));
+    const auto requests = backend.requests();
+    ASSERT_EQ(requests.size(), 2);
+    EXPECT_EQ(requests[0].connection, requests[1].connection);
+    EXPECT_EQ(requests[1].path(), "/two");
+    EXPECT_EQ(requests[0].body, "body");
+    EXPECT_EQ(requests[0].authority, "h");
+    EXPECT_THAT(requests[0].values("x-TWICE"), ElementsAre("a", "b"));
+    EXPECT_THAT(requests[0].values("x-empty"), ElementsAre(""));
+}
+
+TEST_F(ServerTest, RefusesWhatIsNoRequestAndGoesOn) {
+    const std::string endless(100 * 1024, 'x');
+    const std::string brokenHello("\x16\x03\x01\0\x30\x01\0\0\x2c", 9);
+    const std::vector<std::pair<std::string, std::string>> cases{
+        {brokenHello + std::string(44, 'x'), "\x15\x03"},  // An alert.
+        {"hello\r\n\r\n", "HTTP/1.1 400 "},
+        {std::string("G\0\xFF\x01 / HTTP/1.1\r\n\r\n", 16), "HTTP/1.1 400 "},
+        {"POST / HTTP/1.1\r\nContent-Length: 1\r\nContent-Length: 2\r\n\r\n", "HTTP/1.1 400 "},
+        {"POST / HTTP/1.1\r\nContent-Length: 9999999\r\n\r\n" + endless, "HTTP/1.1 413 "},
+        {"GET / HTTP/1.1\r\nx: " + endless + "\r\n\r\n", "HTTP/1.1 431 "},
+        {"POST / HTTP/1.1\r\nTransfer-Encoding: chunked\r\n\r\nno number\r\n", "HTTP/1.1 400 "},
+        {"CONNECT h:443 HTTP/1.1\r\n\r\nhello\r\n\r\n", "HTTP/1.1 200 "},
+    };
+    for (const auto& [bytes, answer] : cases) {
+        EXPECT_THAT(ask(bytes), StartsWith(answer)) << bytes.substr(0, 60);
+    }
+    backend.release();  // Of those connections none is left.
+    EXPECT_TRUE(backend.requests().empty());
+}
+
+TEST_F(ServerTest, StopsAtOnceWhileRepliesHang) {
+    backend.answer("/hang", hanging());
+    backend.answer("/slow", delayed(1h, {}));
+    auto hung = std::async(std::launch::async, [&] { return ask(get("/hang")); });
+    auto slow = std::async(std::launch::async, [&] { return ask(get("/slow")); });
+    ASSERT_TRUE(backend.awaitRequests("", 2, patience));
+    const auto start = std::chrono::steady_clock::now();
+    backend.stop();
+    EXPECT_LT(std::chrono::steady_clock::now() - start, 200ms);
+    EXPECT_EQ(hung.get() + slow.get(), "");
+    EXPECT_THROW(ask(""), std::runtime_error);
+}
+
+TEST(ServerLimitsTest, NoticesWhoIsSilentAndWhoLeaves) {
+    std::promise<bool> delivered;
+    backend::Server server(
+        {.identity = backend::Authority::make().issue({"localhost"}),
+         .handler = [](const Request&) { return hanging(); },
+         .finished = [&](const auto& exchange) { delivered.set_value(exchange.delivered); },
+         .limits = {.idle = 50ms}});
+    EXPECT_EQ(answerTo(server.port(), ""), "");
+    send(server.port(), get("/")).reset();
+    auto outcome = delivered.get_future();
+    ASSERT_EQ(outcome.wait_for(patience), std::future_status::ready);
+    EXPECT_FALSE(outcome.get());
+}
+
+}  // namespace
+}  // namespace kivo::tests
