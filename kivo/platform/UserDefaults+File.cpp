@@ -9,8 +9,13 @@ namespace kivo::platform {
 
 namespace {
 
-bool holdsNothing(Database& database) {
-    return !database.prepare("SELECT 1 FROM defaults LIMIT 1").step();
+/// Whether the file was begun just now; marks it as not so any more.
+bool isFresh(Database& database) {
+    Statement version = database.prepare("PRAGMA user_version");
+    const bool isUnmarked = version.step() && version.integer(0) == 0;
+    version.run();
+    if (isUnmarked) database.execute("PRAGMA user_version = 1");
+    return isUnmarked;
 }
 
 }  // namespace
@@ -67,7 +72,7 @@ bool UserDefaults::giveBack(Edits edits) {
 
 bool UserDefaults::write(const Edits& edits) {
     const auto writeAll = [&](Database& database) {
-        const Edits wanted = holdsNothing(database) ? wholeTable() : edits;
+        const Edits wanted = isFresh(database) ? wholeTable() : edits;
         Statement set =
             database.prepare("INSERT OR REPLACE INTO defaults (key, value) VALUES (?, ?)");
         Statement remove = database.prepare("DELETE FROM defaults WHERE key = ?");

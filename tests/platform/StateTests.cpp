@@ -1,0 +1,173 @@
+#include <gmock/gmock.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+
+#include <deque>
+#include <fstream>
+
+#include "kivo/platform/Keychain.h"
+#include "kivo/platform/UserDefaults.h"
+#include "tests/platform/Background.h"
+#include "tests/support/TemporaryDirectory.h"
+
+namespace kivo::platform {
+namespace {
+
+using namespace std::literals;
+using tests::ChildProcess;
+using Path = std::filesystem::path;
+
+const auto commitAtOnce = [](const auto& job) { job(); };
+const std::string noDatabase(4096, 'x');
+
+std::string contentOf(const Path& file) {
+    std::ifstream stream(file, std::ios::binary);
+    return {std::istreambuf_iterator<char>(stream), {}};
+}
+
+void overwrite(const Path& file, const std::string& content) { std::ofstream(file) << content; }
+
+mode_t modeOf(const Path& path) { return static_cast<mode_t>(status(path).permissions()); }
+
+/// Defaults that have kept one value, "old", and a keychain that is not there yet.
+class StateTest : public testing::Test {
+protected:
+    StateTest() { set(defaults, "old", "1"); }
+
+    static void set(UserDefaults& changed, const std::string& key, const std::string& value) {
+        changed.update([&](auto& changes) { changes.setString(key, value); });
+    }
+
+    /// What the next launch reads.
+    UserDefaults launch() const { return {file, commitAtOnce}; }
+    std::optional<std::string> stored(const char* key) const { return launch().string(key); }
+
+    void expectToGoOnInMemory(UserDefaults& unkept) const {
+        set(unkept, "new", "2");
+        EXPECT_EQ(unkept.string("new"), "2");
+        EXPECT_EQ(stored("new"), std::nullopt);
+    }
+
+    tests::TemporaryDirectory directory;
+    const Path file = directory.path() / "defaults.db";
+    UserDefaults defaults = launch();
+    const Path keychainFile = directory.path() / "share" / "kivo" / "keychain.db";
+    Keychain keychain{keychainFile};
+};
+
+TEST_F(StateTest, DefaultsWriteOnlyWhatChanged) {
+    auto other = launch();
+    EXPECT_EQ(other.string("old"), "1");
+    defaults.update([](auto& changes) { changes.remove("old"); });
+    set(other, "old", "1");
+    set(other, "new", "a\0ü\xFF"s);
+    EXPECT_EQ(stored("old"), std::nullopt);
+    EXPECT_EQ(stored("new"), "a\0ü\xFF"s);
+}
+
+TEST_F(StateTest, TornPairsDoNotSurviveKills) {
+    for (unsigned round = 0; round < 12; ++round) {
+        std::string value = stored("a").value_or("");
+        ChildProcess writer([&] {
+            const auto addToBoth = [&](auto& changes) {
+                for (const char* key : {"a", "b"}) changes.setString(key, value + 'x');
+            };
+            for (auto own = launch();; ChildProcess::signal(), value += 'x') own.update(addToBoth);
+        });
+        const auto acknowledged = writer.read(1 + round % 5).size();
+        std::this_thread::sleep_for(round * 2ms);  // Spreads the kills over the next commit.
+        writer.end(SIGKILL);
+        EXPECT_EQ(stored("a"), stored("b"));
+        EXPECT_GE(stored("a").value_or("").size(), value.size() + acknowledged);
+    }
+}
+
+TEST_F(StateTest, DefaultsSetADamagedFileAsideAndBeginAFreshOne) {
+    auto broken = contentOf(file);
+    broken.replace(100, broken.size(), broken.size() - 100, '\xEE');
+    for (const auto& damage : {noDatabase, broken}) {
+        overwrite(file, damage);
+        auto later = launch();
+        EXPECT_EQ(later.string("old"), std::nullopt);
+        set(later, "new", "2");
+        EXPECT_EQ(stored("new"), "2");
+    }
+    EXPECT_EQ(contentOf(file.string() + ".damaged-2"), broken);
+    overwrite(file, noDatabase);
+    set(defaults, "newer", "3");
+    EXPECT_EQ(stored("newer"), "3") << "a commit may be the first to find it";
+    EXPECT_EQ(stored("old"), "1") << "a file begun afresh gets all that memory holds";
+
+    Database writer(file);
+    writer.execute("BEGIN IMMEDIATE; UPDATE defaults SET value = 'unfinished'");
+    overwrite(file, noDatabase);
+    EXPECT_EQ(stored("newer"), std::nullopt);
+    EXPECT_TRUE(std::filesystem::exists(file.string() + ".damaged-4-journal"));
+}
+
+TEST_F(StateTest, DefaultsCommitWithTheNextChangeWhatALockHeldBack) {
+    auto blind = launch();
+    Database other(file);
+    other.execute("BEGIN EXCLUSIVE");
+    set(defaults, "held", "back");
+    EXPECT_EQ(defaults.string("held"), "back");
+    EXPECT_EQ(blind.string("old"), std::nullopt);
+    other.execute("COMMIT");
+    EXPECT_EQ(stored("held"), std::nullopt);
+    set(defaults, "other", "3");
+    EXPECT_EQ(stored("held"), "back");
+    EXPECT_EQ(stored("old"), "1");
+    blind.update([](auto& changes) { changes.remove("old"); });
+    EXPECT_EQ(stored("old"), std::nullopt) << "it did not know of it, and yet it was to go";
+}
+
+TEST_F(StateTest, DefaultsGoOnInMemoryOnAFullOrReadOnlyDisk) {
+    chmod(file.c_str(), 0444);
+    chmod(directory.path().c_str(), 0555);
+    ChildProcess([this] {
+        signal(SIGXFSZ, SIG_IGN);
+        const rlimit full{.rlim_cur = 1000, .rlim_max = RLIM_INFINITY};
+        setrlimit(RLIMIT_FSIZE, &full);
+        expectToGoOnInMemory(defaults);
+        constexpr uid_t nobody = 65534;  // No file mode holds root back.
+        EXPECT_TRUE(geteuid() != 0 || setresuid(nobody, nobody, nobody) == 0);
+        auto reader = launch();
+        EXPECT_EQ(reader.string("old"), "1");
+        expectToGoOnInMemory(reader);
+    });
+}
+
+TEST_F(StateTest, AKeychainGivesThreadsAndProcessesOneItemInAPrivateFile) {
+    std::deque<ChildProcess> children;
+    for (int child = 0; child < 6; ++child)
+        children.emplace_back([&] {
+            umask(0);
+            tests::onThreads(16, [&](int) {
+                const auto status = keychain.add("s", "a", "\0\xFF"sv);
+                EXPECT_THAT(status, testing::AnyOf(Keychain::success, Keychain::duplicateItem));
+                if (status == Keychain::success) ChildProcess::signal();
+            });
+        });
+    std::string successes;
+    for (auto& child : children) successes += child.read();
+    EXPECT_EQ(successes, "!");
+    EXPECT_EQ(keychain.copyMatching("s", "a"), "\0\xFF"sv);
+    EXPECT_EQ(modeOf(keychainFile), 0600U);
+    for (auto* made : {"share", "share/kivo"}) EXPECT_EQ(modeOf(directory.path() / made), 0700U);
+}
+
+TEST_F(StateTest, AKeychainSaysWhenItCannotKeepAnItem) {
+    EXPECT_FALSE(keychain.copyMatching("s", "a") || exists(keychainFile));
+    EXPECT_EQ(Keychain(std::nullopt).add("s", "a", "d"), Keychain::notAvailable);
+    EXPECT_EQ(keychain.add("s", "a", "old"), Keychain::success);
+    EXPECT_EQ(Keychain(keychainFile / "below").add("s", "a", "d"), Keychain::ioError);
+    overwrite(keychainFile, noDatabase);
+    EXPECT_EQ(keychain.add("s", "a", "new"), Keychain::success);
+    EXPECT_EQ(contentOf(keychainFile.string() + ".damaged-1"), noDatabase);
+    std::filesystem::remove(keychainFile);
+    EXPECT_EQ(keychain.add("s", "a", "newest"), Keychain::success);
+    EXPECT_EQ(Keychain(keychainFile).copyMatching("s", "a"), "newest");
+}
+
+}  // namespace
+}  // namespace kivo::platform
