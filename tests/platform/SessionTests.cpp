@@ -20,6 +20,7 @@ struct OddProtocol final : URLProtocol {
     static URLRequest canonicalRequest(const URLRequest&) { return requestFor("odd:canonical"); }
 
     void startLoading() override {
+        const TaskPool::Handover handover;  // So that late calls still find the outcome unread.
         ++started;
         latest = weak_from_this();
         EXPECT_TRUE(TaskPool::isPoolThread());

@@ -20,6 +20,7 @@ constexpr int failed = -1;
 Task<void> tell(Task<int> work, int* outcome) {
     try {
         *outcome = co_await std::move(work);
+        EXPECT_TRUE(TaskPool::isPoolThread());
     } catch (...) {
         *outcome = failed;
     }
@@ -53,7 +54,7 @@ TEST(TaskTest, AwaitingOneAfterAnotherGrowsNoStackAndRacesWithNoResumption) {
 
 TEST(ContinuationTest, ItResumesOnceWithAValueOrAnErrorFromAnywhere) {
     const Start elsewhere = [](const Continuation& later) {
-        std::thread([later] { later.resume(2); }).detach();
+        std::thread([later] { passBothThreads(), later.resume(2); }).detach();
     };
     EXPECT_EQ(launched(suspended(elsewhere)), 2);
     EXPECT_EQ(launched(suspended([](const Continuation&) { throw failed; })), failed);
@@ -74,6 +75,7 @@ TEST(TaskPoolTest, BarriersAndTheOperationsOfAQueueRunOneAtATimeInOrderAndMayThr
             for (int round = 0; round < 2500; ++round)
                 handIn([&, &own = next[producer], round] {
                     EXPECT_FALSE(std::exchange(inside, true));
+                    std::this_thread::yield();
                     EXPECT_EQ(own++, round);
                     inside = false;
                     throw std::runtime_error("dropped");
