@@ -51,35 +51,49 @@ CoreRepository::Reply<Payload> send(Endpoint<Payload> endpoint,
                                                                            std::move(start));
 }
 
+struct Member {
+    const char* name;
+    std::string text;
+};
+
+template <typename... Members>
+NetworkClient::Parameters parameters(Members... members) {
+    NetworkClient::Parameters all;
+    (all.emplace(members.name, std::move(members.text)), ...);
+    return all;
+}
+
 }  // namespace
 
 auto CoreRepository::authenticateSdk(SdkAuthRequest authRequest) -> Reply<SdkAuthData> {
-    return send(sdkAuthenticate, {{"apiKey", std::move(authRequest.apiKey)}});
+    return send(sdkAuthenticate, parameters(Member{"apiKey", std::move(authRequest.apiKey)}));
 }
 
 /// All four keys always go out: on the wire, unlike in the stored record, an absent field is empty
 /// text.
 auto CoreRepository::authenticateUser(UserAuthRequest authUserRequest)
     -> Reply<AuthUserResponseData> {
-    return send(userAuthenticate,
-                {{"countryCode", std::move(authUserRequest.countryCode).value_or("")},
-                 {"phone", std::move(authUserRequest.phone).value_or("")},
-                 {"email", std::move(authUserRequest.email).value_or("")},
-                 {"name", std::move(authUserRequest.name).value_or("")}});
+    return send(
+        userAuthenticate,
+        parameters(Member{"countryCode", std::move(authUserRequest.countryCode).value_or("")},
+                   Member{"phone", std::move(authUserRequest.phone).value_or("")},
+                   Member{"email", std::move(authUserRequest.email).value_or("")},
+                   Member{"name", std::move(authUserRequest.name).value_or("")}));
 }
 
 auto CoreRepository::updatedeviceToken(std::string deviceToken)
     -> Reply<DeviceTokenSubmitResponse> {
-    return send(userDeviceToken, {{"deviceToken", std::move(deviceToken)}});
+    return send(userDeviceToken, parameters(Member{"deviceToken", std::move(deviceToken)}));
 }
 
 auto CoreRepository::updateNotificationPermission(bool hasPermission)
     -> Reply<DeviceTokenSubmitResponse> {
-    return send(userConsent, {{"permission", std::string(hasPermission ? "GRANTED" : "DENIED")}});
+    return send(userConsent,
+                parameters(Member{"permission", hasPermission ? "GRANTED" : "DENIED"}));
 }
 
 auto CoreRepository::unsetUser(std::string sessionId) -> Reply<UnsetUserResponseData> {
-    return send(userUnset, {{"sessionId", std::move(sessionId)}});
+    return send(userUnset, parameters(Member{"sessionId", std::move(sessionId)}));
 }
 
 }  // namespace kivo

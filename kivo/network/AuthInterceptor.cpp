@@ -51,7 +51,7 @@ Task<void> AuthInterceptor::load() {
     addIdentity(request);
     const std::string& url = request.url().absoluteString();
     if (url.ends_with("sdk/authenticate")) {
-        sendRequest(request, "");
+        sendRequest(std::move(request), "");
     } else if (url.ends_with("user/authenticate")) {
         co_await loadUserAuthentication(std::move(request));
     } else {
@@ -95,7 +95,7 @@ Task<void> AuthInterceptor::loadWithUserToken(URLRequest request) {
         }
     }
     retryCounter_ = 0;
-    sendRequest(request, token);
+    sendRequest(std::move(request), token);
 }
 
 Task<AuthInterceptor::DataAndResponse> AuthInterceptor::refreshTempToken(URLRequest request) {
@@ -113,14 +113,14 @@ Task<AuthInterceptor::DataAndResponse> AuthInterceptor::refreshTempToken(URLRequ
     co_return co_await URLSession::shared().data(second);
 }
 
-void AuthInterceptor::sendRequest(const URLRequest& request, const std::string& token) {
-    const URLRequest sent = token.empty() ? request : newRequest(request, token);
-    auto relayAnswer = [interceptor = std::weak_ptr(self()), sent, token](auto data, auto response,
-                                                                          auto /*error*/) {
+void AuthInterceptor::sendRequest(URLRequest request, const std::string& token) {
+    if (!token.empty()) request = newRequest(std::move(request), token);
+    auto relayAnswer = [interceptor = std::weak_ptr(self()), sent = request, token](
+                           auto data, auto response, auto /*error*/) {
         if (const auto alive = interceptor.lock())
             alive->relay(sent, token, std::move(data), std::move(response));
     };
-    const auto task = URLSession::shared().dataTask(sent, std::move(relayAnswer));
+    const auto task = URLSession::shared().dataTask(std::move(request), std::move(relayAnswer));
     {
         const std::lock_guard lock(mutex_);
         dataTask_ = task;  // Before it starts: its answer may already replace it with a retry.
@@ -157,7 +157,7 @@ Task<void> AuthInterceptor::refreshJwtTokenAndRetry(URLRequest request) {
             co_return;
         }
         Console::print("Refreshed token found, retrying request. >>> " + token);
-        sendRequest(request, token);
+        sendRequest(std::move(request), token);
     } catch (const std::exception& error) {
         Console::print("Failed to refresh JWT token: " + platform::describe(error));
     }

@@ -37,7 +37,7 @@ private:
     platform::Task<void> refreshJwtTokenAndRetry(URLRequest request);
 
     void addIdentity(URLRequest& request) const;
-    void sendRequest(const URLRequest& request, const std::string& token);
+    void sendRequest(URLRequest request, const std::string& token);
     void relay(const URLRequest& sent, const std::string& token, std::optional<platform::Data> data,
                std::shared_ptr<const platform::URLResponse> response);
     std::shared_ptr<AuthInterceptor> self();

@@ -65,11 +65,11 @@ NetworkClient& NetworkClient::instance() {
 
 void NetworkClient::load(const std::string& endpoint, const std::string& method,
                          const std::optional<Parameters>& parameters, Completion<Data> completion) {
-    const auto request = createRequest(endpoint, method, parameters);
+    auto request = createRequest(endpoint, method, parameters);
     if (!request) return completion(clientError("Invalid Request"));
 
     session_
-        .dataTask(*request,
+        .dataTask(*std::move(request),
                   [completion = std::move(completion)](auto data, auto /*response*/, auto error) {
                       completion(body(std::move(data), std::move(error)));
                   })

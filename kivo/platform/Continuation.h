@@ -31,7 +31,7 @@ public:
             fatalError(std::string(shared_->label) +
                        " tried to resume its continuation more than once");
         shared_->slot = std::move(outcome);
-        TaskPool::shared().submit([suspended = shared_->suspended] { suspended.resume(); });
+        TaskPool::shared().submitNext([suspended = shared_->suspended] { suspended.resume(); });
     }
 
 private:

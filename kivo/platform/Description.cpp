@@ -42,7 +42,11 @@ std::string escaped(std::string_view sequence) {
 
 std::string describe(std::string_view text) {
     std::string quoted = "\"";
-    while (!text.empty()) {
+    for (;;) {
+        const auto plain = UTF8::plainPrefix(text);
+        quoted += text.substr(0, plain);
+        text.remove_prefix(plain);
+        if (text.empty()) break;
         const auto sequence = UTF8::firstSequence(text);
         quoted += sequence.isWellFormed ? escaped(text.substr(0, sequence.length))
                                         : UTF8::replacementCharacter;

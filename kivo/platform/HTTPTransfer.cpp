@@ -77,27 +77,46 @@ HTTPTransfer::HTTPTransfer(URLRequest request, Completion completion)
       host_(request_.url().host() + ':' + std::to_string(request_.url().effectivePort())),
       completion_(std::move(completion)) {}
 
-void HTTPTransfer::configure(CURL* easy, unsigned generation) {
-    curl_easy_setopt(easy, CURLOPT_URL, request_.url().absoluteString().c_str());
+void HTTPTransfer::prepare(CURL* easy) {
     curl_easy_setopt(easy, CURLOPT_PROTOCOLS_STR, "http,https");
     curl_easy_setopt(easy, CURLOPT_PATH_AS_IS, 1L);
     curl_easy_setopt(easy, CURLOPT_USERAGENT, userAgent().c_str());
-    configureMethod(easy);
-    configureHeaders(easy);
-    configureConnection(easy, generation);
+    curl_easy_setopt(easy, CURLOPT_NOSIGNAL, 1L);
+    // A silent name server would hold up every transfer.
+    curl_easy_setopt(easy, CURLOPT_QUICK_EXIT, 1L);
+    curl_easy_setopt(easy, CURLOPT_OPENSOCKETFUNCTION, openSocket);
+    curl_easy_setopt(easy, CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_2TLS));
+    curl_easy_setopt(easy, CURLOPT_CONNECTTIMEOUT_MS, connectTimeoutMilliseconds);
+    curl_easy_setopt(easy, CURLOPT_LOW_SPEED_LIMIT, 1L);
+    configureTrust(easy);
 
     using Writer = std::size_t (*)(char*, std::size_t, std::size_t, void*);
     const Writer write = [](char* bytes, std::size_t, std::size_t count, void* transfer) {
         return static_cast<HTTPTransfer*>(transfer)->receive(bytes, count) ? count : 0;
     };
     curl_easy_setopt(easy, CURLOPT_WRITEFUNCTION, write);
+    const curl_prereq_callback connected = [](void* transfer, char*, char*, int, int) {
+        static_cast<HTTPTransfer*>(transfer)->isConnected_ = true;
+        return CURL_PREREQFUNC_OK;
+    };
+    curl_easy_setopt(easy, CURLOPT_PREREQFUNCTION, connected);
+}
+
+void HTTPTransfer::configure(CURL* easy, unsigned generation) {
+    curl_easy_setopt(easy, CURLOPT_URL, request_.url().absoluteString().c_str());
+    configureMethod(easy);
+    configureHeaders(easy);
+    configureProxy(easy, request_.url());
+    curl_easy_setopt(easy, CURLOPT_SSL_OPTIONS, sharingMark(generation));
+    curl_easy_setopt(easy, CURLOPT_LOW_SPEED_TIME, idleSeconds(request_));
     curl_easy_setopt(easy, CURLOPT_WRITEDATA, this);
-    curl_easy_setopt(easy, CURLOPT_PRIVATE, this);
+    curl_easy_setopt(easy, CURLOPT_PREREQDATA, this);
 }
 
 void HTTPTransfer::configureMethod(CURL* easy) const {
     const std::string& method = request_.httpMethod();
     const auto& body = request_.httpBody();
+    curl_easy_setopt(easy, CURLOPT_HTTPGET, 1L);  // Forgets the method of an earlier exchange.
     if (method == "HEAD") {
         curl_easy_setopt(easy, CURLOPT_NOBODY, 1L);
     } else if (body || method == "POST" || method == "PUT") {
@@ -123,21 +142,6 @@ void HTTPTransfer::configureHeaders(CURL* easy) {
     curl_easy_setopt(easy, CURLOPT_HTTPHEADER, headers_.get());
 }
 
-void HTTPTransfer::configureConnection(CURL* easy, unsigned generation) const {
-    curl_easy_setopt(easy, CURLOPT_NOSIGNAL, 1L);
-    curl_easy_setopt(easy, CURLOPT_QUICK_EXIT,
-                     1L);  // A silent name server would hold up every transfer.
-    curl_easy_setopt(easy, CURLOPT_OPENSOCKETFUNCTION, openSocket);
-    curl_easy_setopt(easy, CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_2TLS));
-    curl_easy_setopt(easy, CURLOPT_PIPEWAIT, 1L);
-    curl_easy_setopt(easy, CURLOPT_SSL_OPTIONS, sharingMark(generation));
-    curl_easy_setopt(easy, CURLOPT_CONNECTTIMEOUT_MS, connectTimeoutMilliseconds);
-    curl_easy_setopt(easy, CURLOPT_LOW_SPEED_LIMIT, 1L);
-    curl_easy_setopt(easy, CURLOPT_LOW_SPEED_TIME, idleSeconds(request_));
-    configureTrust(easy);
-    configureProxy(easy, request_.url());
-}
-
 bool HTTPTransfer::receive(const char* bytes, std::size_t count) {
     if (request_.discardsReplyBody()) return true;
     bodyIsTooLarge_ = count > maximumBodySize - body_.size();
@@ -150,7 +154,13 @@ bool HTTPTransfer::receive(const char* bytes, std::size_t count) {
     }
 }
 
-void HTTPTransfer::conclude(CURL* easy, CURLcode code) {
+const std::exception_ptr& HTTPTransfer::lackOfMemory() {
+    static const auto& error =
+        *new std::exception_ptr(std::make_exception_ptr(urlError(CURLE_OUT_OF_MEMORY)));
+    return error;
+}
+
+void HTTPTransfer::conclude(CURL* easy, CURLcode code) try {
     headers_.reset();
     if (code != CURLE_OK) {
         const auto error =
@@ -168,6 +178,8 @@ void HTTPTransfer::conclude(CURL* easy, CURLcode code) {
     outcome_ = HTTPReply{.statusCode = static_cast<int>(status),
                          .body = std::move(body_),
                          .location = location != nullptr ? location : ""};
+} catch (const std::bad_alloc&) {
+    outcome_ = lackOfMemory();
 }
 
 void HTTPTransfer::complete() { std::exchange(completion_, nullptr)(std::move(outcome_)); }

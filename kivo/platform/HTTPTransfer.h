@@ -31,15 +31,26 @@ public:
 
     HTTPTransfer(URLRequest request, Completion completion);
 
+    const URLRequest& request() const { return request_; }
+
     /// The server that is asked, as "host:port".
     const std::string& host() const { return host_; }
 
-    /// Sets `easy` up for this exchange. `generation` sets apart the TLS connections that it may
-    /// share.
+    /// Sets what every exchange has in common, once for each handle.
+    static void prepare(CURL* easy);
+
+    /// Sets a prepared handle up for this exchange, whatever it was used for before. `generation`
+    /// sets apart the TLS connections that it may share.
     void configure(CURL* easy, unsigned generation);
 
-    /// Takes the outcome out of `easy`.
+    /// The outcome where there is no memory for another, made at the first call.
+    static const std::exception_ptr& lackOfMemory();
+
+    /// Takes the outcome out of `easy`. Never fails for want of memory.
     void conclude(CURL* easy, CURLcode code);
+
+    /// Whether it has had a connection, so that others need not wait to share one.
+    bool isConnected() const { return isConnected_; }
 
     /// Whether the reply came over a connection that several transfers share.
     bool isMultiplexed() const { return isMultiplexed_; }
@@ -47,10 +58,12 @@ public:
     /// Hands the outcome over.
     void complete();
 
+    /// Where the network thread chains those that have ended, which must not need memory.
+    std::shared_ptr<HTTPTransfer> next;
+
 private:
     void configureMethod(CURL* easy) const;
     void configureHeaders(CURL* easy);
-    void configureConnection(CURL* easy, unsigned generation) const;
     bool receive(const char* bytes, std::size_t count);
 
     struct HeaderListDeleter {
@@ -63,6 +76,7 @@ private:
     std::unique_ptr<curl_slist, HeaderListDeleter> headers_;
     Data body_;
     bool bodyIsTooLarge_ = false;
+    bool isConnected_ = false;
     bool isMultiplexed_ = false;
     Result<HTTPReply> outcome_;
 };

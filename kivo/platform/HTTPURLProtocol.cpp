@@ -29,9 +29,9 @@ bool HTTPURLProtocol::canInit(const URLRequest& request) {
 void HTTPURLProtocol::send(const URLRequest& request) {
     if (const auto error = refusal(request)) return fail(std::make_exception_ptr(*error));
 
-    auto ended = [self = self(), request](Result<HTTPReply> outcome) {
+    auto ended = [self = self()](Result<HTTPReply> outcome) {
         try {
-            self->transferEnded(request, std::move(outcome));
+            self->transferEnded(std::move(outcome));
         } catch (...) {
             self->fail(std::current_exception());
         }
@@ -43,15 +43,13 @@ void HTTPURLProtocol::send(const URLRequest& request) {
     transfer_ = std::move(transfer);
 }
 
-void HTTPURLProtocol::transferEnded(const URLRequest& sent, Result<HTTPReply> outcome) {
-    {
-        const std::lock_guard lock(mutex_);
-        transfer_.reset();
-        if (stopped_) return;
-    }
+void HTTPURLProtocol::transferEnded(Result<HTTPReply> outcome) {
+    const auto transfer = takeTransfer();
+    if (!transfer) return;
     if (auto* error = std::get_if<std::exception_ptr>(&outcome)) return fail(*error);
 
     auto& reply = std::get<HTTPReply>(outcome);
+    const URLRequest& sent = transfer->request();
     const auto next = redirectedRequest(sent, reply.statusCode, reply.location);
     if (!next) return deliver(sent, std::move(reply));
     if (++redirects_ > maximumRedirects)
@@ -70,14 +68,18 @@ void HTTPURLProtocol::fail(std::exception_ptr error) {
     client().urlProtocolDidFailWithError(std::move(error));
 }
 
+/// The transfer that is going on, if any, which from now on is the caller's to deal with.
+std::shared_ptr<HTTPTransfer> HTTPURLProtocol::takeTransfer() {
+    const std::lock_guard lock(mutex_);
+    return std::exchange(transfer_, nullptr);
+}
+
 void HTTPURLProtocol::stopLoading() {
-    std::shared_ptr<HTTPTransfer> running;
     {
         const std::lock_guard lock(mutex_);
         stopped_ = true;
-        running = std::exchange(transfer_, nullptr);
     }
-    if (running) NetworkThread::shared().cancel(std::move(running));
+    if (auto running = takeTransfer()) NetworkThread::shared().cancel(std::move(running));
 }
 
 std::shared_ptr<HTTPURLProtocol> HTTPURLProtocol::self() {

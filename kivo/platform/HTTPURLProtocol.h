@@ -22,7 +22,8 @@ public:
 
 private:
     void send(const URLRequest& request);
-    void transferEnded(const URLRequest& sent, Result<HTTPReply> outcome);
+    void transferEnded(Result<HTTPReply> outcome);
+    std::shared_ptr<HTTPTransfer> takeTransfer();
     void deliver(const URLRequest& sent, HTTPReply reply);
     void fail(std::exception_ptr error);
     std::shared_ptr<HTTPURLProtocol> self();

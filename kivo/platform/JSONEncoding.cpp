@@ -38,7 +38,11 @@ std::string EncodingError::localizedDescription() const {
 
 void append(Data& output, std::string_view text) {
     output += '"';
-    while (!text.empty()) {
+    for (;;) {
+        const auto plain = UTF8::plainPrefix(text);
+        output += text.substr(0, plain);
+        text.remove_prefix(plain);
+        if (text.empty()) break;
         const auto sequence = UTF8::firstSequence(text);
         if (!sequence.isWellFormed) {
             output += UTF8::replacementCharacter;

@@ -1,5 +1,6 @@
 #include "kivo/platform/Keychain.h"
 
+#include <algorithm>
 #include <exception>
 #include <utility>
 
@@ -33,21 +34,36 @@ Keychain::Keychain(std::optional<std::filesystem::path> file) {
 
 std::optional<Data> Keychain::copyMatching(std::string_view service, std::string_view account) {
     if (!file_ || !Process::isOwn()) return std::nullopt;
+    try {
+        const std::lock_guard lock(mutex_);
+        const Item* item = known(service, account);
+        if (item == nullptr) item = look(service, account);
+        return item != nullptr ? std::optional(item->data) : std::nullopt;
+    } catch (const std::exception&) {
+        return std::nullopt;
+    }
+}
+
+const Keychain::Item* Keychain::known(std::string_view service, std::string_view account) const {
+    const auto matches = [&](const Item& item) {
+        return item.service == service && item.account == account;
+    };
+    const auto found = std::ranges::find_if(known_, matches);
+    return found != known_.end() ? &*found : nullptr;
+}
+
+const Keychain::Item* Keychain::look(std::string_view service, std::string_view account) {
     std::optional<Data> found;
-    const auto look = [&](Database& database) {
+    file_->read([&](Database& database) {
         Statement items =
             database.prepare("SELECT data FROM items WHERE service = ? AND account = ?");
         items.bindText(1, service);
         items.bindText(2, account);
         if (items.step() && items.type(0) == Statement::Type::blob) found = items.bytes(0);
-    };
-    try {
-        const std::lock_guard lock(mutex_);
-        file_->read(look);
-        return found;
-    } catch (const std::exception&) {
-        return std::nullopt;
-    }
+    });
+    if (!found) return nullptr;
+    return &known_.emplace_back(
+        Item{std::string(service), std::string(account), *std::move(found)});
 }
 
 Keychain::Status Keychain::add(std::string_view service, std::string_view account,

@@ -1,8 +1,10 @@
 #pragma once
 
+#include <deque>
 #include <filesystem>
 #include <mutex>
 #include <optional>
+#include <string>
 #include <string_view>
 
 #include "kivo/platform/Data.h"
@@ -11,8 +13,8 @@
 namespace kivo::platform {
 
 /// The user's secrets, shared by all of the user's programs. An item is added once and never
-/// changed. Every call goes to disk, and may wait a second there; any thread and any number of
-/// processes may call.
+/// changed, so one that has been found is remembered. Other calls go to disk, and may wait a second
+/// there; any thread and any number of processes may call.
 class Keychain {
 public:
     enum Status : int {
@@ -36,8 +38,18 @@ public:
     Status add(std::string_view service, std::string_view account, std::string_view data);
 
 private:
-    std::mutex mutex_;  // Guards the file's connection.
+    struct Item {
+        std::string service;
+        std::string account;
+        Data data;
+    };
+
+    const Item* known(std::string_view service, std::string_view account) const;
+    const Item* look(std::string_view service, std::string_view account);
+
+    std::mutex mutex_;  // Guards the file's connection and the items.
     std::optional<DatabaseFile> file_;
+    std::deque<Item> known_;
 };
 
 }  // namespace kivo::platform

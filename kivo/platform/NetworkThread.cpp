@@ -35,20 +35,29 @@ void releaseOnPool(Object object) {
 class NetworkThread::Loop {
 public:
     Loop() : multi_(curl_multi_init()) {
-        if (multi_ == nullptr) throw std::bad_alloc();
+        // Without descriptors libcurl makes a handle that nobody can wake.
+        if (multi_ == nullptr || curl_multi_wakeup(multi_) != CURLM_OK) {
+            curl_multi_cleanup(multi_);
+            throw std::bad_alloc();
+        }
+        idleHandles_.reserve(keptHandles);
+        HTTPTransfer::lackOfMemory();
+        // libcurl's own limit follows the transfers of the moment, and closes what the next ones
+        // need.
+        constexpr long keptConnections = 16;
+        curl_multi_setopt(multi_, CURLMOPT_MAXCONNECTS, keptConnections);
     }
 
     void hand(bool starts, std::shared_ptr<HTTPTransfer> transfer) {
-        const std::lock_guard lock(mutex_);
+        std::unique_lock lock(mutex_);
         commands_.push_back({starts, std::move(transfer)});
-        wake();
+        unlockAndWake(lock);
     }
 
     TimerQueue::Timer schedule(TimerQueue::Clock::time_point deadline, TimerQueue::Job job) {
-        const std::lock_guard lock(mutex_);
-        const auto before = timers_.earliest();
+        std::unique_lock lock(mutex_);
         const auto timer = timers_.add(deadline, std::move(job));
-        if (!before || deadline < *before) wake();
+        if (deadline < sleepsUntil_) unlockAndWake(lock);
         return timer;
     }
 
@@ -60,16 +69,20 @@ public:
     void stop(TimerQueue::Clock::time_point deadline) {
         std::unique_lock lock(mutex_);
         stopping_ = true;
-        wake();
+        unlockAndWake(lock);
+        lock.lock();
         parkedChanged_.wait_until(lock, deadline, [this] { return parked_; });
     }
 
     void run() {
         while (takeWork()) {
-            attempt([this] { carryOutAll(); });
+            attempt([this] { submitDue(); });
+            carryOutAll();
             int running = 0;
             curl_multi_perform(multi_, &running);
-            attempt([this] { collectEnded(); });
+            collectEnded();
+            beginConnected();
+            attempt([this] { submitEnded(); });
             curl_multi_poll(multi_, nullptr, 0, millisecondsToSleep(), nullptr);
         }
     }
@@ -80,24 +93,27 @@ private:
         std::shared_ptr<HTTPTransfer> transfer;
     };
 
-    void wake() {
-        if (!std::exchange(wakeIsDue_, true)) curl_multi_wakeup(multi_);
+    /// The thread needs the lock at once, so it is woken outside; awake, it looks by itself before
+    /// it sleeps.
+    void unlockAndWake(std::unique_lock<std::mutex>& lock) {
+        const bool isNeeded = std::exchange(sleeps_, false);
+        lock.unlock();
+        if (isNeeded) curl_multi_wakeup(multi_);
     }
 
     /// Takes what has been handed in; false once the process ends.
     bool takeWork() {
         const std::lock_guard lock(mutex_);
-        wakeIsDue_ = false;
+        sleeps_ = false;
         std::swap(takenCommands_, commands_);
-        dueJobs_ = timers_.takeDue(TimerQueue::Clock::now());
+        timers_.takeDue(TimerQueue::Clock::now(), dueJobs_);
         if (!stopping_) return true;
         parked_ = true;
         parkedChanged_.notify_all();
         return false;
     }
 
-    /// Without memory a step is left out: time limits end what it leaves behind, and the host goes
-    /// on.
+    /// Without memory a step is left unfinished; the next turn takes it up again.
     template <typename Step>
     static void attempt(const Step& step) noexcept {
         try {
@@ -106,9 +122,14 @@ private:
         }
     }
 
+    /// From here on the thread must be woken for what is handed in.
     int millisecondsToSleep() {
         const std::lock_guard lock(mutex_);
+        sleeps_ = commands_.empty() && !stopping_;
+        if (!sleeps_) return 0;
+        if (ended_ || !dueJobs_.empty()) return retryMilliseconds;
         const auto earliest = timers_.earliest();
+        sleepsUntil_ = earliest.value_or(TimerQueue::Clock::time_point::max());
         if (!earliest) return INT_MAX;
         const auto left =
             std::chrono::ceil<std::chrono::milliseconds>(*earliest - TimerQueue::Clock::now());
@@ -116,34 +137,55 @@ private:
     }
 
     void carryOutAll() {
-        for (auto& command : std::exchange(takenCommands_, {})) carryOut(std::move(command));
-        for (auto& job : std::exchange(dueJobs_, {})) TaskPool::shared().submit(std::move(job));
+        for (auto& command : takenCommands_) {
+            if (command.starts) {
+                admit(std::move(command.transfer));
+            } else {
+                attempt([&] { abort(std::move(command.transfer)); });
+            }
+        }
+        takenCommands_.clear();
     }
 
-    void carryOut(Command command) {
-        if (!command.starts) {
-            abort(std::move(command.transfer));
-        } else if (queue_.admit(command.transfer)) {
-            begin(std::move(command.transfer));
+    /// What is not handed to the pool, for want of memory, stays for the next turn. The job ends on
+    /// the pool, as it may hold a caller's code.
+    void submitDue() {
+        for (; !dueJobs_.empty(); dueJobs_.erase(dueJobs_.begin()))
+            TaskPool::shared().submit(
+                [job = dueJobs_.begin()->second] { std::exchange(*job, nullptr)(); });
+    }
+
+    void submitEnded() {
+        for (; ended_; ended_ = std::exchange(ended_->next, nullptr))
+            TaskPool::shared().submit([transfer = ended_] { transfer->complete(); });
+    }
+
+    void admit(std::shared_ptr<HTTPTransfer> transfer) {
+        try {
+            if (!queue_.admit(transfer)) return;
+        } catch (const std::bad_alloc&) {
+            transfer->conclude(nullptr, CURLE_OUT_OF_MEMORY);
+            return retire(std::move(transfer));
         }
+        begin(std::move(transfer));
     }
 
     void begin(std::shared_ptr<HTTPTransfer> transfer) {
         CURL* easy = takeHandle();
-        if (!prepare(easy, transfer))
-            return conclude(easy, std::move(transfer), CURLE_OUT_OF_MEMORY);
-        active_.emplace(easy, std::move(transfer));
+        if (!prepare(easy, transfer)) conclude(easy, std::move(transfer), CURLE_OUT_OF_MEMORY);
     }
 
     /// False when there is no memory for it.
     bool prepare(CURL* easy, const std::shared_ptr<HTTPTransfer>& transfer) {
         if (easy == nullptr) return false;
         try {
+            active_.emplace(easy, transfer);
             transfer->configure(easy, generations_.of(transfer->host()));
-            return curl_multi_add_handle(multi_, easy) == CURLM_OK;
-        } catch (const std::bad_alloc&) {
-            return false;
+            if (curl_multi_add_handle(multi_, easy) == CURLM_OK) return true;
+        } catch (const std::bad_alloc&) {  // Told by the answer.
         }
+        active_.erase(easy);
+        return false;
     }
 
     void abort(std::shared_ptr<HTTPTransfer> transfer) {
@@ -161,7 +203,7 @@ private:
         generations_.renew(transfer->host());
         curl_easy_setopt(easy, CURLOPT_FORBID_REUSE, 1L);
         curl_multi_remove_handle(multi_, easy);
-        keepHandle(easy);
+        curl_easy_cleanup(easy);
         beginNext(transfer->host(), false);
     }
 
@@ -180,44 +222,63 @@ private:
         if (code == CURLE_OPERATION_TIMEDOUT) generations_.renew(transfer->host());
         transfer->conclude(easy, code);
         keepHandle(easy);
-        const std::string host = transfer->host();
-        const bool isMultiplexed = transfer->isMultiplexed();
-        TaskPool::shared().submit([transfer = std::move(transfer)] { transfer->complete(); });
-        beginNext(host, isMultiplexed);
+        retire(transfer);
+        beginNext(transfer->host(), transfer->isMultiplexed());
+    }
+
+    /// Puts it at the end of those that wait to be handed to the pool.
+    void retire(std::shared_ptr<HTTPTransfer> transfer) {
+        auto& place = ended_ ? lastEnded_->next : ended_;
+        lastEnded_ = transfer.get();
+        place = std::move(transfer);
     }
 
     void beginNext(const std::string& host, bool isMultiplexed) {
         for (auto& next : queue_.ended(host, isMultiplexed)) begin(std::move(next));
     }
 
+    void beginConnected() {
+        for (auto& next : queue_.connected()) begin(std::move(next));
+    }
+
     CURL* takeHandle() {
-        if (idleHandles_.empty()) return curl_easy_init();
+        if (idleHandles_.empty()) return newHandle();
         CURL* easy = idleHandles_.back();
         idleHandles_.pop_back();
         return easy;
     }
 
+    static CURL* newHandle() {
+        CURL* easy = curl_easy_init();
+        if (easy != nullptr) HTTPTransfer::prepare(easy);
+        return easy;
+    }
+
     /// Handles are reused: making one costs more than a request does.
     void keepHandle(CURL* easy) {
-        constexpr std::size_t kept = 16;
         if (easy == nullptr) return;
-        if (idleHandles_.size() >= kept) return curl_easy_cleanup(easy);
-        curl_easy_reset(easy);
+        if (idleHandles_.size() >= keptHandles) return curl_easy_cleanup(easy);
         idleHandles_.push_back(easy);
     }
+
+    static constexpr std::size_t keptHandles = 24;
+    static constexpr int retryMilliseconds = 100;
 
     CURLM* multi_;
     std::unordered_map<CURL*, std::shared_ptr<HTTPTransfer>> active_;
     std::vector<CURL*> idleHandles_;
     std::vector<Command> takenCommands_;
-    std::vector<TimerQueue::Job> dueJobs_;
+    TimerQueue::Jobs dueJobs_;
+    std::shared_ptr<HTTPTransfer> ended_;  // The first of a chain.
+    HTTPTransfer* lastEnded_ = nullptr;
     TransferQueue queue_;
     ConnectionGenerations generations_;
 
     std::mutex mutex_;
     std::vector<Command> commands_;
     TimerQueue timers_;
-    bool wakeIsDue_ = false;
+    bool sleeps_ = false;
+    TimerQueue::Clock::time_point sleepsUntil_{};  // While it sleeps; libcurl may wake it earlier.
     bool stopping_ = false;
     bool parked_ = false;
     std::condition_variable parkedChanged_;

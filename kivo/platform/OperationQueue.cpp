@@ -10,7 +10,7 @@ void OperationQueue::addOperation(Operation operation) {
     const std::lock_guard lock(mutex_);
     waiting_.push_back(std::move(operation));
     if (runs_) return;
-    TaskPool::shared().submit([self = shared_from_this()] { self->runAll(); });
+    TaskPool::shared().submitNext([self = shared_from_this()] { self->runAll(); });
     runs_ = true;
 }
 

@@ -3,6 +3,8 @@
 #include <cerrno>
 #include <ctime>
 
+#include "kivo/platform/Thread.h"
+
 namespace kivo::platform {
 
 namespace {
@@ -20,7 +22,8 @@ void leaveOutIfPending(int signal, sigset_t& signals) {
 
 }  // namespace
 
-OutputSignals::OutputSignals() noexcept {
+OutputSignals::OutputSignals() noexcept : isHosts_(!isOwnThread()) {
+    if (!isHosts_) return;
     sigemptyset(&drained_);
     sigaddset(&drained_, SIGPIPE);
     sigaddset(&drained_, SIGXFSZ);
@@ -30,6 +33,7 @@ OutputSignals::OutputSignals() noexcept {
 }
 
 OutputSignals::~OutputSignals() {
+    if (!isHosts_) return;
     while (takePending(drained_)) continue;
     pthread_sigmask(SIG_SETMASK, &before_, nullptr);
 }

@@ -6,7 +6,8 @@ namespace kivo::platform {
 
 /// Keeps SIGPIPE and SIGXFSZ from this thread while it writes, so that a broken pipe or a file size
 /// limit is an error and not the host's end. At its end it takes back what the write raised; what
-/// was pending before stays pending.
+/// was pending before stays pending. Our own threads block both for good, and nobody waits for them
+/// there.
 class OutputSignals {
 public:
     OutputSignals() noexcept;
@@ -15,7 +16,8 @@ public:
     OutputSignals& operator=(const OutputSignals&) = delete;
 
 private:
-    sigset_t before_;  // The thread's mask.
+    const bool isHosts_;  // Whether this thread is the host's.
+    sigset_t before_;     // The thread's mask.
     sigset_t drained_;
 };
 

@@ -2,11 +2,13 @@
 
 #include <curl/curl.h>
 #include <dlfcn.h>
+#include <sys/mman.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <cstdint>
 #include <cstdlib>
+#include <new>
 
 #include "kivo/platform/Environment.h"
 #include "kivo/platform/NetworkThread.h"
@@ -17,7 +19,19 @@ namespace kivo::platform::Process {
 namespace {
 
 std::atomic<pid_t> owner{0};
+std::atomic<const char*> mark{nullptr};
 std::atomic<bool> ending{false};
+
+/// A byte that is 1 in this process and 0 in a forked child, where the kernel empties its page:
+/// every entry asks whose process it is, and this answers without a system call. Null where the
+/// kernel cannot do that.
+const char* makeMark() {
+    const auto size = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+    void* page = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (page == MAP_FAILED || madvise(page, size, MADV_WIPEONFORK) != 0) return nullptr;
+    *static_cast<char*>(page) = 1;
+    return static_cast<const char*>(page);
+}
 
 /// Stops the threads at a safe point and frees nothing: they may outlive this call, and the
 /// libraries' own exit handlers, which run after it, must find no transfer at work.
@@ -29,14 +43,24 @@ void endProcess() {
     TaskPool::stopAll(deadline);
 }
 
+template <typename Function>
+Function* symbol(const char* name) {
+    return reinterpret_cast<Function*>(dlsym(RTLD_DEFAULT, name));
+}
+
 /// A transfer may still be at work when the exit hook gives up waiting for it, in the midst of a
 /// handshake say; OpenSSL must not be torn down under it. Has no effect where the host has started
 /// OpenSSL before.
 void keepOpenSSLToTheEnd() {
-    using Initialise = int (*)(std::uint64_t options, const void* settings);
     constexpr std::uint64_t withoutExitHandler = 0x00080000;  // OPENSSL_INIT_NO_ATEXIT
-    if (auto* symbol = dlsym(RTLD_DEFAULT, "OPENSSL_init_crypto"))
-        reinterpret_cast<Initialise>(symbol)(withoutExitHandler, nullptr);
+    if (auto* initialise = symbol<int(std::uint64_t, const void*)>("OPENSSL_init_crypto"))
+        initialise(withoutExitHandler, nullptr);
+}
+
+/// An OpenSSL that could not have the memory for its beginnings crashes whoever uses it later.
+void requireOpenSSL() {
+    auto* context = symbol<void*()>("OSSL_LIB_CTX_get0_global_default");
+    if (context != nullptr && context() == nullptr) throw std::bad_alloc();
 }
 
 /// A host that closes the plug-in which brought us would otherwise unmap the code our threads run.
@@ -48,9 +72,11 @@ void pinLibrary() {
 
 bool prepareOnce() {
     owner = getpid();
+    mark = makeMark();
     Environment::current();
     keepOpenSSLToTheEnd();
-    curl_global_init(CURL_GLOBAL_DEFAULT);
+    requireOpenSSL();
+    if (curl_global_init(CURL_GLOBAL_DEFAULT) != CURLE_OK) throw std::bad_alloc();
     std::atexit(
         endProcess);  // After libcurl's start: the hook runs before OpenSSL's own exit handler.
     pinLibrary();
@@ -60,6 +86,7 @@ bool prepareOnce() {
 }  // namespace
 
 bool isOwn() noexcept {
+    if (const char* own = mark.load(std::memory_order_acquire)) return *own != 0;
     const pid_t process = owner.load(std::memory_order_acquire);
     return process == 0 || process == getpid();
 }

@@ -24,7 +24,7 @@ struct Detached {
 
 /// The parameters live as long as the work: the owner, and the mark that it is unfinished.
 Detached carry([[maybe_unused]] std::shared_ptr<const void> owner,
-               [[maybe_unused]] std::unique_ptr<TaskPool::Activity> unfinished, Task<void> work) {
+               [[maybe_unused]] TaskPool::Activity unfinished, Task<void> work) {
     co_await std::move(work);
 }
 
@@ -32,10 +32,10 @@ Detached carry([[maybe_unused]] std::shared_ptr<const void> owner,
 
 void launch(std::shared_ptr<const void> owner, Task<void> work) {
     if (!Process::isOwn()) return;
-    auto unfinished = std::make_unique<TaskPool::Activity>();
+    TaskPool::Activity unfinished;
     const Detached detached = carry(std::move(owner), std::move(unfinished), std::move(work));
     try {
-        TaskPool::shared().submit([handle = detached.handle] { handle.resume(); });
+        TaskPool::shared().submitNext([handle = detached.handle] { handle.resume(); });
     } catch (...) {
         detached.handle.destroy();
         throw;

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <utility>
-#include <vector>
 
 #include "kivo/platform/Export.h"
 #include "kivo/platform/TaskPool.h"
@@ -16,16 +15,18 @@ public:
     Handover& operator=(const Handover&) = delete;
 
 private:
-    friend class TaskPool;
-    std::vector<std::pair<Kind, Job>> gathered_;
+    const bool isOutermost_;
 };
 
 class TaskPool::Activity {
 public:
     KIVO_HIDDEN Activity();
     KIVO_HIDDEN ~Activity();
-    Activity(const Activity&) = delete;
-    Activity& operator=(const Activity&) = delete;
+    Activity(Activity&& other) noexcept : isOwn_(std::exchange(other.isOwn_, false)) {}
+    Activity& operator=(Activity&&) = delete;
+
+private:
+    bool isOwn_ = true;
 };
 
 }  // namespace kivo::platform

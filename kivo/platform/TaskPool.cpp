@@ -5,7 +5,10 @@
 #include <condition_variable>
 #include <deque>
 #include <mutex>
+#include <new>
 #include <system_error>
+#include <utility>
+#include <vector>
 
 #include "kivo/platform/Process.h"
 #include "kivo/platform/TaskPool+Scopes.h"
@@ -17,7 +20,7 @@ namespace {
 
 std::atomic<bool> started{false};
 thread_local bool onPoolThread = false;
-thread_local TaskPool::Handover* openHandover = nullptr;
+thread_local bool isHandingOver = false;
 
 }  // namespace
 
@@ -34,15 +37,24 @@ public:
     }
 
     void push(Kind kind, Job job) {
-        const std::lock_guard lock(mutex_);
+        if (isHandingOver) return gathered_.push_back({kind, std::move(job)});
+        std::unique_lock lock(mutex_);
         pushLocked(kind, std::move(job));
-        wakeOne();
+        const bool isTakenNext = kind == Kind::next && onPoolThread && queue_.size() == 1;
+        if (!isTakenNext) unlockAndWakeOne(lock);
     }
 
-    void pushAll(std::vector<std::pair<Kind, Job>>& jobs) {
-        const std::lock_guard lock(mutex_);
-        for (auto& [kind, job] : jobs) pushLocked(kind, std::move(job));
-        wakeOne();
+    static bool hasGathered() { return !gathered_.empty(); }
+
+    /// Without memory for one of them, it and what follows it are dropped.
+    void pushGathered() noexcept {
+        std::unique_lock lock(mutex_);
+        try {
+            for (auto& [kind, job] : gathered_) pushLocked(kind, std::move(job));
+        } catch (const std::bad_alloc&) {
+        }
+        unlockAndWakeOne(lock);
+        gathered_.clear();
     }
 
     void beginActivity() {
@@ -94,10 +106,12 @@ private:
     }
 
     /// A woken worker wakes the next one itself while there is more to take, so one wake is enough.
-    void wakeOne() {
-        if (sleepers_ == 0 || wakeIsDue_ || !canTake()) return;
-        wakeIsDue_ = true;
-        ready_.notify_one();
+    /// It needs the lock at once, so it is woken outside.
+    void unlockAndWakeOne(std::unique_lock<std::mutex>& lock) {
+        const bool isNeeded = sleepers_ > 0 && !wakeIsDue_ && canTake();
+        wakeIsDue_ = wakeIsDue_ || isNeeded;
+        lock.unlock();
+        if (isNeeded) ready_.notify_one();
     }
 
     bool canTake() const { return !barrierRuns_ && !queue_.empty(); }
@@ -108,13 +122,12 @@ private:
         while (awaitEntry(lock)) {
             Entry entry = std::move(queue_.front());
             queue_.pop_front();
-            if (stopping_ && entry.kind == Kind::task) {
+            if (stopping_ && isTask(entry.kind)) {
                 abandoned_.push_back(std::move(entry));
                 continue;
             }
             barrierRuns_ = entry.kind == Kind::barrier;
-            wakeOne();
-            lock.unlock();
+            unlockAndWakeOne(lock);
             run(entry.job);
             lock.lock();
             if (entry.kind == Kind::barrier) barrierRuns_ = false;
@@ -134,6 +147,8 @@ private:
         return canTake();
     }
 
+    static bool isTask(Kind kind) { return kind == Kind::task || kind == Kind::next; }
+
     static void run(Job& job) noexcept {
         try {
             job();
@@ -141,6 +156,8 @@ private:
         }
         job = nullptr;
     }
+
+    static inline thread_local std::vector<Entry> gathered_;  // Keeps its memory for the next time.
 
     std::mutex mutex_;
     std::condition_variable ready_;
@@ -167,16 +184,12 @@ TaskPool& TaskPool::shared() {
 }
 
 void TaskPool::submit(Job job) { enqueue(Kind::task, std::move(job)); }
+void TaskPool::submitNext(Job job) { enqueue(Kind::next, std::move(job)); }
 void TaskPool::submitBarrier(Job job) { enqueue(Kind::barrier, std::move(job)); }
 void TaskPool::submitCommit(Job job) { enqueue(Kind::commit, std::move(job)); }
 
 void TaskPool::enqueue(Kind kind, Job job) {
-    if (!Process::isOwn()) return;
-    if (openHandover != nullptr) {
-        openHandover->gathered_.emplace_back(kind, std::move(job));
-    } else {
-        state_.push(kind, std::move(job));
-    }
+    if (Process::isOwn()) state_.push(kind, std::move(job));
 }
 
 bool TaskPool::waitUntilIdle(std::chrono::milliseconds timeout) {
@@ -189,20 +202,17 @@ void TaskPool::stopAll(std::chrono::steady_clock::time_point deadline) {
 
 bool TaskPool::isPoolThread() noexcept { return onPoolThread; }
 
-TaskPool::Handover::Handover() {
-    if (openHandover == nullptr) openHandover = this;
-}
+TaskPool::Handover::Handover() : isOutermost_(!std::exchange(isHandingOver, true)) {}
 
 TaskPool::Handover::~Handover() {
-    if (openHandover != this) return;
-    openHandover = nullptr;
-    try {
-        if (!gathered_.empty()) TaskPool::shared().state_.pushAll(gathered_);
-    } catch (...) {  // No memory: the operation is dropped, the host goes on.
-    }
+    if (!isOutermost_) return;
+    isHandingOver = false;
+    if (State::hasGathered()) TaskPool::shared().state_.pushGathered();
 }
 
 TaskPool::Activity::Activity() { TaskPool::shared().state_.beginActivity(); }
-TaskPool::Activity::~Activity() { TaskPool::shared().state_.endActivity(); }
+TaskPool::Activity::~Activity() {
+    if (isOwn_) TaskPool::shared().state_.endActivity();
+}
 
 }  // namespace kivo::platform

@@ -14,11 +14,16 @@ class KIVO_EXPORT TaskPool {
 public:
     using Job = std::function<void()>;
 
-    /// Starts the threads on first use; throws std::system_error when not even one can be had.
+    /// Starts the threads on first use; throws std::system_error when not even one can be had, and
+    /// std::bad_alloc when there is no memory to begin with.
     static TaskPool& shared();
 
     /// Runs `job` on a pool thread, after every barrier submitted before it.
     void submit(Job job);
+
+    /// Like `submit`, for a job that carries on where the calling one is about to end: a pool
+    /// thread takes it up itself, next, rather than wake the other one for it.
+    KIVO_HIDDEN void submitNext(Job job);
 
     /// Runs `job` after every barrier submitted before it, and holds back what is submitted after
     /// it until it has returned. Keep it short. It still runs when the process is about to end.
@@ -40,15 +45,15 @@ public:
     /// Whether the calling thread belongs to the pool.
     KIVO_HIDDEN static bool isPoolThread() noexcept;
 
-    /// While one is alive, what its thread submits gathers in it, and is handed over together at
-    /// its end: one lock, one thread woken.
+    /// While one is alive, what its thread submits gathers, and is handed over together at the end
+    /// of the outermost: one lock, one thread woken.
     class Handover;
 
     /// One unfinished piece of work that `waitUntilIdle` waits for.
     class Activity;
 
 private:
-    enum class Kind { task, barrier, commit };
+    enum class Kind { task, next, barrier, commit };
     class KIVO_HIDDEN State;
 
     KIVO_HIDDEN TaskPool();

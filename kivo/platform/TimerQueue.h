@@ -4,9 +4,9 @@
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <memory>
 #include <optional>
 #include <utility>
-#include <vector>
 
 namespace kivo::platform {
 
@@ -16,10 +16,11 @@ public:
     using Clock = std::chrono::steady_clock;
     using Job = std::function<void()>;
     using Timer = std::pair<Clock::time_point, std::uint64_t>;
+    using Jobs = std::map<Timer, std::shared_ptr<Job>>;
 
     Timer add(Clock::time_point deadline, Job job) {
         const Timer timer{deadline, ++lastNumber_};
-        jobs_.emplace(timer, std::move(job));
+        jobs_.emplace(timer, std::make_shared<Job>(std::move(job)));
         return timer;
     }
 
@@ -27,14 +28,13 @@ public:
     /// where it likes.
     Job remove(const Timer& timer) {
         auto node = jobs_.extract(timer);
-        return node.empty() ? Job() : std::move(node.mapped());
+        return node.empty() ? Job() : std::move(*node.mapped());
     }
 
-    std::vector<Job> takeDue(Clock::time_point now) {
-        std::vector<Job> due;
+    /// Moves what is due over to `due`. Needs no memory.
+    void takeDue(Clock::time_point now, Jobs& due) {
         while (!jobs_.empty() && jobs_.begin()->first.first <= now)
-            due.push_back(remove(jobs_.begin()->first));
-        return due;
+            due.insert(jobs_.extract(jobs_.begin()));
     }
 
     std::optional<Clock::time_point> earliest() const {
@@ -42,7 +42,7 @@ public:
     }
 
 private:
-    std::map<Timer, Job> jobs_;
+    Jobs jobs_;
     std::uint64_t lastNumber_ = 0;
 };
 

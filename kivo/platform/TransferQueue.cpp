@@ -12,8 +12,9 @@ constexpr std::size_t multiplexedLimit = 24;
 
 bool TransferQueue::admit(const Transfer& transfer) {
     Host& host = hosts_[transfer->host()];
-    const bool mayStart = host.running < host.limit;
+    const bool mayStart = host.running < host.limit && !host.first;
     if (mayStart) {
+        if (host.running == 0) host.first = transfer;
         ++host.running;
     } else {
         host.waiting.push_back(transfer);
@@ -21,19 +22,28 @@ bool TransferQueue::admit(const Transfer& transfer) {
     return mayStart;
 }
 
-std::vector<TransferQueue::Transfer> TransferQueue::ended(const std::string& name,
-                                                          bool isMultiplexed) {
-    std::vector<Transfer> next;
+TransferQueue::Transfers TransferQueue::connected() {
+    Transfers next;
+    for (auto& [name, host] : hosts_)
+        if (host.first && host.first->isConnected()) startWaiting(host, next);
+    return next;
+}
+
+TransferQueue::Transfers TransferQueue::ended(const std::string& name, bool isMultiplexed) {
+    Transfers next;
     const auto found = hosts_.find(name);
     Host& host = found->second;
     --host.running;
     host.limit = isMultiplexed ? multiplexedLimit : separateLimit;
-    for (; host.running < host.limit && !host.waiting.empty(); ++host.running) {
-        next.push_back(std::move(host.waiting.front()));
-        host.waiting.pop_front();
-    }
+    startWaiting(host, next);
     if (host.running == 0) hosts_.erase(found);
     return next;
+}
+
+void TransferQueue::startWaiting(Host& host, Transfers& next) {
+    host.first.reset();
+    for (; host.running < host.limit && !host.waiting.empty(); ++host.running)
+        next.splice(next.end(), host.waiting, host.waiting.begin());
 }
 
 bool TransferQueue::withdraw(const Transfer& transfer) {

@@ -1,28 +1,32 @@
 #pragma once
 
-#include <deque>
+#include <list>
 #include <memory>
 #include <string>
 #include <unordered_map>
-#include <vector>
 
 #include "kivo/platform/HTTPTransfer.h"
 
 namespace kivo::platform {
 
 /// Decides which transfers run: six at a time to one host, or 24 once it has answered over a
-/// connection that it shares among them. The others wait their turn here and not inside libcurl,
-/// whose own waiting list can miss a connection that has become free and leave a transfer waiting
-/// until the next time limit.
+/// connection that it shares among them. While none runs, the first goes alone until it has
+/// connected, for the others to share what it finds. The others wait their turn here and not inside
+/// libcurl, whose own waiting list can miss a connection that has become free and leave a transfer
+/// waiting until the next time limit.
 class TransferQueue {
 public:
     using Transfer = std::shared_ptr<HTTPTransfer>;
+    using Transfers = std::list<Transfer>;
 
     /// Whether `transfer` may start now; otherwise it waits.
     bool admit(const Transfer& transfer);
 
+    /// Those whose turn has come since the first transfers to their hosts have connected.
+    Transfers connected();
+
     /// Notes that a transfer to `host` has ended, and returns those whose turn has come.
-    std::vector<Transfer> ended(const std::string& host, bool isMultiplexed);
+    Transfers ended(const std::string& host, bool isMultiplexed);
 
     /// Takes `transfer` out if it waits; returns whether it did.
     bool withdraw(const Transfer& transfer);
@@ -33,8 +37,11 @@ private:
     struct Host {
         std::size_t running = 0;
         std::size_t limit = separateLimit;
-        std::deque<Transfer> waiting;
+        Transfer first;  // Until it has connected or ended.
+        Transfers waiting;
     };
+
+    static void startWaiting(Host& host, Transfers& next);
 
     std::unordered_map<std::string, Host> hosts_;
 };

@@ -8,13 +8,13 @@ namespace kivo::platform {
 
 namespace {
 
-bool isTokenCharacter(char c) {
+constexpr bool isTokenCharacter(char c) {
     return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') ||
            (c != '\0' && std::string_view("!#$%&'*+-.^_`|~").find(c) != std::string_view::npos);
 }
 
 bool staysInItsLine(std::string_view value) {
-    return value.find_first_of(std::string_view("\0\r\n", 3)) == std::string_view::npos;
+    return std::ranges::none_of(value, [](char c) { return c == '\0' || c == '\r' || c == '\n'; });
 }
 
 bool sameField(std::string_view one, std::string_view other) {

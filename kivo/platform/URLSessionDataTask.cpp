@@ -29,15 +29,15 @@ void URLSessionDataTask::resume() {
     if (!Process::isOwn()) return;
     const std::lock_guard lock(mutex_);
     if (resumed_ || ended_) return;
-    auto unfinished = std::make_unique<TaskPool::Activity>();
+    TaskPool::Activity unfinished;
     const auto timeLimit = scheduleTimeLimit();
     try {
-        TaskPool::shared().submit([self = shared_from_this()] { self->startLoading(); });
+        TaskPool::shared().submitNext([self = shared_from_this()] { self->startLoading(); });
     } catch (...) {
         NetworkThread::shared().unschedule(timeLimit);
         throw;
     }
-    unfinished_ = std::move(unfinished);
+    unfinished_.emplace(std::move(unfinished));
     timeLimit_ = timeLimit;
     resumed_ = true;
 }
@@ -65,10 +65,9 @@ std::shared_ptr<URLProtocol> URLSessionDataTask::makeProtocol() {
     if (accepting != classes.end())
         return accepting->make(accepting->canonicalRequest(request_), nullptr, shared_from_this());
 
-    URLRequest request = request_;
-    request.setTimeoutInterval(
-        std::min(request.timeoutInterval(), configuration_->timeoutIntervalForRequest));
-    return std::make_shared<HTTPURLProtocol>(std::move(request), nullptr, shared_from_this());
+    request_.setTimeoutInterval(
+        std::min(request_.timeoutInterval(), configuration_->timeoutIntervalForRequest));
+    return std::make_shared<HTTPURLProtocol>(std::move(request_), nullptr, shared_from_this());
 }
 
 /// Takes `protocol` in; false when the load has ended meanwhile.

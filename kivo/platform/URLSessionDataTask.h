@@ -55,14 +55,14 @@ private:
 
     const std::shared_ptr<const URLSessionConfiguration> configuration_;
     const std::shared_ptr<OperationQueue> delegateQueue_;
-    const URLRequest request_;
+    URLRequest request_;  // Until the protocol has it.
     CompletionHandler handler_;
 
     std::mutex mutex_;  // Guards all below: a protocol, a time limit and a caller may end the load
                         // at once.
     bool resumed_ = false;
     bool ended_ = false;
-    std::unique_ptr<TaskPool::Activity> unfinished_;
+    std::optional<TaskPool::Activity> unfinished_;
     std::optional<TimerQueue::Timer> timeLimit_;
     std::shared_ptr<URLProtocol> protocol_;
     std::shared_ptr<const URLResponse> response_;

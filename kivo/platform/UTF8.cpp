@@ -1,5 +1,7 @@
 #include "kivo/platform/UTF8.h"
 
+#include <algorithm>
+
 namespace kivo::platform::UTF8 {
 
 namespace {
@@ -39,6 +41,14 @@ Sequence firstSequence(std::string_view text) {
     std::size_t length = 1;
     while (length < lead.length && length < text.size() && continues(length)) ++length;
     return {.length = length, .isWellFormed = length == lead.length};
+}
+
+std::size_t plainPrefix(std::string_view text) {
+    const auto isPlain = [](char c) {
+        return c >= ' ' && c != '"' && c != '\\' && c != '/' && c != '\x7F';
+    };
+    const auto end = std::ranges::find_if_not(text, isPlain);
+    return static_cast<std::size_t>(end - text.begin());
 }
 
 bool isWellFormed(std::string_view text) {

@@ -15,6 +15,10 @@ struct Sequence {
 /// The sequence at the front of `text`, which must not be empty.
 Sequence firstSequence(std::string_view text);
 
+/// How many characters `text` begins with that are printable ASCII and neither `"`, `\` nor `/`: no
+/// notation has an escape for them.
+std::size_t plainPrefix(std::string_view text);
+
 bool isWellFormed(std::string_view text);
 
 /// Stands for each malformed sequence when a text must be well-formed: U+FFFD.

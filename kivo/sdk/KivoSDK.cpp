@@ -6,6 +6,7 @@
 #include "kivo/platform/Console.h"
 #include "kivo/platform/Guarded.h"
 #include "kivo/platform/Process.h"
+#include "kivo/sdk/IdlePlugin.h"
 #include "kivo/sdk/KivoCommunication.h"
 
 namespace kivo {
@@ -30,9 +31,13 @@ bool makePlugin(const KivoConfig& config) {
 }  // namespace
 
 std::shared_ptr<KivoCommunicationPlugin> KivoSDK::initialise(const KivoConfig& config) noexcept {
-    const bool isFirst = !instance() && makePlugin(config);
-    if (!isFirst) platform::Console::print("Kivo already initialized");
-    return instance();
+    try {
+        const bool isFirst = !instance() && makePlugin(config);
+        if (!isFirst) platform::Console::print("Kivo already initialized");
+    } catch (...) {  // No memory: a later call may have more luck.
+    }
+    auto made = instance();
+    return made ? made : IdlePlugin::shared();
 }
 
 std::shared_ptr<KivoCommunicationPlugin> KivoSDK::instance() noexcept {

@@ -1,19 +1,28 @@
 // A host application for the tests, told by its arguments what to do, one after the other.
 
+#include <dlfcn.h>
+#include <sys/time.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
+#include <clocale>
+#include <csignal>
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
+#include <locale>
 #include <map>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "kivo/platform/Bundle.h"
+#include "kivo/platform/Console.h"
 #include "kivo/platform/TaskPool.h"
 #include "kivo/sdk/KivoSDK.h"
 
@@ -21,19 +30,36 @@ namespace {
 
 using kivo::KivoSDK;
 
+using Clock = std::chrono::steady_clock;
+
+long microsecondsSince(Clock::time_point start) {
+    return std::chrono::duration_cast<std::chrono::microseconds>(Clock::now() - start).count();
+}
+
+/// As initialise() gave it, which is all that a host may rely on where memory is short.
+std::shared_ptr<kivo::KivoCommunicationPlugin> made;
+
+void initialise() { made = KivoSDK::initialise({.apiKey = "key"}); }
+
+const kivo::RemoteMessage imageMessage{
+    {"notification", {{"image", std::string("https://localhost/a.png")}}}};
+
+/// Allocates nothing of its own but what it hands over, so that a lack of memory hits Kivo alone.
 void everyOperation() {
     const auto plugin = KivoSDK::initialise({.apiKey = "key"});
     plugin->setUser("40", "711", "ana@example.com", "Ana");
     plugin->updateDeviceToken("t");
     plugin->setNotificationPermission(true);
-    plugin->onMessageReceived({{"notification", {{"image", "https://localhost/a.png"}}}});
+    plugin->onMessageReceived(imageMessage);
     plugin->onMessageReceived({});
     plugin->unsetUser();
 }
 
-void await() {
+void await() try {
     const bool idle = kivo::platform::TaskPool::shared().waitUntilIdle(std::chrono::seconds(60));
     if (!idle) std::cout << "not idle" << std::endl;
+} catch (const std::exception& error) {
+    std::cout << "no pool: " << error.what() << std::endl;
 }
 
 bool inChild = false;
@@ -73,12 +99,123 @@ void printFigures() {
               << entriesOf("/proc/self/fd", [](const auto&) { return true; }) << std::endl;
 }
 
+/// Has Kivo hit the image that the environment names.
+void hitImage() {
+    const char* address = getenv("HOST_IMAGE");
+    made->onMessageReceived({{"notification", {{"image", std::string(address)}}}});
+}
+
+/// For a second: every operation, getter and setter from 32 threads at once.
+void storm() {
+    const auto plugin = KivoSDK::initialise({.apiKey = "key"});
+    const auto end = Clock::now() + std::chrono::seconds(1);
+    std::vector<std::thread> threads(32);
+    for (auto& thread : threads)
+        thread = std::thread([&] {
+            while (Clock::now() < end) {
+                everyOperation();
+                plugin->setConfig(plugin->config());
+                plugin->modifyConfig([](kivo::KivoConfig& config) { config.apiKey += "y"; });
+                plugin->setConfig({.apiKey = "key"});
+                kivo::platform::Console::setOutput(nullptr);
+                std::this_thread::sleep_for(std::chrono::milliseconds(50));
+            }
+        });
+    for (auto& thread : threads) thread.join();
+}
+
+/// A host that changes its environment all the time, against all advice.
+void keepSettingVariables() {
+    std::thread([] {
+        for (unsigned turn = 0;; ++turn)
+            setenv(("HOST_" + std::to_string(turn % 4096)).c_str(), "value", 1);
+    }).detach();
+}
+
+volatile std::sig_atomic_t signalsHandled = 0;
+
+/// Handlers without SA_RESTART, so that whatever they interrupt sees EINTR; and a profiler's clock,
+/// whose signal reaches every thread.
+void handleSignals() {
+    struct sigaction action{};
+    action.sa_handler = [](int) { signalsHandled = signalsHandled + 1; };
+    for (const int signal : {SIGUSR1, SIGUSR2, SIGALRM, SIGHUP, SIGCHLD, SIGWINCH, SIGPROF})
+        sigaction(signal, &action, nullptr);
+    const itimerval often{.it_interval = {.tv_sec = 0, .tv_usec = 500},
+                          .it_value = {.tv_sec = 0, .tv_usec = 500}};
+    setitimer(ITIMER_PROF, &often, nullptr);
+}
+
+/// Numbers written in the style of another country.
+void changeLocale() {
+    struct Separators : std::numpunct<char> {
+        char do_decimal_point() const override { return ','; }
+        char do_thousands_sep() const override { return '.'; }
+        std::string do_grouping() const override { return "\1"; }
+    };
+    std::setlocale(LC_ALL, "tr_TR.UTF-8");
+    std::locale::global(std::locale(std::locale::classic(), new Separators));
+}
+
+/// Tells the library of failures, if one is preloaded, that they may begin or must end.
+void setFailures(bool mayHappen) {
+    if (auto* symbol = dlsym(RTLD_DEFAULT, "setFailures"))
+        reinterpret_cast<void (*)(bool)>(symbol)(mayHappen);
+}
+
+void pauseForALine() {
+    std::cout << "paused" << std::endl;
+    std::string line;
+    std::getline(std::cin, line);
+}
+
+std::atomic<Clock::rep> lastLine{0};
+
+/// Copies Kivo's lines and notes when the last one came.
+void timeLines() {
+    kivo::platform::Console::setOutput([](std::string_view line) {
+        lastLine = Clock::now().time_since_epoch().count();
+        std::fprintf(stdout, "%.*s\n", static_cast<int>(line.size()), line.data());
+    });
+}
+
+/// Waits until all is committed, and says how long after the last line that was.
+void settle() {
+    await();
+    const auto since = Clock::time_point(Clock::duration(lastLine));
+    std::cout << "settled " << microsecondsSince(since) << std::endl;
+}
+
+Clock::time_point exitBegan;
+
+/// Registered before Kivo's own exit hook, so it runs after it.
+void timeExit() {
+    std::atexit([] {
+        char text[32];
+        const int size =
+            std::snprintf(text, sizeof text, "hook %ld\n", microsecondsSince(exitBegan));
+        [[maybe_unused]] const auto written =
+            write(STDERR_FILENO, text, static_cast<std::size_t>(size));
+    });
+}
+
+struct ExitsInDestructor {
+    bool isWanted = false;
+    ~ExitsInDestructor() {
+        if (!isWanted) return;
+        everyOperation();
+        std::exit(0);
+    }
+} exitInDestructor;
+
 const std::map<std::string, void (*)()> commands = {
     {"name", [] { kivo::platform::Bundle::setMainIdentifier("com.example.tests"); }},
-    {"init", [] { KivoSDK::initialise({.apiKey = "key"}); }},
-    {"init-production", [] { KivoSDK::initialise({.apiKey = "key", .isProduction = true}); }},
-    {"user", [] { KivoSDK::instance()->setUser("40", "711", "ana@example.com", "Ana"); }},
-    {"token", [] { KivoSDK::instance()->updateDeviceToken("t"); }},
+    {"init", initialise},
+    {"init-production",
+     [] { made = KivoSDK::initialise({.apiKey = "key", .isProduction = true}); }},
+    {"user", [] { made->setUser("40", "711", "ana@example.com", "Ana"); }},
+    {"token", [] { made->updateDeviceToken("t"); }},
+    {"unset", [] { made->unsetUser(); }},
     {"everything", everyOperation},
     {"fork", inAForkedChild},
     {"await", await},
@@ -86,6 +223,21 @@ const std::map<std::string, void (*)()> commands = {
     {"exit", [] { std::exit(0); }},
     {"quick-exit", [] { std::quick_exit(0); }},
     {"exit-elsewhere", [] { std::thread([] { std::exit(0); }).join(); }},
+    {"exit-static", [] { exitInDestructor.isWanted = true; }},
+    {"abort", [] { std::abort(); }},
+    {"return", [] {}},
+    {"time-exit", timeExit},
+    {"image", hitImage},
+    {"storm", storm},
+    {"set-variables", keepSettingVariables},
+    {"signals", handleSignals},
+    {"signals-handled", [] { std::cout << "handled " << signalsHandled << std::endl; }},
+    {"locale", changeLocale},
+    {"fail", [] { setFailures(true); }},
+    {"heal", [] { setFailures(false); }},
+    {"pause", pauseForALine},
+    {"time-lines", timeLines},
+    {"settle", settle},
 };
 
 }  // namespace
@@ -101,6 +253,8 @@ int main(int count, char** arguments) {
         const int times = colon == std::string::npos ? 1 : std::stoi(argument);
         const auto& command =
             commands.at(argument.substr(colon == std::string::npos ? 0 : colon + 1));
+        exitBegan = Clock::now();
         for (int turn = 0; turn < times; ++turn) command();
     }
+    exitBegan = Clock::now();
 }
