@@ -1,16 +1,15 @@
 #include "backend/Connection.h"
 
+#include "backend/RequestParser.h"
+#include "backend/Tunnel.h"
+
 #include <boost/asio/redirect_error.hpp>
 #include <boost/asio/ssl/stream.hpp>
-#include <boost/asio/steady_timer.hpp>
 #include <boost/asio/use_awaitable.hpp>
 #include <boost/asio/write.hpp>
 #include <boost/beast/core/detect_ssl.hpp>
-#include <boost/beast/http/parser.hpp>
 #include <boost/beast/http/read.hpp>
-#include <boost/beast/http/string_body.hpp>
 
-#include <array>
 #include <utility>
 
 namespace kivo::backend {
@@ -21,31 +20,7 @@ using boost::system::error_code;
 
 namespace {
 
-using Parser = http::request_parser<http::string_body>;
 constexpr std::chrono::seconds handshakeLimit(10);
-constexpr std::chrono::seconds partingLimit(1);
-
-Request requestFrom(Parser& parser) {
-    auto& message = parser.get();
-    Request request{.method = message.method_string(), .target = message.target()};
-    for (const auto& field : message) {
-        request.headers.push_back({.name = field.name_string(), .value = field.value()});
-    }
-    request.body = std::move(message.body());
-    request.arrival = std::chrono::system_clock::now();
-    return request;
-}
-
-bool isProtocolError(const error_code& error) {
-    return error.category() == http::make_error_code(http::error::bad_method).category() &&
-           error != http::error::end_of_stream && error != http::error::partial_message;
-}
-
-int statusFor(const error_code& error) {
-    if (error == http::error::body_limit) return 413;
-    if (error == http::error::header_limit || error == http::error::buffer_overflow) return 431;
-    return 400;
-}
 
 Reply replyOf(const Handler& handler, const Request& request) {
     try {
@@ -56,17 +31,14 @@ Reply replyOf(const Handler& handler, const Request& request) {
 }
 
 bool endsConnection(const Reply& reply) {
-    return reply.conduct == Conduct::cutBody || reply.conduct == Conduct::raw;
+    return reply.conduct == Conduct::cutBody || reply.conduct == Conduct::raw ||
+           reply.repetitions == Reply::endless;
 }
 
 }  // namespace
 
 Connection::Connection(asio::ip::tcp::socket socket, Premises& premises, std::uint64_t number)
     : stream_(std::move(socket)), premises_(premises), number_(number) {}
-
-void Connection::release() {
-    if (hanging_) stream_.socket().cancel();
-}
 
 asio::awaitable<void> Connection::serve() {
     auto next = co_await serveLayer();
@@ -79,15 +51,33 @@ asio::awaitable<void> Connection::serve() {
 asio::awaitable<Connection::Next> Connection::serveLayer() {
     limitSilence();
     const bool tls = co_await beast::async_detect_ssl(stream_, buffer_, asio::use_awaitable);
-    if (tls) co_return co_await serveTls();
+    if (tls) co_return co_await greet();
     co_return co_await serveRequests(stream_);
 }
 
-asio::awaitable<Connection::Next> Connection::serveTls() {
-    asio::ssl::stream<beast::tcp_stream&> secured(stream_, premises_.tls);
+asio::awaitable<Connection::Next> Connection::greet() {
+    const auto greeting = premises_.greet ? premises_.greet() : Greeting::proper;
+    if (greeting == Greeting::refusal) co_return co_await refuseTls();
+    auto& context = greeting == Greeting::untrusted ? premises_.untrusted : premises_.tls;
+    co_return co_await serveTls(context);
+}
+
+asio::awaitable<Connection::Next> Connection::refuseTls() {
+    static constexpr std::string_view handshakeFailure("\x15\x03\x03\0\x02\x02\x28", 7);
+    const auto bytes = asio::buffer(handshakeFailure);
+    co_await asio::async_write(stream_, bytes, asio::use_awaitable);
+    co_return Next::close;
+}
+
+asio::awaitable<Connection::Next> Connection::serveTls(asio::ssl::context& context) {
+    asio::ssl::stream<beast::tcp_stream&> secured(stream_, context);
     stream_.expires_after(handshakeLimit);
-    const auto used = co_await secured.async_handshake(asio::ssl::stream_base::server,
-                                                       buffer_.data(), asio::use_awaitable);
+    error_code error;
+    const auto used =
+        co_await secured.async_handshake(asio::ssl::stream_base::server, buffer_.data(),
+                                         asio::redirect_error(asio::use_awaitable, error));
+    if (error) reportFailedHandshake(error);
+    if (error) co_return Next::close;
     buffer_.consume(used);
     tls_ = true;
     const auto next = co_await serveRequests(secured);
@@ -106,13 +96,13 @@ asio::awaitable<Connection::Next> Connection::serveRequests(Stream& stream) {
 
 template <typename Stream>
 asio::awaitable<Connection::Next> Connection::serveRequest(Stream& stream) {
-    Parser parser;
-    parser.header_limit(static_cast<std::uint32_t>(premises_.limits.headerBytes));
-    parser.body_limit(premises_.limits.bodyBytes);
+    RequestParser parser(premises_.limits);
     limitSilence();
     error_code error;
+    idle_ = true;
     co_await http::async_read(stream, buffer_, parser,
                               asio::redirect_error(asio::use_awaitable, error));
+    idle_ = false;
     if (error && !isProtocolError(error)) co_return Next::close;
     Request request = requestFrom(parser);
     if (error) co_return co_await refuse(stream, std::move(request), statusFor(error));
@@ -137,17 +127,42 @@ asio::awaitable<Connection::Next> Connection::answer(Stream& stream, Request req
     co_return exchange.delivered&& keepAlive ? Next::request : Next::close;
 }
 
-/// Whether the reply went out as it was meant to.
+/// Whether the whole reply went out.
 template <typename Stream>
 asio::awaitable<bool> Connection::deliver(Stream& stream, Exchange& exchange, bool keepAlive) {
-    error_code error;
-    co_await holdBack(exchange.reply);
-    if (exchange.reply.conduct == Conduct::closeBeforeReply) stream_.socket().close(error);
+    const Reply& reply = exchange.reply;
+    co_await holdBack(reply);
+    if (reply.conduct == Conduct::resetBeforeReply) reset();
+    error_code ignored;
+    if (reply.conduct == Conduct::closeBeforeReply) stream_.socket().close(ignored);
     if (!stream_.socket().is_open()) co_return false;
-    const std::string text = wireText(exchange.reply, exchange.request, keepAlive);
-    const auto bytes = asio::buffer(text);
-    limitSilence();
-    co_await asio::async_write(stream, bytes, asio::redirect_error(asio::use_awaitable, error));
+    const std::string text = wireText(reply, exchange.request, keepAlive);
+    bool sent = co_await send(stream, text, reply);
+    if (sent && hasBody(reply, exchange.request)) sent = co_await repeatBody(stream, reply);
+    if (isReset(reply.conduct)) reset();
+    co_return sent && !isReset(reply.conduct);
+}
+
+template <typename Stream>
+asio::awaitable<bool> Connection::repeatBody(Stream& stream, const Reply& reply) {
+    bool sent = true;
+    for (std::uint64_t count = 1; sent && count < reply.repetitions; ++count)
+        sent = co_await send(stream, reply.body, reply);
+    co_return sent;
+}
+
+template <typename Stream>
+asio::awaitable<bool> Connection::send(Stream& stream, std::string_view text, const Reply& reply) {
+    const bool dripping = reply.drip.count() > 0;
+    error_code error;
+    while (!error && !text.empty()) {
+        if (dripping) co_await pause(reply.drip);
+        const auto piece = asio::buffer(text.substr(0, dripping ? 1 : text.npos));
+        limitSilence();
+        const auto count = co_await asio::async_write(
+            stream, piece, asio::redirect_error(asio::use_awaitable, error));
+        text.remove_prefix(count);
+    }
     co_return !error;
 }
 
@@ -160,46 +175,24 @@ asio::awaitable<Connection::Next> Connection::refuse(Stream& stream, Request req
     co_return Next::close;
 }
 
+void Connection::reportFailedHandshake(const error_code& error) const {
+    if (premises_.handshakeFailed) premises_.handshakeFailed(error.message());
+}
+
 asio::awaitable<Connection::Next> Connection::openTunnel(std::string authority) {
     static constexpr std::string_view established = "HTTP/1.1 200 Connection established\r\n\r\n";
+    static constexpr std::string_view forbidden =
+        "HTTP/1.1 403 Forbidden\r\nContent-Length: 0\r\nConnection: close\r\n\r\n";
+    const auto passage = premises_.passage ? premises_.passage(authority) : Passage::here;
+    if (passage == Passage::through) {
+        co_await tunnel(stream_, buffer_, std::move(authority));
+        co_return Next::close;
+    }
     authority_ = std::move(authority);
-    const auto bytes = asio::buffer(established);
+    const bool here = passage == Passage::here;
+    const auto bytes = asio::buffer(here ? established : forbidden);
     co_await asio::async_write(stream_, bytes, asio::use_awaitable);
-    co_return Next::tunnel;
+    co_return here ? Next::tunnel : Next::close;
 }
-
-asio::awaitable<void> Connection::holdBack(const Reply& reply) {
-    if (reply.delay.count() > 0) {
-        asio::steady_timer timer(stream_.get_executor(), reply.delay);
-        co_await timer.async_wait(asio::use_awaitable);
-    }
-    if (reply.conduct == Conduct::hang) co_await untilReleased();
-}
-
-/// A client has nothing to say while it waits: when there is something to read, it is leaving.
-asio::awaitable<void> Connection::untilReleased() {
-    error_code interruption;
-    hanging_ = true;
-    co_await stream_.socket().async_wait(asio::ip::tcp::socket::wait_read,
-                                         asio::redirect_error(asio::use_awaitable, interruption));
-    hanging_ = false;
-    error_code ignored;
-    if (!interruption) stream_.socket().close(ignored);
-}
-
-/// Reads on for a moment before closing: bytes that nobody read would destroy the answer on its way
-/// to the client.
-asio::awaitable<void> Connection::drain() {
-    error_code error;
-    stream_.socket().shutdown(asio::ip::tcp::socket::shutdown_send, error);
-    stream_.expires_after(partingLimit);
-    std::array<char, 16 * 1024> scrap{};
-    const auto bytes = asio::buffer(scrap);
-    while (!error) {
-        co_await stream_.async_read_some(bytes, asio::redirect_error(asio::use_awaitable, error));
-    }
-}
-
-void Connection::limitSilence() { stream_.expires_after(premises_.limits.idle); }
 
 }  // namespace kivo::backend

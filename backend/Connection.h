@@ -8,6 +8,7 @@
 #include <boost/beast/core/flat_buffer.hpp>
 #include <boost/beast/core/tcp_stream.hpp>
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -19,7 +20,11 @@ struct Premises {
     Handler handler;
     std::function<void(const Exchange&)> finished;
     ServerLimits limits;
+    std::function<Greeting()> greet;
+    std::function<Passage(const std::string&)> passage;
+    std::function<void(const std::string&)> handshakeFailed;
     boost::asio::ssl::context tls{boost::asio::ssl::context::tls_server};
+    boost::asio::ssl::context untrusted{boost::asio::ssl::context::tls_server};
 };
 
 /// One client's connection, from its first byte to the last. Lives on the server's thread.
@@ -33,11 +38,17 @@ public:
     /// Lets a reply go that hangs.
     void release();
 
+    /// Closes the connection if it waits for a request.
+    void hangUp();
+
 private:
     enum class Next { request, tunnel, close };
+    static constexpr std::chrono::seconds partingLimit{1};
 
     boost::asio::awaitable<Next> serveLayer();
-    boost::asio::awaitable<Next> serveTls();
+    boost::asio::awaitable<Next> greet();
+    boost::asio::awaitable<Next> serveTls(boost::asio::ssl::context& context);
+    boost::asio::awaitable<Next> refuseTls();
     template <typename Stream>
     boost::asio::awaitable<Next> serveRequests(Stream& stream);
     template <typename Stream>
@@ -49,7 +60,14 @@ private:
     template <typename Stream>
     boost::asio::awaitable<Next> refuse(Stream& stream, Request request, int status);
     boost::asio::awaitable<Next> openTunnel(std::string authority);
+    void reportFailedHandshake(const boost::system::error_code& error) const;
+    template <typename Stream>
+    boost::asio::awaitable<bool> send(Stream& stream, std::string_view text, const Reply& reply);
+    template <typename Stream>
+    boost::asio::awaitable<bool> repeatBody(Stream& stream, const Reply& reply);
     boost::asio::awaitable<void> holdBack(const Reply& reply);
+    boost::asio::awaitable<void> pause(std::chrono::milliseconds duration);
+    void reset();
     boost::asio::awaitable<void> untilReleased();
     boost::asio::awaitable<void> drain();
     void limitSilence();
@@ -61,6 +79,7 @@ private:
     std::string authority_;
     bool tls_ = false;
     bool hanging_ = false;
+    bool idle_ = false;
 };
 
 }  // namespace kivo::backend

@@ -17,8 +17,10 @@ FileDescriptor::FileDescriptor(int number, std::filesystem::path file)
     if (number_ < 0) throwLastError(file_);
 }
 
-FileDescriptor::~FileDescriptor() {
-    if (number_ >= 0) ::close(number_);
+FileDescriptor::~FileDescriptor() { close(); }
+
+void FileDescriptor::close() {
+    if (number_ >= 0) ::close(std::exchange(number_, -1));
 }
 
 FileDescriptor::FileDescriptor(FileDescriptor&& other) noexcept

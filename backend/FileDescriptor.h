@@ -20,6 +20,9 @@ public:
 
     int number() const { return number_; }
 
+    /// Earlier than its end would.
+    void close();
+
     /// Writes the whole text or throws std::system_error.
     void write(std::string_view text) const;
 

@@ -1,7 +1,7 @@
 #include "backend/Lifetimes.h"
 
-#include <charconv>
-#include <cstdint>
+#include "backend/Duration.h"
+
 #include <stdexcept>
 #include <string>
 
@@ -14,23 +14,12 @@ namespace {
                                 "(whole numbers of s, m or h)");
 }
 
-long secondsIn(char unit) {
-    switch (unit) {
-        case 's': return 1;
-        case 'm': return 60;
-        case 'h': return 3600;
-        default: return 0;
-    }
-}
-
-std::chrono::seconds parseDuration(std::string_view text, std::string_view part) {
-    if (text.size() < 2) reject(part);
-    const auto digits = text.substr(0, text.size() - 1);
-    std::uint32_t count = 0;
-    const auto [end, error] = std::from_chars(digits.begin(), digits.end(), count);
-    const long unit = secondsIn(text.back());
-    if (error != std::errc{} || end != digits.end() || unit == 0) reject(part);
-    return std::chrono::seconds(unit * count);
+std::chrono::seconds parseSeconds(std::string_view text, std::string_view part) {
+    const auto duration = parseDuration(text);
+    const auto seconds =
+        std::chrono::floor<std::chrono::seconds>(duration.value_or(std::chrono::milliseconds(0)));
+    if (!duration || seconds != *duration) reject(part);
+    return seconds;
 }
 
 void apply(Lifetimes& lifetimes, std::string_view part) {
@@ -38,7 +27,7 @@ void apply(Lifetimes& lifetimes, std::string_view part) {
     const auto name = part.substr(0, equals);
     if (equals == part.npos || (name != "user" && name != "merchant")) reject(part);
     (name == "user" ? lifetimes.user : lifetimes.merchant) =
-        parseDuration(part.substr(equals + 1), part);
+        parseSeconds(part.substr(equals + 1), part);
 }
 
 }  // namespace

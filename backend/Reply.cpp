@@ -24,9 +24,11 @@ std::string statusLine(int status) {
 std::string head(const Reply& reply, bool keepAlive) {
     std::string text = statusLine(reply.status);
     for (const auto& header : reply.headers) text += header.name + ": " + header.value + "\r\n";
-    const bool framed = has(reply, "Content-Length") || has(reply, "Transfer-Encoding");
+    const bool framed = has(reply, "Content-Length") || has(reply, "Transfer-Encoding") ||
+                        reply.repetitions == Reply::endless;
     if (!framed && mayHaveBody(reply.status)) {
-        text += "Content-Length: " + std::to_string(reply.body.size()) + "\r\n";
+        const auto length = reply.body.size() * reply.repetitions;
+        text += "Content-Length: " + std::to_string(length) + "\r\n";
     }
     if (!keepAlive && !has(reply, "Connection")) text += "Connection: close\r\n";
     return text + "\r\n";
@@ -40,10 +42,21 @@ Reply Reply::json(int status, std::string body) {
             .body = std::move(body)};
 }
 
+bool isReset(Conduct conduct) {
+    return conduct == Conduct::resetBeforeReply || conduct == Conduct::resetInHead ||
+           conduct == Conduct::resetAfterHead;
+}
+
+bool hasBody(const Reply& reply, const Request& request) {
+    return request.method != "HEAD" && mayHaveBody(reply.status) &&
+           reply.conduct != Conduct::resetAfterHead;
+}
+
 std::string wireText(const Reply& reply, const Request& request, bool keepAlive) {
     if (reply.conduct == Conduct::raw) return reply.body;
     std::string text = head(reply, keepAlive);
-    if (request.method == "HEAD" || !mayHaveBody(reply.status)) return text;
+    if (reply.conduct == Conduct::resetInHead) return text.substr(0, text.size() / 2);
+    if (!hasBody(reply, request)) return text;
     const auto whole = reply.body.size();
     return text.append(reply.body, 0, reply.conduct == Conduct::cutBody ? whole / 2 : whole);
 }

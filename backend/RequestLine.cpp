@@ -1,5 +1,8 @@
 #include "backend/RequestLine.h"
 
+#include "backend/Endpoints.h"
+#include "backend/TokenNames.h"
+
 #include <algorithm>
 #include <array>
 #include <cstdio>
@@ -12,10 +15,54 @@ namespace {
 constexpr std::size_t shownOfAPath = 200;
 
 std::string printable(std::string_view text) {
-    std::string shown(text.substr(0, shownOfAPath));
+    std::string shown(text);
     const auto isStrange = [](char letter) { return letter < ' ' || letter > '~'; };
     std::ranges::replace_if(shown, isStrange, '?');
     return shown;
+}
+
+std::string methodAndPath(const Request& request) {
+    if (request.method.empty()) return "(no HTTP request)";
+    return printable(request.method) + " " + printable(request.path().substr(0, shownOfAPath));
+}
+
+std::string listed(const std::vector<NamedToken>& tokens, bool showSecrets) {
+    std::string text;
+    for (const auto& [name, token] : tokens) {
+        text += (text.empty() ? "" : "+") + name;
+        if (showSecrets) text += "=" + printable(token);
+    }
+    return text;
+}
+
+std::string tokensOf(const Exchange& exchange, bool showSecrets) {
+    const auto carried = listed(carriedTokens(exchange.request), showSecrets);
+    const auto given = listed(givenTokens(exchange.reply), showSecrets);
+    if (given.empty()) return carried;
+    return carried + (carried.empty() ? "gives " : " gives ") + given;
+}
+
+std::string remarksOn(const Entry& entry) {
+    std::string text;
+    if (entry.imageHits > 0) text += "  hit " + std::to_string(entry.imageHits);
+    if (!entry.exchange.reply.fault.empty()) text += "  fault " + entry.exchange.reply.fault;
+    if (!entry.exchange.delivered) text += "  (not delivered)";
+    return text;
+}
+
+std::string column(const std::string& text) { return text.empty() ? "" : "  " + text; }
+
+}  // namespace
+
+std::string verdictOn(const Entry& entry) {
+    const auto path = entry.exchange.request.path();
+    if (entry.exchange.request.method.empty() || imageAt(path)) return {};
+    if (!endpointAt(path)) return "no endpoint of the contract";
+    if (entry.violations.empty()) return "ok";
+    std::string text = "BROKEN: ";
+    for (const auto& violation : entry.violations)
+        text += (&violation == &entry.violations.front() ? "" : "; ") + printable(violation);
+    return text;
 }
 
 std::string localTime(std::chrono::system_clock::time_point time) {
@@ -30,18 +77,13 @@ std::string localTime(std::chrono::system_clock::time_point time) {
     return text.data();
 }
 
-std::string methodAndPath(const Request& request) {
-    if (request.method.empty()) return "(no HTTP request)";
-    return printable(request.method) + " " + printable(request.path());
-}
-
-}  // namespace
-
-std::string requestLine(const Exchange& exchange) {
+std::string requestLine(const Entry& entry, bool showSecrets) {
+    const auto& exchange = entry.exchange;
     const auto spent = std::chrono::round<std::chrono::milliseconds>(exchange.duration);
     return localTime(exchange.request.arrival) + "  " + methodAndPath(exchange.request) + "  " +
            std::to_string(exchange.reply.status) + "  " + std::to_string(spent.count()) + " ms" +
-           (exchange.delivered ? "" : "  (not delivered)") + "\n";
+           column(tokensOf(exchange, showSecrets)) + column(verdictOn(entry)) + remarksOn(entry) +
+           "\n";
 }
 
 }  // namespace kivo::backend

@@ -2,24 +2,20 @@
 
 #include "backend/AuthorityStore.h"
 #include "backend/FileDescriptor.h"
-#include "backend/Journal.h"
 #include "backend/RequestLine.h"
-#include "backend/Server.h"
-#include "backend/Service.h"
+#include "backend/Summary.h"
+#include "backend/Terminal.h"
 
 #include <fcntl.h>
 #include <pthread.h>
 
+#include <atomic>
 #include <chrono>
 #include <csignal>
-#include <cstdio>
 #include <cstdlib>
 #include <latch>
-#include <memory>
-#include <optional>
 #include <stdexcept>
 #include <string>
-#include <system_error>
 #include <thread>
 
 namespace kivo::backend {
@@ -28,6 +24,7 @@ namespace {
 constexpr std::chrono::milliseconds patienceAtTheEnd(150);
 
 std::latch ended(1);
+std::atomic<int> exitStatus = EXIT_SUCCESS;
 
 /// Blocks the signals that end the backend, in this thread and all that it starts, and lets one
 /// thread wait for them. That thread ends the process itself if whoever reads the standard output
@@ -43,13 +40,8 @@ void watchForTheEnd() {
         sigwait(&signals, &signal);
         ended.count_down();
         std::this_thread::sleep_for(patienceAtTheEnd);
-        std::_Exit(EXIT_SUCCESS);
+        std::_Exit(exitStatus);
     }).detach();
-}
-
-void print(const std::string& text) {
-    std::fwrite(text.data(), 1, text.size(), stdout);
-    std::fflush(stdout);
 }
 
 void requireOpen(const std::optional<int>& descriptor) {
@@ -59,50 +51,54 @@ void requireOpen(const std::optional<int>& descriptor) {
         " is not open; open it first, as in: kivo-dev serve --ready-fd 3 3>ready");
 }
 
-std::unique_ptr<Server> listen(ServerOptions options) {
-    const auto port = std::to_string(options.port);
-    try {
-        return std::make_unique<Server>(std::move(options));
-    } catch (const std::system_error& error) {
-        if (error.code() == std::errc::permission_denied) {
-            throw std::runtime_error("port " + port +
-                                     " needs privileges; choose one above 1023 with --port N");
-        }
-        if (error.code() != std::errc::address_in_use) throw;
-        throw std::runtime_error(
-            "port " + port +
-            " is taken, perhaps by another kivo-dev; end that one, or choose a port "
-            "with --port N (0 takes a free one)");
-    }
+void tellReady(int descriptor, const Desk& desk, const std::string& trustFile) {
+    auto text = std::to_string(desk.port()) + " " + trustFile + "\n";
+    if (desk.adminPort()) text += std::to_string(*desk.adminPort()) + "\n";
+    FileDescriptor(descriptor, "the ready descriptor").write(text);
 }
 
-void announce(const Server& server, const ServeOptions& options, const std::string& trustFile) {
-    const auto port = std::to_string(server.port());
-    if (options.readyDescriptor) {
-        const FileDescriptor ready(*options.readyDescriptor, "the ready descriptor");
-        ready.write(port + " " + trustFile + "\n");
-    }
-    print("kivo-dev is ready; Ctrl-C ends it\n  base URL     https://localhost:" + port +
-          "/\n  trust store  SSL_CERT_FILE=" + trustFile + "\n");
+std::string readyBox(const Desk& desk, const std::string& trustFile) {
+    auto box = "kivo-dev is ready; Ctrl-C ends it\n  base URL     " + desk.baseUrl() +
+               "\n  trust store  SSL_CERT_FILE=" + trustFile + "\n";
+    if (!desk.adminPort()) return box;
+    const auto port = std::to_string(*desk.adminPort());
+    return box + "  admin        kivo-dev state --admin-port " + port + "\n";
+}
+
+std::string faultLines(const Desk& desk) {
+    std::string lines;
+    for (const auto& active : desk.faults().list())
+        lines += "  fault        " + ruleOf(active.fault) + "\n";
+    return lines;
+}
+
+/// Requests that broke the contract are a failure to the strict.
+void judge(std::uint64_t violations, bool strict) {
+    if (!strict || violations == 0) return;
+    exitStatus = EXIT_FAILURE;
+    printError("kivo-dev: --strict: " + std::to_string(violations) +
+               (violations == 1 ? " request" : " requests") +
+               " broke the contract; see the lines with BROKEN\n");
 }
 
 }  // namespace
 
-void serve(const ServeOptions& options) {
+int serve(ServeOptions options) {
     requireOpen(options.readyDescriptor);
     watchForTheEnd();
     const auto store = openAuthorityStore(authorityFolder());
-    Service service(options.lifetimes);
-    Journal journal;
-    journal.observe([](const Exchange& exchange) { print(requestLine(exchange)); });
-    const auto server =
-        listen({.port = options.port,
-                .identity = store.authority.issue(loopbackHosts()),
-                .handler = [&](const Request& request) { return service.answer(request); },
-                .finished = [&](const Exchange& exchange) { journal.record(exchange); }});
-    announce(*server, options, store.trustFile.string());
+    options.desk.identity = store.authority.issue(loopbackHosts());
+    options.desk.handshakeFailed = [](const auto& reason) { print(handshakeLine(reason)); };
+    const bool showSecrets = options.desk.showSecrets;
+    Desk desk(std::move(options.desk),
+              [showSecrets](const Entry& entry) { print(requestLine(entry, showSecrets)); });
+    desk.open();
+    if (options.readyDescriptor) tellReady(*options.readyDescriptor, desk, store.trustFile);
+    print(readyBox(desk, store.trustFile) + faultLines(desk));
     ended.wait();
-    server->stop();
+    desk.close();
+    judge(desk.tally().violationsEver(), options.strict);
+    return exitStatus;
 }
 
 }  // namespace kivo::backend

@@ -1,22 +1,24 @@
 #pragma once
 
-#include "backend/Lifetimes.h"
+#include "backend/Desk.h"
 
-#include <cstdint>
 #include <optional>
 
 namespace kivo::backend {
 
 struct ServeOptions {
-    std::uint16_t port = 8443;
-    Lifetimes lifetimes = {};
-    /// A descriptor that gets the line "PORT TRUST-FILE" once the backend listens, and is then
-    /// closed.
+    /// Its identity and its handlers are filled in by serve().
+    DeskOptions desk = {};
+    /// Fail at the end if a request broke the contract.
+    bool strict = false;
+    /// A descriptor that gets the line "PORT TRUST-FILE" once the backend listens, then one with
+    /// the admin port if there is one, and is then closed.
     std::optional<int> readyDescriptor = {};
 };
 
-/// Runs the backend until SIGINT or SIGTERM. Must come before any other thread of the process.
-/// Throws what keeps it from starting, with a text for the person at the keyboard.
-void serve(const ServeOptions& options);
+/// Runs the backend until SIGINT or SIGTERM; returns the exit status. Must come before any other
+/// thread of the process. Throws what keeps it from starting, with a text for the person at the
+/// keyboard.
+int serve(ServeOptions options);
 
 }  // namespace kivo::backend

@@ -13,6 +13,7 @@
 
 #include <pthread.h>
 
+#include <future>
 #include <set>
 #include <thread>
 #include <vector>
@@ -24,6 +25,7 @@ using asio::ip::tcp;
 namespace {
 
 constexpr std::chrono::milliseconds acceptPause(50);
+constexpr std::chrono::milliseconds departurePause(1);
 
 int chooseHttp1(SSL*, const unsigned char** chosen, unsigned char* size,
                 const unsigned char* offered, unsigned int offeredSize, void*) {
@@ -36,6 +38,7 @@ int chooseHttp1(SSL*, const unsigned char** chosen, unsigned char* size,
 }
 
 void configure(asio::ssl::context& tls, const Identity& identity) {
+    if (identity.certificate.empty()) return;
     tls.use_certificate_chain(asio::buffer(identity.certificate));
     tls.use_private_key(asio::buffer(identity.privateKey), asio::ssl::context::pem);
     SSL_CTX_set_min_proto_version(tls.native_handle(), TLS1_2_VERSION);
@@ -51,7 +54,11 @@ public:
         premises_.handler = std::move(options.handler);
         premises_.finished = std::move(options.finished);
         premises_.limits = options.limits;
+        premises_.greet = std::move(options.greet);
+        premises_.passage = std::move(options.passage);
+        premises_.handshakeFailed = std::move(options.handshakeFailed);
         configure(premises_.tls, options.identity);
+        configure(premises_.untrusted, Authority::make().issue(loopbackHosts()));
         for (auto& acceptor : acceptors_)
             asio::co_spawn(context_, accept(acceptor), asio::detached);
         thread_ = std::thread([this] { run(); });
@@ -64,10 +71,16 @@ public:
 
     std::uint16_t port() const { return acceptors_.front().local_endpoint().port(); }
 
-    void release() {
-        asio::post(context_, [this] {
-            for (auto* connection : open_) connection->release();
+    void tellAll(void (Connection::*message)()) {
+        asio::post(context_, [this, message] {
+            for (auto* connection : open_) (connection->*message)();
         });
+    }
+
+    bool isEmpty() {
+        std::promise<bool> empty;
+        asio::post(context_, [&] { empty.set_value(open_.empty()); });
+        return empty.get_future().get();
     }
 
 private:
@@ -119,7 +132,17 @@ Server::~Server() = default;
 std::uint16_t Server::port() const { return port_; }
 
 void Server::release() {
-    if (machinery_) machinery_->release();
+    if (machinery_) machinery_->tellAll(&Connection::release);
+}
+
+void Server::hangUp() {
+    if (machinery_) machinery_->tellAll(&Connection::hangUp);
+}
+
+void Server::awaitDeparture(std::chrono::milliseconds limit) {
+    const auto end = std::chrono::steady_clock::now() + limit;
+    while (machinery_ && !machinery_->isEmpty() && std::chrono::steady_clock::now() < end)
+        std::this_thread::sleep_for(departurePause);
 }
 
 void Server::stop() { machinery_.reset(); }

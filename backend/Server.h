@@ -1,6 +1,7 @@
 #pragma once
 
 #include "backend/Authority.h"
+#include "backend/Greeting.h"
 #include "backend/Reply.h"
 #include "backend/Request.h"
 
@@ -21,6 +22,13 @@ struct Exchange {
     bool delivered = false;
 };
 
+/// What becomes of a CONNECT, by which a client uses the server as a proxy.
+enum class Passage {
+    here,     ///< Answered by this server, as if it were that host.
+    through,  ///< Led to that host.
+    refused,
+};
+
 /// What a client may make the server hold.
 struct ServerLimits {
     std::size_t headerBytes = 16 * 1024;
@@ -33,8 +41,15 @@ struct ServerLimits {
 struct ServerOptions {
     /// 0 takes a free one.
     std::uint16_t port = 0;
-    Identity identity;
+    /// An empty one serves no TLS.
+    Identity identity = {};
     Handler handler;
+    /// Asked on the server's thread when a client begins TLS; may be empty.
+    std::function<Greeting()> greet = {};
+    /// Asked on the server's thread for the "host:port" of a CONNECT; without it, all end here.
+    std::function<Passage(const std::string& authority)> passage = {};
+    /// Told on the server's thread why a client's TLS handshake failed; may be empty.
+    std::function<void(const std::string& reason)> handshakeFailed = {};
     /// Told of every exchange on the server's thread; may be empty.
     std::function<void(const Exchange&)> finished = {};
     ServerLimits limits = {};
@@ -56,6 +71,13 @@ public:
 
     /// Sends every reply that hangs at this moment.
     void release();
+
+    /// Closes the connections that wait for a request: their clients have to connect afresh.
+    void hangUp();
+
+    /// Waits, no longer than this, until no client is connected: until then an exchange of theirs
+    /// may not have been told of.
+    void awaitDeparture(std::chrono::milliseconds limit);
 
     /// Closes everything and joins the thread. Replies that hang are never sent. The handler must
     /// not call it.

@@ -14,21 +14,10 @@ namespace kivo::backend {
 namespace {
 
 constexpr std::size_t rememberedSessions = 256;
-constexpr std::string_view images = "/img/";
-
-/// The token in the last of all bearer values; empty when that value is no bearer.
-std::string bearerToken(const Request& request) {
-    const auto values = request.values("Authorization");
-    if (values.empty()) return {};
-    std::string_view last = values.back();
-    if (const auto comma = last.rfind(','); comma != last.npos) last.remove_prefix(comma + 1);
-    last.remove_prefix(std::min(last.find_first_not_of(' '), last.size()));
-    constexpr std::string_view scheme = "Bearer ";
-    return last.starts_with(scheme) ? std::string(last.substr(scheme.size())) : std::string();
-}
+constexpr std::size_t keptOfAText = 4 * 1024;
 
 std::string explain(TokenState state, TokenKind kind) {
-    const std::string name = kind == TokenKind::merchant ? "merchant token" : "user token";
+    const auto name = nameOf(kind) + std::string(" token");
     switch (state) {
         case TokenState::missing: return "the " + name + " is missing";
         case TokenState::expired: return "the " + name + " has expired";
@@ -52,10 +41,9 @@ Reply done(const std::string& message) {
     return replyWith(200, {.message = message, .data = {{"message", message}}});
 }
 
-Reply image(const Request& request) {
+Reply image(std::string_view name, const Request& request) {
     if (request.method != "GET") return wrongMethod("GET");
-    return {.headers = {{.name = "Content-Type", .value = "image/png"}},
-            .body = tinyImage(request.path().substr(images.size()))};
+    return {.headers = {{.name = "Content-Type", .value = "image/png"}}, .body = tinyImage(name)};
 }
 
 /// The object's text values; nothing when the body is no JSON object.
@@ -71,52 +59,24 @@ std::optional<std::map<std::string, std::string>> textFields(const std::string& 
 
 }  // namespace
 
-struct Service::Endpoint {
-    std::string_view path;
-    std::string_view method;
-    std::optional<TokenKind> bearer;
-    std::vector<std::string> keys;
-    Reply (Service::*serve)(const Fields&, const std::string&);
-};
-
-const std::vector<Service::Endpoint>& Service::endpoints() {
-    static const std::vector<Endpoint> table{
-        {"/api/communication/sdk/authenticate",
-         "POST",
-         std::nullopt,
-         {"apiKey"},
-         &Service::authenticateSdk},
-        {"/api/communication/user/authenticate",
-         "POST",
-         TokenKind::merchant,
-         {"countryCode", "phone", "email", "name"},
-         &Service::authenticateUser},
-        {"/api/communication/user/update-device-token",
-         "POST",
-         TokenKind::user,
-         {"deviceToken"},
-         &Service::updateDeviceToken},
-        {"/api/communication/user/update-notification-consent",
-         "POST",
-         TokenKind::user,
-         {"permission"},
-         &Service::updateConsent},
-        {"/api/communication/user/unset",
-         "PUT",
-         TokenKind::user,
-         {"sessionId"},
-         &Service::unsetUser},
+Service::Operation Service::operationAt(const Endpoint& endpoint) {
+    static const std::map<std::string_view, Operation> operations{
+        {"sdk/authenticate", &Service::authenticateSdk},
+        {"user/authenticate", &Service::authenticateUser},
+        {"user/update-device-token", &Service::updateDeviceToken},
+        {"user/update-notification-consent", &Service::updateConsent},
+        {"user/unset", &Service::unsetUser},
     };
-    return table;
+    return operations.at(endpoint.name);
 }
 
-Service::Service(const Lifetimes& lifetimes, Clock clock) : tokens_(lifetimes, std::move(clock)) {}
+Service::Service(ServiceOptions options)
+    : options_(std::move(options)), tokens_(options_.lifetimes, options_.clock, options_.seed) {}
 
 Reply Service::answer(const Request& request) {
-    const auto path = request.path();
-    if (path.size() > images.size() && path.starts_with(images)) return image(request);
-    const auto endpoint = std::ranges::find(endpoints(), path, &Endpoint::path);
-    if (endpoint == endpoints().end()) return refusal(404, "there is nothing at this path");
+    if (const auto name = imageAt(request.path())) return image(*name, request);
+    const auto* endpoint = endpointAt(request.path());
+    if (!endpoint) return refusal(404, "there is nothing at this path");
     if (request.method != endpoint->method) return wrongMethod(endpoint->method);
     const std::lock_guard lock(mutex_);
     return serve(*endpoint, request);
@@ -125,7 +85,7 @@ Reply Service::answer(const Request& request) {
 Reply Service::serve(const Endpoint& endpoint, const Request& request) {
     std::string sessionId;
     if (endpoint.bearer) {
-        auto verdict = tokens_.check(*endpoint.bearer, bearerToken(request));
+        auto verdict = check(*endpoint.bearer, request);
         if (verdict.state != TokenState::valid) {
             return unauthorized(explain(verdict.state, *endpoint.bearer));
         }
@@ -133,11 +93,27 @@ Reply Service::serve(const Endpoint& endpoint, const Request& request) {
     }
     const auto fields = textFields(request.body);
     if (!fields) return refusal(400, "the body is no JSON object");
-    for (const auto& key : endpoint.keys) {
-        if (!fields->contains(key))
+    Fields known;
+    for (const auto name : endpoint.keys) {
+        const std::string key(name);
+        const auto field = fields->find(key);
+        if (field == fields->end())
             return refusal(400, "the body has no text under \"" + key + "\"");
+        known[key] = field->second.substr(0, keptOfAText);
     }
-    return (this->*endpoint.serve)(*fields, sessionId);
+    return (this->*operationAt(endpoint))(known, sessionId);
+}
+
+TokenVerdict Service::check(TokenKind kind, const Request& request) const {
+    const auto tokens = bearerTokens(request);
+    if (tokens.empty()) return {.state = TokenState::missing};
+    if (options_.authRead == AuthRead::first) return tokens_.check(kind, tokens.front());
+    for (const auto& token : tokens) {
+        if (options_.authRead == AuthRead::last) break;
+        auto verdict = tokens_.check(kind, token);
+        if (verdict.state == TokenState::valid) return verdict;
+    }
+    return tokens_.check(kind, tokens.back());
 }
 
 Reply Service::authenticateSdk(const Fields& fields, const std::string&) {
@@ -182,6 +158,19 @@ Session* Service::find(const std::string& sessionId) {
 std::vector<Session> Service::sessions() const {
     const std::lock_guard lock(mutex_);
     return {sessions_.begin(), sessions_.end()};
+}
+
+void Service::expire(std::optional<TokenKind> kind) {
+    const std::lock_guard lock(mutex_);
+    for (const auto each : {TokenKind::merchant, TokenKind::user})
+        if (kind.value_or(each) == each) tokens_.expire(each);
+}
+
+void Service::reset() {
+    const std::lock_guard lock(mutex_);
+    tokens_ = Tokens(options_.lifetimes, options_.clock, options_.seed);
+    sessions_.clear();
+    opened_ = 0;
 }
 
 }  // namespace kivo::backend

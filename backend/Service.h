@@ -1,5 +1,7 @@
 #pragma once
 
+#include "backend/AuthRead.h"
+#include "backend/Endpoints.h"
 #include "backend/Lifetimes.h"
 #include "backend/Reply.h"
 #include "backend/Request.h"
@@ -9,10 +11,19 @@
 #include <deque>
 #include <map>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
 namespace kivo::backend {
+
+struct ServiceOptions {
+    Lifetimes lifetimes = {};
+    AuthRead authRead = AuthRead::last;
+    /// Makes tokens and ids the same in every run.
+    std::optional<std::uint64_t> seed = {};
+    Clock clock = std::chrono::system_clock::now;
+};
 
 /// What one SDK authentication opened, and what came to be known under it since.
 struct Session {
@@ -23,23 +34,31 @@ struct Session {
     std::string permission = {};
 };
 
-/// The backend's endpoints, as plain logic from request to reply, and the sessions they work on. Of
-/// several bearer values joined by commas the last counts. Any thread may call it.
+/// The backend's endpoints, as plain logic from request to reply, and the sessions they work on.
+/// Any thread may call it.
 class Service {
 public:
-    explicit Service(const Lifetimes& lifetimes = {}, Clock clock = std::chrono::system_clock::now);
+    explicit Service(ServiceOptions options = {});
 
     Reply answer(const Request& request);
 
     /// The newest sessions, oldest first.
     std::vector<Session> sessions() const;
 
+    /// Every token of that kind, or of both, has expired now.
+    void expire(std::optional<TokenKind> kind = std::nullopt);
+
+    /// Forgets everything, as if it had just been started; tokens of before are wrong, but for the
+    /// ones that a seed makes again.
+    void reset();
+
 private:
     using Fields = std::map<std::string, std::string>;
-    struct Endpoint;
-    static const std::vector<Endpoint>& endpoints();
+    using Operation = Reply (Service::*)(const Fields&, const std::string&);
+    static Operation operationAt(const Endpoint& endpoint);
 
     Reply serve(const Endpoint& endpoint, const Request& request);
+    TokenVerdict check(TokenKind kind, const Request& request) const;
     Reply authenticateSdk(const Fields& fields, const std::string& sessionId);
     Reply authenticateUser(const Fields& fields, const std::string& sessionId);
     Reply updateDeviceToken(const Fields& fields, const std::string& sessionId);
@@ -47,6 +66,7 @@ private:
     Reply unsetUser(const Fields& fields, const std::string& sessionId);
     Session* find(const std::string& sessionId);
 
+    const ServiceOptions options_;
     mutable std::mutex mutex_;
     Tokens tokens_;
     std::deque<Session> sessions_;

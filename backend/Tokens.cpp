@@ -1,6 +1,7 @@
 #include "backend/Tokens.h"
 
 #include "backend/Base64Url.h"
+#include "backend/Number.h"
 
 #include <openssl/crypto.h>
 #include <openssl/evp.h>
@@ -8,7 +9,7 @@
 #include <openssl/rand.h>
 #include <nlohmann/json.hpp>
 
-#include <array>
+#include <random>
 #include <stdexcept>
 #include <utility>
 
@@ -17,6 +18,7 @@ namespace {
 
 using nlohmann::json;
 constexpr std::size_t keySize = 32;
+constexpr std::size_t keptEnds = 65536;
 
 std::string randomKey() {
     std::string key(keySize, '\0');
@@ -25,13 +27,21 @@ std::string randomKey() {
     return key;
 }
 
+/// No secret: whoever knows the seed knows the key.
+std::string keyFrom(std::uint64_t seed) {
+    std::mt19937_64 generator(seed);
+    std::string key(keySize, '\0');
+    for (auto& byte : key) byte = static_cast<char>(generator() & 0xFF);
+    return key;
+}
+
 /// The only header there is: a token that names any other algorithm, "none" included, is not ours.
 const std::string& header() {
-    static const std::string text = base64UrlEncode(R"({"alg":"HS256","typ":"JWT"})");
+    static const std::string text = base64UrlEncode(R"({"alg":"HS256","typ":"JWT"})") + ".";
     return text;
 }
 
-const char* nameOf(TokenKind kind) { return kind == TokenKind::merchant ? "merchant" : "user"; }
+char initialOf(TokenKind kind) { return kind == TokenKind::merchant ? 'M' : 'U'; }
 
 double secondsSinceEpoch(std::chrono::system_clock::time_point time) {
     const auto span = std::chrono::floor<std::chrono::milliseconds>(time.time_since_epoch());
@@ -42,22 +52,52 @@ bool sameText(std::string_view one, std::string_view other) {
     return one.size() == other.size() && CRYPTO_memcmp(one.data(), other.data(), one.size()) == 0;
 }
 
+std::string textIn(const json& object, const char* name) {
+    const auto member = object.find(name);
+    return member != object.end() && member->is_string() ? member->get<std::string>() : "";
+}
+
+/// The number in a token's name; 0, which no token has, for any other text.
+std::uint64_t numberIn(std::string_view name) {
+    return name.empty() ? 0 : parseNumber<std::uint64_t>(name.substr(1)).value_or(0);
+}
+
 }  // namespace
 
-Tokens::Tokens(const Lifetimes& lifetimes, Clock clock)
-    : lifetimes_(lifetimes), clock_(std::move(clock)), key_(randomKey()) {}
+const char* nameOf(TokenKind kind) { return kind == TokenKind::merchant ? "merchant" : "user"; }
+
+std::optional<TokenClaims> readClaims(std::string_view token) {
+    const auto dot = token.rfind('.');
+    if (!token.starts_with(header()) || dot < header().size()) return std::nullopt;
+    const auto payload = token.substr(header().size(), dot - header().size());
+    const auto json = json::parse(base64UrlDecode(payload), nullptr, false);
+    if (!json.is_object()) return std::nullopt;
+    const auto kind = textIn(json, "kind");
+    if (kind != "merchant" && kind != "user") return std::nullopt;
+    return TokenClaims{.kind = kind == "merchant" ? TokenKind::merchant : TokenKind::user,
+                       .name = textIn(json, "jti"),
+                       .sessionId = textIn(json, "sid")};
+}
+
+Tokens::Tokens(const Lifetimes& lifetimes, Clock clock, std::optional<std::uint64_t> seed)
+    : lifetimes_(lifetimes),
+      clock_(std::move(clock)),
+      tellsTimes_(!seed),
+      key_(seed ? keyFrom(*seed) : randomKey()) {}
 
 std::string Tokens::issue(TokenKind kind, const std::string& sessionId) {
-    const bool merchant = kind == TokenKind::merchant;
-    const auto number = std::to_string(merchant ? ++merchants_ : ++users_);
     const auto now = clock_();
-    const json claims{
-        {"kind", nameOf(kind)},
-        {"sid", sessionId},
-        {"jti", (merchant ? "M" : "U") + number},
-        {"iat", secondsSinceEpoch(now)},
-        {"exp", secondsSinceEpoch(now + (merchant ? lifetimes_.merchant : lifetimes_.user))}};
-    const std::string text = header() + "." + base64UrlEncode(claims.dump());
+    const auto end = now + (kind == TokenKind::merchant ? lifetimes_.merchant : lifetimes_.user);
+    auto& ends = endsOf(kind);
+    ends.newest.push_back(end);
+    if (ends.newest.size() > keptEnds) ends.newest.pop_front();
+    const auto name = initialOf(kind) + std::to_string(++ends.issued);
+    json claims{{"kind", nameOf(kind)}, {"sid", sessionId}, {"jti", name}};
+    if (tellsTimes_) {
+        claims["iat"] = secondsSinceEpoch(now);
+        claims["exp"] = secondsSinceEpoch(end);
+    }
+    const std::string text = header() + base64UrlEncode(claims.dump());
     return text + "." + sign(text);
 }
 
@@ -66,15 +106,23 @@ TokenVerdict Tokens::check(TokenKind kind, std::string_view token) const {
     const auto dot = token.rfind('.');
     if (dot == token.npos || !sameText(token.substr(dot + 1), sign(token.substr(0, dot))))
         return {};
-    // Whatever bears our signature is what issue() wrote.
-    const auto claims =
-        json::parse(base64UrlDecode(token.substr(0, dot).substr(header().size() + 1)));
-    if (claims.at("kind") != nameOf(kind)) return {};
-    if (claims.at("exp").get<double>() <= secondsSinceEpoch(clock_())) {
-        return {.state = TokenState::expired};
-    }
-    return {.state = TokenState::valid, .sessionId = claims.at("sid")};
+    const auto claims = readClaims(token);
+    if (!claims || claims->kind != kind) return {};
+    return {.state = stateOf(*claims), .sessionId = claims->sessionId};
 }
+
+/// A number that was not given yet is one of an earlier run with the same seed.
+TokenState Tokens::stateOf(const TokenClaims& claims) const {
+    const auto& ends = endsOf(claims.kind);
+    const auto number = numberIn(claims.name);
+    if (number == 0 || number > ends.issued) return TokenState::wrong;
+    const auto age = ends.issued - number;
+    if (age >= ends.newest.size()) return TokenState::expired;
+    const auto end = ends.newest[ends.newest.size() - 1 - age];
+    return end <= clock_() ? TokenState::expired : TokenState::valid;
+}
+
+void Tokens::expire(TokenKind kind) { endsOf(kind).newest.clear(); }
 
 std::string Tokens::sign(std::string_view text) const {
     std::array<char, EVP_MAX_MD_SIZE> digest{};

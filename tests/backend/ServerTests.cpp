@@ -40,8 +40,10 @@ std::string answerTo(std::uint16_t port, const std::string& bytes) {
     const auto socket = send(port, bytes);
     std::string answer;
     std::array<char, 4096> piece{};
+    errno = 0;
     for (int size = 0; (size = BIO_read(socket.get(), piece.data(), piece.size())) > 0;)
         answer.append(piece.data(), static_cast<std::size_t>(size));
+    if (errno == ECONNRESET) answer += "(reset)";
     if (BIO_should_retry(socket.get())) throw std::runtime_error("the server is silent");
     return answer;
 }
@@ -91,9 +93,20 @@ TEST_F(ServerTest, RefusesWhatIsNoRequestAndGoesOn) {
     EXPECT_TRUE(backend.requests().empty());
 }
 
+TEST_F(ServerTest, ResetsConnectionsInEarnest) {
+    const std::vector<std::pair<Conduct, std::string>> cases{
+        {Conduct::resetBeforeReply, "^.reset.$"},
+        {Conduct::resetInHead, "^HTTP/1.1 200 OK\r\nCo[^\n]*.reset.$"},
+        {Conduct::resetAfterHead, "Content-Length: 4\r\n\r\n.reset.$"}};
+    for (const auto& [conduct, answer] : cases) {
+        backend.answer("/", {.body = "body", .conduct = conduct});
+        EXPECT_THAT(ask(get("/")), ContainsRegex(answer));
+    }
+}
+
 TEST_F(ServerTest, StopsAtOnceWhileRepliesHang) {
     backend.answer("/hang", hanging());
-    backend.answer("/slow", delayed(1h, {}));
+    backend.answer("/slow", delayed(1h, {.body = "x", .repetitions = Reply::endless}));
     auto hung = std::async(std::launch::async, [&] { return ask(get("/hang")); });
     auto slow = std::async(std::launch::async, [&] { return ask(get("/slow")); });
     ASSERT_TRUE(backend.awaitRequests("", 2, patience));

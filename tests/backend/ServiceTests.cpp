@@ -52,7 +52,8 @@ protected:
 
     const std::string root = "/api/communication/";
     std::chrono::system_clock::time_point now = std::chrono::system_clock::now();
-    backend::Service service{{.user = 60s, .merchant = 90s}, [this] { return now; }};
+    backend::Service service{
+        {.lifetimes = {.user = 60s, .merchant = 90s}, .clock = [this] { return now; }}};
     const std::string merchant = merchantToken();
     const std::string user = userToken();
     const std::string good = "Bearer " + user;
@@ -117,6 +118,40 @@ TEST_F(ServiceTest, ForgetsTheOldestSessionsButHonoursTheirTokens) {
     EXPECT_EQ(service.sessions().size(), 256);
     EXPECT_EQ(update(good).status, 200);
     EXPECT_NE(userToken(), user);
+}
+
+TEST(SeededServiceTest, RepeatsItselfAndGoesByTheBearerThatItIsToldTo) {
+    const std::string claims = R"({"jti":"M1","kind":"merchant","sid":"S1"})";
+    const std::string first = "eyJhbGciOiJIUzI1NiIsInR5cCI6IkpXVCJ9." +
+                              backend::base64UrlEncode(claims) +
+                              ".CRvpZaw5g664up7fdjOjrIoG6oC6vNTGRAuNpnc6gVg";
+    const std::vector<std::pair<backend::AuthRead, std::string>> cases{
+        {backend::AuthRead::first, "200 401"},
+        {backend::AuthRead::last, "401 200"},
+        {backend::AuthRead::any, "200 200"}};
+    for (const auto& [authRead, accepted] : cases) {
+        backend::Service service({.authRead = authRead, .seed = 1});
+        const auto ask = [&](const std::string& path, const std::string& bearers) {
+            const auto* body = R"({"apiKey":"","countryCode":"","phone":"","email":"","name":""})";
+            return service.answer({.method = "POST",
+                                   .target = "/api/communication/" + path,
+                                   .headers = {{"Authorization", bearers}},
+                                   .body = body});
+        };
+        const auto firstAndLast = [&] {
+            const auto one = ask("user/authenticate", "Bearer " + first + ",Bearer x").status;
+            const auto other = ask("user/authenticate", "Bearer x,Bearer " + first).status;
+            return std::to_string(one) + " " + std::to_string(other);
+        };
+        EXPECT_EQ(firstAndLast(), "401 401") << "of an earlier run";
+        EXPECT_THAT(ask("sdk/authenticate", "").body, HasSubstr(first));
+        service.expire(backend::TokenKind::user);
+        EXPECT_EQ(firstAndLast(), accepted);
+        service.expire();
+        EXPECT_EQ(firstAndLast(), "401 401");
+        service.reset();
+        EXPECT_THAT(ask("sdk/authenticate", "").body, HasSubstr(first));
+    }
 }
 
 TEST_F(ServiceTest, ServesAnImageOfEachName) {

@@ -99,16 +99,6 @@ TEST_F(InterceptorTest, EveryRequestCarriesTheSixIdentityHeaders) {
     EXPECT_THAT(bearers(""), ElementsAre("none", "Bearer m-1", "Bearer u-1"));
 }
 
-TEST_F(InterceptorTest, SdkAuthenticationNeverRefreshes) {
-    backend().answer("sdk/authenticate", closedBeforeReply());
-    backend().answer("sdk/authenticate", refusedReply(500));
-    backend().answer("sdk/authenticate", merchantReply("m-1", "s-1"));
-    KivoSDK::initialise({.apiKey = ""});
-    EXPECT_THAT(output().awaitLine("Failed to initialize SDK: "), HasSubstr("dataCorrupted"));
-    EXPECT_THAT(bearers("sdk/authenticate"), testing::Each("none"));
-    EXPECT_THAT(output().lines("Error refreshing"), IsEmpty());
-}
-
 TEST_F(InterceptorTest, UserAuthenticationRenewsAnEmptyMerchantTokenFirst) {
     pluginWithUser();
     settle();
@@ -178,19 +168,6 @@ TEST_F(InterceptorTest, Each401RefreshesAndResendsWithOneMoreBearerValue) {
     EXPECT_THAT(output().lines("Refreshed token found, retrying request. >>> "),
                 ElementsAre("Refreshed token found, retrying request. >>> u-2",
                             "Refreshed token found, retrying request. >>> u-3"));
-}
-
-TEST_F(InterceptorTest, A500IsRelayedLikeA200AndATransportErrorIsAnEmptyReply) {
-    auto& plugin = pluginWithUser();
-    backend().answer("user/unset", withStatus(500, messageReply("still decodes")));
-    plugin.unsetUser();
-    EXPECT_THAT(output().awaitLine("unsetUser successfully: "), HasSubstr("still decodes"));
-
-    backend().answer("update-device-token", cutInHalf(withStatus(401, messageReply("cut"))));
-    plugin.updateDeviceToken("t");
-    EXPECT_THAT(output().awaitLine("Failed to updateDeviceToken: "), HasSubstr("dataCorrupted"));
-    EXPECT_THAT(output().lines("here1>>>"), IsEmpty()) << "a 401 whose body was cut is not a 401";
-    EXPECT_THAT(output().lines("here2>>>"), SizeIs(3));
 }
 
 TEST_F(InterceptorTest, ATokenThatCouldBreakOutOfItsLineDropsItsHeader) {

@@ -32,37 +32,6 @@ TEST_F(ThirtySecondsTest, AnOperationWithoutAnyUserSaysWhyAtOnceAndFailsLater) {
     EXPECT_THAT(backend().requests(), SizeIs(1)) << "only the SDK authentication";
 }
 
-TEST_F(ThirtySecondsTest, ATransportErrorOfUserAuthenticationIsToldAtOnceAndFailsLater) {
-    backend().answer("user/authenticate", closedBeforeReply());
-    plugin().setUser({}, {}, {}, {});
-    EXPECT_THAT(output().awaitLine("Error during async operations: "), HasSubstr("Code=-1005"));
-    EXPECT_THAT(awaitLineAfterTheLimit("Failed to setUser: "), HasSubstr(timedOut));
-}
-
-TEST_F(ThirtySecondsTest, A401WithoutATokenLeavesTheLoadToItsLimit) {
-    auto& plugin = pluginWithUser("");
-    backend().answer("user/unset", refusedReply(401));
-    plugin.unsetUser();
-    output().awaitLine("here1>>>401");
-    EXPECT_THAT(awaitLineAfterTheLimit("Failed to unsetUser: "), HasSubstr(timedOut));
-    EXPECT_THAT(backend().requests("user/unset"), SizeIs(1));
-}
-
-TEST_F(ThirtySecondsTest, AFailedOrEmptyRefreshLeavesTheLoadToItsLimit) {
-    auto& plugin = pluginWithUser();
-    backend().answer("user/unset", refusedReply(401));
-    backend().answer("user/authenticate", userReply(""));
-    backend().answer("user/authenticate", jsonReply(200, "not json"));
-    plugin.unsetUser();
-    output().awaitLine("Refreshed token is empty, not retrying request.");
-    CacheManager::instance().saveUserJwtToken("u-1");
-    plugin.unsetUser();
-    EXPECT_THAT(output().awaitLine("Failed to refresh JWT token: "), HasSubstr("dataCorrupted"));
-    output().awaitLine("Error refreshing token: ");
-    awaitLineAfterTheLimit("Failed to unsetUser: ");
-    EXPECT_THAT(output().awaitLines("Failed to unsetUser: ", 2), SizeIs(2));
-}
-
 TEST_F(ThirtySecondsTest, AnEndless401LoopEndsWithItsLoad) {
     auto& plugin = pluginWithUser();
     const auto pause = std::chrono::milliseconds(200);

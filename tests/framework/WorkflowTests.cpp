@@ -8,8 +8,6 @@ namespace {
 
 using testing::ElementsAre;
 using testing::HasSubstr;
-using testing::IsEmpty;
-using testing::SizeIs;
 
 CacheManager& store() { return CacheManager::instance(); }
 
@@ -104,19 +102,6 @@ TEST_F(WorkflowTest, AnAbsentUserIsSentAndSavedAsAPresentEmptyOne) {
     EXPECT_EQ(backend().last("user/authenticate").body,
               R"({"countryCode":"","email":"","name":"","phone":""})");
     EXPECT_TRUE(store().getUserAuthRequest());
-}
-
-TEST_F(WorkflowTest, FailuresPrintTheirTextAndBothUpdatesShareOne) {
-    auto& plugin = pluginWithUser();
-    for (const char* path : {"update-device-token", "update-notification-consent", "user/unset"})
-        backend().answer(path, jsonReply(200, R"({"success":true})"));
-    plugin.unsetUser();
-    EXPECT_THAT(output().awaitLine("Failed to unsetUser: "), HasSubstr("message"));
-    plugin.updateDeviceToken("t");
-    output().awaitLines("Failed to updateDeviceToken: ", 1);
-    plugin.setNotificationPermission(true);
-    output().awaitLines("Failed to updateDeviceToken: ", 2);
-    EXPECT_THAT(output().lines("updateNotificationPermission"), IsEmpty());
 }
 
 TEST_F(WorkflowTest, HostileTextsGoOutWholeAndHarmNothing) {

@@ -31,12 +31,7 @@ tree kivo/sdk/KivoSDK.h kivo/platform/Task.h
 expect_success "$check" "$scratch/tree"
 
 refuses kivo/platform/Task.h kivo/sdk/KivoConfig.h 'layer 0 includes kivo/sdk/KivoConfig.h of layer 1'
-refuses kivo/sdk/KivoConfig.h kivo/storage/SDKError.h 'layer 1 includes kivo/storage/SDKError.h of layer 2'
-refuses kivo/storage/CacheManager.h kivo/api/CoreRepository.h 'layer 2 includes kivo/api/CoreRepository.h of layer 4'
 refuses kivo/storage/CacheManager.cpp kivo/network/NetworkClient.h 'layer 2 includes kivo/network/NetworkClient.h of layer 3'
-refuses kivo/network/AuthInterceptor.h kivo/api/CoreRepository.h 'layer 3 includes kivo/api/CoreRepository.h of layer 4'
-refuses kivo/api/CoreRepository.cpp kivo/core/KivoCore.h 'layer 4 includes kivo/core/KivoCore.h of layer 5'
-refuses kivo/core/KivoCore.cpp kivo/sdk/KivoSDK.h 'layer 5 includes kivo/sdk/KivoSDK.h of layer 6'
 refuses kivo/core/KivoCore.cpp Task.h 'which is no file of a layer'
 refuses kivo/extras/Extra.h kivo/platform/Task.h 'belongs to no layer'
 refuses backend/Service.cpp kivo/platform/JSON.h 'the backend includes kivo/platform/JSON.h'

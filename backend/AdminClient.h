@@ -1,0 +1,30 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace kivo::backend {
+
+/// Speaks to a running backend through its admin port.
+class AdminClient {
+public:
+    explicit AdminClient(std::uint16_t port) : port_(port) {}
+
+    /// The JSON text that the backend answers with. Throws std::runtime_error, with a text for the
+    /// person at the keyboard, when none is running there or when it refuses.
+    std::string get(const std::string& target) const { return ask("GET", target, ""); }
+    std::string post(const std::string& target, const std::string& body) const {
+        return ask("POST", target, body);
+    }
+    std::string remove(const std::string& target, const std::string& body) const {
+        return ask("DELETE", target, body);
+    }
+
+private:
+    std::string ask(const std::string& method, const std::string& target,
+                    const std::string& body) const;
+
+    const std::uint16_t port_;
+};
+
+}  // namespace kivo::backend

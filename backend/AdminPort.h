@@ -1,0 +1,13 @@
+#pragma once
+
+#include <cstdint>
+
+namespace kivo::backend {
+
+/// Where a running backend listens for the other commands, unless told otherwise.
+inline constexpr std::uint16_t usualAdminPort = 8444;
+
+/// The environment variable that tells them otherwise.
+inline constexpr const char* adminPortVariable = "KIVO_DEV_ADMIN_PORT";
+
+}  // namespace kivo::backend

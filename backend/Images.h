@@ -1,0 +1,47 @@
+#pragma once
+
+#include "backend/Reply.h"
+
+#include <deque>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace kivo::backend {
+
+/// The pictures that were handed in, to be shown by notifications. The newest 16 are kept, and
+/// not more than 16 MiB of them. Any thread may call it.
+class Images {
+public:
+    struct Image {
+        std::string name;
+        std::string bytes;
+        unsigned hits = 0;
+    };
+
+    /// Keeps a picture; what comes after the last dot of the file's name tells its type. Returns
+    /// the name that it has from now on. Throws std::invalid_argument for an empty one.
+    std::string add(std::string_view fileName, std::string bytes);
+
+    /// The picture, and one hit more; nothing for a name that is not known.
+    std::optional<Reply> serve(std::string_view name);
+
+    /// 0 for a name that is not known.
+    unsigned hits(std::string_view name) const;
+
+    /// Without their bytes.
+    std::vector<Image> list() const;
+
+    void clear();
+
+private:
+    std::size_t size() const;
+
+    mutable std::mutex mutex_;
+    std::deque<Image> images_;
+    unsigned added_ = 0;
+};
+
+}  // namespace kivo::backend

@@ -1,0 +1,154 @@
+#include "backend/Run.h"
+
+#include "backend/Authority.h"
+#include "backend/ChildEnvironment.h"
+#include "backend/ChildProcess.h"
+#include "backend/ChildWatch.h"
+#include "backend/Descriptors.h"
+#include "backend/Interception.h"
+#include "backend/LineSplitter.h"
+#include "backend/RequestLine.h"
+#include "backend/Summary.h"
+#include "backend/Terminal.h"
+#include "backend/TrustFile.h"
+
+#include <poll.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdlib>
+#include <iterator>
+#include <utility>
+
+namespace kivo::backend {
+namespace {
+
+constexpr const char* fromApp = "app     | ";
+constexpr const char* fromAppErrors = "app err | ";
+constexpr const char* fromBackend = "backend | ";
+
+/// One pipe from the program, made into lines.
+class Followed {
+public:
+    Followed(const FileDescriptor& pipe, LineSplitter::Consumer consumer)
+        : pipe_(pipe.number()), lines_(std::move(consumer)) {}
+
+    /// poll(2) passes over a pipe that has ended.
+    pollfd question() const { return {.fd = open_ ? pipe_ : -1, .events = POLLIN, .revents = 0}; }
+
+    /// Takes what there is at this moment.
+    void drain() {
+        std::array<char, 16 * 1024> piece{};
+        while (open_) {
+            const auto size = ::read(pipe_, piece.data(), piece.size());
+            if (size < 0 && errno == EINTR) continue;
+            if (size < 0 && errno == EAGAIN) return;
+            open_ = size > 0;
+            if (open_) lines_.add({piece.data(), static_cast<std::size_t>(size)});
+        }
+    }
+
+    void finish() {
+        drain();
+        lines_.finish();
+    }
+
+private:
+    const int pipe_;
+    LineSplitter lines_;
+    bool open_ = true;
+};
+
+Interception interceptionOf(const RunOptions& options) {
+    Interception interception;
+    for (const auto& url : options.baseUrls) interception.addBaseUrl(url);
+    for (const auto& host : options.hosts) interception.addHost(host);
+    return interception;
+}
+
+Identity identityFor(const Authority& authority, std::vector<std::string> names) {
+    std::ranges::copy(loopbackHosts(), std::back_inserter(names));
+    return authority.issue(names);
+}
+
+/// Shows the program's lines until it ends, then what it left in the pipes. Something that it
+/// started and left behind may hold them open for ever.
+void follow(const ChildProcess& child, const FileDescriptor& ended) {
+    Followed output(child.output(),
+                    [](std::string_view line) { print(std::string(fromApp).append(line) + "\n"); });
+    Followed errors(child.errors(), [](std::string_view line) {
+        printError(std::string(fromAppErrors).append(line) + "\n");
+    });
+    pollfd end{.fd = ended.number(), .events = POLLIN, .revents = 0};
+    while (end.revents == 0) {
+        std::array questions{output.question(), errors.question(), end};
+        if (::poll(questions.data(), questions.size(), -1) < 0) continue;
+        output.drain();
+        errors.drain();
+        end = questions.back();
+    }
+    output.finish();
+    errors.finish();
+}
+
+std::string readyBox(const Desk& desk, const Interception& interception,
+                     const std::string& program) {
+    auto box = "kivo-dev runs " + program + "; https goes through it\n  answered here  " +
+               interception.description() + "\n  base URL       " + desk.baseUrl() + "\n";
+    if (!desk.adminPort()) return box;
+    return box + "  admin          kivo-dev state --admin-port " +
+           std::to_string(*desk.adminPort()) + "\n";
+}
+
+int verdict(const Tally& tally, int childStatus, bool strict) {
+    print("kivo-dev: the program ended with status " + std::to_string(childStatus) + "\n" +
+          summaryOf(tally.totals()));
+    const bool broken = strict && tally.violationsEver() > 0;
+    return broken && childStatus == 0 ? EXIT_FAILURE : childStatus;
+}
+
+void prepare(DeskOptions& desk, const Authority& authority, const Interception& interception) {
+    desk.identity = identityFor(authority, interception.names());
+    desk.passage = [interception](const std::string& target) {
+        return interception.covers(target) ? Passage::here : Passage::through;
+    };
+    desk.handshakeFailed = [](const auto& reason) { print(fromBackend + handshakeLine(reason)); };
+}
+
+/// From the program's start to its end.
+int supervise(Desk& desk, const RunOptions& options, const TrustFile& trust,
+              const GuardedSignals& signals) {
+    const Route route{
+        .port = desk.port(), .trustFile = trust.path(), .adminPort = desk.adminPort()};
+    const ChildProcess child(options.command, childEnvironment(ownEnvironment(), route),
+                             signals.maskBefore());
+    const auto tidyUp = [path = trust.path()] { ::unlink(path.c_str()); };
+    auto& watch = *new ChildWatch(child.id(), signals, tidyUp);
+    follow(child, watch.ended());
+    desk.close();
+    const int status = verdict(desk.tally(), watch.status(), options.strict);
+    watch.endWith(status);
+    return status;
+}
+
+}  // namespace
+
+int run(RunOptions options) {
+    const auto inherited = openDescriptors();
+    const GuardedSignals signals;
+    const auto interception = interceptionOf(options);
+    const auto authority = Authority::make(interception.names());
+    prepare(options.desk, authority, interception);
+    Desk desk(options.desk, [showSecrets = options.desk.showSecrets](const auto& entry) {
+        print(fromBackend + requestLine(entry, showSecrets));
+    });
+    desk.open();
+    const TrustFile trust(trustedAlready() + authority.certificate());
+    keepFromPrograms(inherited);
+    print(readyBox(desk, interception, options.command.front()));
+    return supervise(desk, options, trust, signals);
+}
+
+}  // namespace kivo::backend

@@ -1,0 +1,73 @@
+#include "backend/TokenNames.h"
+
+#include "backend/AuthRead.h"
+#include "backend/Base64Url.h"
+
+#include <nlohmann/json.hpp>
+
+#include <algorithm>
+
+namespace kivo::backend {
+namespace {
+
+using nlohmann::json;
+constexpr const char* unknown = "?";
+constexpr std::size_t longestName = 20;
+constexpr std::size_t longestEnvelope = 64 * 1024;
+
+bool isName(const std::string& text) {
+    const auto fits = [](char letter) {
+        return (letter >= '0' && letter <= '9') || letter == 'M' || letter == 'U';
+    };
+    return !text.empty() && text.size() <= longestName && std::ranges::all_of(text, fits);
+}
+
+/// The text under a key; empty when there is none.
+std::string textAt(const json& object, const char* key) {
+    if (!object.is_object()) return {};
+    const auto found = object.find(key);
+    return found != object.end() && found->is_string() ? found->get<std::string>() : "";
+}
+
+NamedToken named(std::string token) {
+    auto name = tokenName(token);
+    return {.name = std::move(name), .token = std::move(token)};
+}
+
+bool mayBringToken(const std::string& body) {
+    return body.size() <= longestEnvelope && body.find("Token\"") != std::string::npos;
+}
+
+}  // namespace
+
+std::string tokenName(std::string_view token) {
+    if (token.empty()) return "empty";
+    const auto start = token.find('.');
+    const auto end = token.rfind('.');
+    if (start == end) return unknown;
+    const auto claims = base64UrlDecode(token.substr(start + 1, end - start - 1));
+    auto name = textAt(json::parse(claims, nullptr, false), "jti");
+    return isName(name) ? name : unknown;
+}
+
+std::vector<NamedToken> carriedTokens(const Request& request) {
+    auto carried = bearerTokens(request);
+    std::vector<NamedToken> tokens;
+    tokens.reserve(carried.size());
+    for (auto& token : carried) tokens.push_back(named(std::move(token)));
+    return tokens;
+}
+
+std::vector<NamedToken> givenTokens(const Reply& reply) {
+    if (!mayBringToken(reply.body)) return {};
+    const auto envelope = json::parse(reply.body, nullptr, false);
+    if (!envelope.is_object() || !envelope.contains("data")) return {};
+    std::vector<NamedToken> tokens;
+    for (const auto* key : {"merchantToken", "userToken"}) {
+        if (auto token = textAt(envelope["data"], key); !token.empty())
+            tokens.push_back(named(std::move(token)));
+    }
+    return tokens;
+}
+
+}  // namespace kivo::backend

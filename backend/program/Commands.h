@@ -1,0 +1,22 @@
+#pragma once
+
+#include "backend/Desk.h"
+
+#include <CLI/CLI.hpp>
+
+#include <functional>
+
+namespace kivo::backend {
+
+/// What the command line asks for; returns the exit status.
+using Action = std::function<int()>;
+
+/// Each describes its commands to the parser and sets the action when one of them is given.
+void addServe(CLI::App& program, Action& action);
+void addRun(CLI::App& program, Action& action);
+void addAdminCommands(CLI::App& program, Action& action);
+
+/// The options that serve and run share.
+void describeDesk(CLI::App& command, DeskOptions& options, bool& strict);
+
+}  // namespace kivo::backend

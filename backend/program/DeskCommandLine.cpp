@@ -1,0 +1,61 @@
+#include "backend/program/Commands.h"
+
+#include "backend/FaultKinds.h"
+
+#include <memory>
+#include <stdexcept>
+#include <string>
+
+namespace kivo::backend {
+namespace {
+
+AuthRead authReadNamed(const std::string& name) {
+    if (name == "first") return AuthRead::first;
+    if (name == "last") return AuthRead::last;
+    if (name == "any") return AuthRead::any;
+    throw std::invalid_argument("--auth-read takes first, last or any, not \"" + name + "\"");
+}
+
+std::optional<std::uint16_t> adminPortIn(const std::string& text) {
+    if (text == "off") return std::nullopt;
+    std::uint16_t port = 0;
+    if (CLI::detail::lexical_cast(text, port)) return port;
+    throw std::invalid_argument("--admin-port takes a port, 0 for a free one, or off, not \"" +
+                                text + "\"");
+}
+
+}  // namespace
+
+void describeDesk(CLI::App& command, DeskOptions& options, bool& strict) {
+    command.add_option("--port", options.port, "Port to listen on; 0 takes a free one")
+        ->check(CLI::Range(0, 65535))
+        ->capture_default_str();
+    const auto set = [&command](const std::string& name, auto apply, const std::string& help) {
+        return command.add_option_function<std::string>(name, apply, help);
+    };
+    set(
+        "--admin-port", [&](const auto& text) { options.adminPort = adminPortIn(text); },
+        "Port for the other commands; 0 takes a free one, off goes without");
+    set(
+        "--ttl", [&](const auto& text) { options.lifetimes = parseLifetimes(text); },
+        "Time to live of tokens")
+        ->default_str("user=15m,merchant=1h");
+    set(
+        "--latency", [&](const auto& text) { options.latency = Latency::parse(text); },
+        "Time that each answer takes on its way, as in 80ms+-30");
+    set(
+        "--fault", [&](const auto& text) { options.faults.push_back(parseFault(text)); },
+        "Something that goes wrong, as in user/unset:401:times=1; may be repeated")
+        ->trigger_on_parse();
+    set(
+        "--auth-read", [&](const auto& text) { options.authRead = authReadNamed(text); },
+        "Which of several bearer values counts: first, last or any")
+        ->default_str("last");
+    command.add_option("--seed", options.seed, "Makes ids, tokens and chances repeatable");
+    command.add_flag("--strict", strict, "Fail at the end if a request broke the contract");
+    command.add_flag("--show-secrets", options.showSecrets, "Show tokens and keys in full");
+    command.footer("Kinds of faults, written ENDPOINT:KIND[=ARG][:times=N][:p=0.3]:\n" +
+                   describeFaultKinds());
+}
+
+}  // namespace kivo::backend

@@ -1,0 +1,30 @@
+#include "backend/Run.h"
+#include "backend/program/Commands.h"
+
+#include <memory>
+#include <stdexcept>
+
+namespace kivo::backend {
+
+void addRun(CLI::App& program, Action& action) {
+    auto* command = program.add_subcommand(
+        "run",
+        "Runs a program with this backend in place of its base URL's, as in: "
+        "kivo-dev run -- ./app ARGS");
+    const auto options = std::make_shared<RunOptions>();
+    options->desk.adminPort = 0;
+    options->baseUrls = {KIVO_PRODUCTION_BASE_URL, KIVO_DEVELOPMENT_BASE_URL};
+    describeDesk(*command, options->desk, options->strict);
+    command
+        ->add_option("--host", options->hosts,
+                     "Another https host to answer for, NAME or NAME:PORT; may be repeated")
+        ->allow_extra_args(false);
+    command->add_option("program", options->command, "The program and its arguments, after --");
+    command->callback([options, &action] {
+        if (options->command.empty())
+            throw std::invalid_argument("which program? Write: kivo-dev run -- ./app ARGS");
+        action = [options] { return run(*options); };
+    });
+}
+
+}  // namespace kivo::backend

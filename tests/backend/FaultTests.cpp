@@ -1,0 +1,142 @@
+#include "backend/Faults.h"
+
+#include "backend/Contract.h"
+#include "backend/Latency.h"
+#include "backend/Service.h"
+
+#include <gmock/gmock.h>
+
+#include <array>
+#include <map>
+#include <set>
+#include <sstream>
+
+namespace kivo::tests {
+namespace {
+
+using namespace std::chrono_literals;
+using backend::Faults;
+using backend::Request;
+using testing::Each;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::ThrowsMessage;
+
+void expectAdvice(const std::function<void(const std::string&)>& read,
+                  const std::map<std::string, std::string>& advice) {
+    for (const auto& [text, words] : advice)
+        EXPECT_THAT([&] { read(text); }, ThrowsMessage<std::invalid_argument>(HasSubstr(words)))
+            << text;
+}
+
+TEST(FaultRuleTest, IsReadAndWrittenOrRefusedWithAdvice) {
+    for (const std::string rule :
+         {"user/unset:401:times=2", "*:status=503,html:p=0.25", "img:redirect", "*:delay=80ms",
+          "user/unset:redirect=308,loop:times=1:p=0.5", "*:refused-handshake"})
+        EXPECT_EQ(backend::ruleOf(backend::parseFault(rule)), rule);
+    EXPECT_EQ(backend::ruleOf(backend::parseFault("*:hang:p=1.0:times=01")), "*:hang:times=1");
+    const auto read = [](const std::string& rule) { backend::parseFault(rule); };
+    expectAdvice(read, {{"", "write ENDPOINT:KIND"},
+                        {"401", "as in user/unset:401:times=2"},
+                        {"user/unste:401", "user/unset, img, or *"},
+                        {"*:404", "status=503[,json|html|empty|good]"},
+                        {"*:status=503,xml", "write status=503"},
+                        {"*:delay=2", "write delay=2s"},
+                        {"*:hang=1", "write hang"},
+                        {"*:redirect=307,away", "same|relative"},
+                        {"img:wrong-certificate", "write *:wrong-certificate"},
+                        {"*:401:times=0", "write times=2 or p=0.3"},
+                        {"*:401:p=nan", "write times=2 or p=0.3"},
+                        {"*:401:often", "write times=2 or p=0.3"}});
+}
+
+std::string drawn(Faults& faults, const std::string& target) {
+    const auto fault = faults.draw({.target = target});
+    return fault ? backend::ruleOf(*fault) : "";
+}
+
+TEST(FaultsTest, DrawsTheNewestThatFitsAsOftenAsItIsMeant) {
+    const std::string path = "/api/communication/user/unset";
+    Faults faults(1);
+    for (const auto* rule : {"*:hang", "user/unset:401:times=2", "*:wrong-certificate:times=1"})
+        faults.add(backend::parseFault(rule));
+    EXPECT_EQ(drawn(faults, "/push" + path + "?x"), "user/unset:401:times=2");
+    EXPECT_EQ(drawn(faults, path + "?redirected"), "");
+    EXPECT_EQ(drawn(faults, "/img/user/unset"), "*:hang");
+    EXPECT_EQ(drawn(faults, path + ""), "user/unset:401:times=2");
+    EXPECT_EQ(drawn(faults, path + ""), "*:hang");
+    EXPECT_EQ(faults.drawGreeting(), backend::Greeting::untrusted);
+    EXPECT_EQ(faults.drawGreeting(), backend::Greeting::proper);
+    EXPECT_EQ(faults.list().at(1).hits, 2U);
+    EXPECT_EQ(faults.clear("user/unset:401:times=2") + faults.clear() + faults.clear(), 3U);
+
+    const auto hits = [](std::uint64_t seed) {
+        Faults some(seed);
+        some.add(backend::parseFault("*:401:p=0.3"));
+        std::string pattern;
+        for (int count = 0; count < 1000; ++count) pattern += drawn(some, "/").empty() ? '.' : 'X';
+        return pattern;
+    };
+    EXPECT_EQ(hits(7), hits(7));
+    EXPECT_NE(hits(7), hits(8));
+    EXPECT_NEAR(static_cast<double>(std::ranges::count(hits(7), 'X')), 300, 60);
+}
+
+TEST(LatencyTest, IsDrawnAroundItsMiddleOrRefusedWithAnExample) {
+    std::mt19937_64 generator(1);
+    std::set<std::chrono::milliseconds> drawn;
+    for (int count = 0; count < 2000; ++count)
+        drawn.insert(backend::Latency::parse("9ms+-30").draw(generator));
+    EXPECT_EQ(std::tuple(drawn.size(), *drawn.begin(), *drawn.rbegin()), std::tuple(40, 0ms, 39ms));
+    const auto read = [](const std::string& text) { backend::Latency::parse(text); };
+    const std::string example = "80ms+-30ms";
+    expectAdvice(read, {{"", example}, {"80", example}, {"80ms+-", example}, {"-1s", example}});
+}
+
+Request read(const std::string& text) {
+    std::istringstream lines(text);
+    Request request;
+    lines >> request.method >> request.target >> std::ws;
+    for (std::string line; std::getline(lines, line) && !line.empty();)
+        request.headers.push_back(
+            {line.substr(0, line.find(": ")), line.substr(line.find(": ") + 2)});
+    std::getline(lines, request.body);
+    return request;
+}
+
+TEST(ContractTest, NamesEachBreachInWords) {
+    backend::Tokens tokens({});
+    const auto merchant = tokens.issue(backend::TokenKind::merchant, "S1");
+    const auto user = "Bearer " + tokens.issue(backend::TokenKind::user, "S1");
+    const std::string good =
+        "PUT /api/communication/user/unset\nContent-Type: application/json\nx-sdk-version: 1.0.0\n"
+        "x-platform: IOS\nx-package-name: com.example\nx-session-id: \nx-unique-device-id: id\n"
+        "Authorization: " +
+        user + "," + user + "\n\n{\"sessionId\":\"\"}";
+    EXPECT_THAT(backend::contractViolations(read(good)), IsEmpty());
+    const std::vector<std::array<std::string, 3>> cases{
+        {"PUT", "POST", "the method is \"POST\"; it must be PUT"},
+        {"Content-Type: application/json\n", "", "Content-Type is missing"},
+        {"/json", "/xml", "Content-Type is \"application/xml\"; it must be \"application/json\""},
+        {"com.example", "", "x-package-name is empty"},
+        {"x-session-id", "X-Platform: IOS\nx-session-id", "x-platform comes 2 times"},
+        {"," + user, "\nauthorization: " + user, "Authorization comes in 2 lines"},
+        {"Authorization", "x-other", "Authorization is missing; a user token"},
+        {"," + user, ",Bearer " + merchant, "merchant token \"M1\" where a user token belongs"},
+        {"," + user, ",Bearer", "holds no token"},
+        {"{\"sessionId\":\"\"}", "[]", "the body is no JSON object"},
+        {"\"sessionId\":\"\"", "", "the body lacks \"sessionId\""},
+        {":\"\"", ":1", "\"sessionId\" in the body is no text"},
+        {":\"\"", ":\"\",\"é\":1", "the body has \"??\", which does not belong"},
+        {"user/unset", "user/unsettled", ""}};
+    for (const auto& [part, other, words] : cases) {
+        auto text = good;
+        text.replace(text.find(part), part.size(), other);
+        const auto violations = backend::contractViolations(read(text));
+        EXPECT_EQ(violations.size(), words.empty() ? 0U : 1U) << text;
+        EXPECT_THAT(violations, Each(HasSubstr(words)));
+    }
+}
+
+}  // namespace
+}  // namespace kivo::tests

@@ -1,0 +1,118 @@
+#include "backend/Expectation.h"
+#include "backend/RequestLine.h"
+#include "backend/Secrets.h"
+#include "backend/Service.h"
+#include "backend/Tally.h"
+
+#include <gmock/gmock.h>
+#include <nlohmann/json.hpp>
+
+namespace kivo::tests {
+namespace {
+
+using backend::Entry;
+using testing::ElementsAre;
+using testing::EndsWith;
+using testing::Pair;
+
+Entry entryFor(const std::string& path, int status = 200, const std::string& body = "") {
+    return {.exchange = {.request = {.method = "POST", .target = path, .body = body},
+                         .reply = {.status = status}}};
+}
+
+const std::string root = "/api/communication/";
+
+TEST(JournalTest, KeepsTheNewestWithinItsBytesAndTellsObserversOfAll) {
+    backend::Journal journal({.entries = 3, .bodyBytes = 60'000, .bytes = 130'000});
+    std::string seen;
+    journal.observe([&](const auto& entry) {
+        seen += entry.exchange.request.target + "=" + std::to_string(entry.number) + " ";
+    });
+    const auto kept = [&](std::uint64_t after) {
+        std::string targets;
+        for (const auto& entry : journal.after(after)) targets += entry.exchange.request.target;
+        return targets;
+    };
+    for (const auto* target : {"/1", "/2", "/3", "/4"}) journal.record(entryFor(target));
+    EXPECT_EQ(kept(0) + " " + kept(3), "/2/3/4 /4");
+    const std::string body(100'000, 'x');
+    for (const auto* target : {"/5", "/6", "/7"}) journal.record(entryFor(target, 200, body));
+    EXPECT_EQ(kept(0), "/6/7");
+    EXPECT_EQ(journal.after(6).front().exchange.request.body,
+              body.substr(0, 60'000) + "… (100000 bytes in all)");
+    journal.clear();
+    EXPECT_EQ(kept(0) + " " + seen, " /1=1 /2=2 /3=3 /4=4 /5=5 /6=6 /7=7 ");
+}
+
+TEST(RequestLineTest, ShowsAnExchangeWithoutObeyingIt) {
+    backend::Service service;
+    const auto opened = service.answer(
+        {.method = "POST", .target = root + "sdk/authenticate", .body = R"({"apiKey":"k"})"});
+    const auto token = nlohmann::json::parse(opened.body)["data"]["merchantToken"];
+    auto entry = entryFor("/base" + root + "user/authenticate");
+    entry.exchange.request.headers = {
+        {"Authorization", "Bearer " + token.get<std::string>() + ",Bearer x"}};
+    entry.exchange.reply = opened;
+    entry.exchange.delivered = true;
+    const std::string start = "  POST /base/api/communication/user/authenticate  200  0 ms  ";
+    EXPECT_THAT(backend::requestLine(entry), EndsWith(start + "M1+? gives M1  ok\n"));
+    EXPECT_THAT(backend::requestLine(entry, true), testing::HasSubstr("+?=x gives M1=eyJ"));
+    entry.violations = {"no a", "b\n"};
+    entry.exchange.reply = {.status = 401, .fault = "*:401"};
+    EXPECT_THAT(backend::requestLine(entry), EndsWith("  M1+?  BROKEN: no a; b?  fault *:401\n"));
+    EXPECT_THAT(
+        backend::requestLine(entryFor("/a\x1b[2J\xC3?b", 404)),
+        EndsWith("  POST /a?[2J?  404  0 ms  no endpoint of the contract  (not delivered)\n"));
+    EXPECT_THAT(backend::requestLine({}),
+                EndsWith("  (no HTTP request)  200  0 ms  (not delivered)\n"));
+}
+
+TEST(TallyTest, CountsByEndpointAndTheRefreshesThatRefusalsCaused) {
+    backend::Tally tally;
+    const std::string token = root + "user/update-device-token", user = root + "user/authenticate",
+                      sdk = root + "sdk/authenticate";
+    const std::vector<std::pair<std::string, int>> requests{
+        {sdk, 200},  {user, 200},     {token, 401}, {token, 401}, {user, 200},  // One.
+        {user, 401}, {sdk, 200},      {user, 200},                              // Two.
+        {sdk, 200},  {"/img/a", 200}, {"/x", 404},  {"/y", 404}};
+    for (const auto& [path, status] : requests) tally.count(entryFor(path, status));
+    EXPECT_EQ(tally.totals().refreshes, 2);
+    EXPECT_THAT(tally.totals().requests,
+                ElementsAre(Pair("images", 1), Pair("other paths", 2), Pair("sdk/authenticate", 3),
+                            Pair("user/authenticate", 4), Pair("user/update-device-token", 2)));
+}
+
+TEST(ExpectationTest, IsMetByItsEndpointFieldsAndStatus) {
+    const auto entry = entryFor(root + "user/authenticate", 401, R"({"name":"Ana B","phone":7})");
+    const auto image = entryFor("/img/a.png");
+    const std::vector<std::pair<std::vector<std::string>, bool>> cases{
+        {{"user/authenticate"}, true},
+        {{" user/authenticate  status=401 "}, true},
+        {{"user/authenticate status=200"}, false},
+        {{"user/authenticate", "name=Ana B"}, true},
+        {{"user/authenticate name=Ana"}, false},
+        {{"user/authenticate phone=7"}, false},
+        {{"user/authenticate email="}, false},
+        {{"sdk/authenticate"}, false},
+        {{"img/a.png"}, false}};
+    for (const auto& [words, met] : cases)
+        EXPECT_EQ(meets(entry, backend::parseExpectation(words)), met) << words.front();
+    EXPECT_TRUE(meets(image, backend::parseExpectation({"img/a.png status=200"})));
+    for (const auto* text : {"", "user", "user/unset x", "user/unset =x", "user/unset status=x"})
+        EXPECT_THROW(backend::parseExpectation({text}), std::invalid_argument) << text;
+}
+
+TEST(SecretsTest, AreShortenedWhereverTheyStand) {
+    using backend::withoutSecrets;
+    const std::string token = "eyJh" + std::string(40, 'a') + ".last";
+    EXPECT_EQ(withoutSecrets(R"({"data":{"userToken":")" + token + R"("},"name":"Ana"})"),
+              R"({"data":{"userToken":"eyJh…last"},"name":"Ana"})");
+    EXPECT_EQ(withoutSecrets(R"({"apiKey":"12345678","deviceToken":"123456789"})"),
+              R"({"apiKey":"…","deviceToken":"1234…"})");
+    EXPECT_EQ(withoutSecrets("{broken \"" + token), "{broken \"eyJh…last");
+    EXPECT_EQ(withoutSecrets({"authorization", "Bearer " + token + ",Bearer abc"}).value,
+              "Bearer eyJh…last,Bearer abc");
+}
+
+}  // namespace
+}  // namespace kivo::tests

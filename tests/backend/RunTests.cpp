@@ -1,0 +1,87 @@
+#include "backend/Interception.h"
+#include "tests/backend/Program.h"
+
+#include <gmock/gmock.h>
+
+namespace kivo::tests {
+namespace {
+
+using testing::ElementsAre;
+using testing::MatchesRegex;
+
+TEST(InterceptionTest, CoversItsHostsAndPorts) {
+    backend::Interception interception;
+    for (const auto* url : {"https://API.example/push/", "https://localhost:8443/",
+                            "https://[::1]/", "https://10.0.0.1/"})
+        interception.addBaseUrl(url);
+    interception.addHost("cdn.example");
+    interception.addHost("one.example:81");
+    for (const auto* target :
+         {"api.example:443", "Localhost:8443", "[::1]:443", "cdn.example:1", "one.example:81"})
+        EXPECT_TRUE(interception.covers(target)) << target;
+    for (const auto* target :
+         {"api.example:444", "api.example", "x.api.example:443", "10.0.0.1:443", "localhost:80",
+          "one.example:82", "", ":443", "api.example:443x"})
+        EXPECT_FALSE(interception.covers(target)) << target;
+    EXPECT_THAT(interception.names(), ElementsAre("api.example", "cdn.example", "one.example"));
+    for (const auto* host : {"", "10.0.0.1", "https://x", "a b", "x:0", "*.example", "x:1:2"})
+        EXPECT_THROW(interception.addHost(host), std::invalid_argument) << host;
+}
+
+using RunTest = ProgramTest;
+
+/// "ask HOST:PORT" sends a request for an image over TLS through the proxy, as an application does.
+const std::string ask = R"(
+    cat >ask <<'END'
+    printf "${2:-GET} ${3:-/img/a} HTTP/1.1\r\nConnection: close\r\n\r\n" |
+        openssl s_client -quiet -proxy ${HTTPS_PROXY#http://} -connect $1 -CAfile $SSL_CERT_FILE \
+            -verify_return_error -verify_hostname ${1%:*} 2>/dev/null | head -n1
+END
+)";
+
+TEST_F(RunTest, StandsInForTheCompiledInHostsAndLeadsToAllOthers) {
+    const auto printed = run(ask + R"(
+        kivo serve --port 0 --ready-fd 3 3>ready >log & read -r port trust <ready
+        export NO_PROXY=* http_proxy=x ALL_PROXY=x SSL_CERT_FILE=$trust
+        open=$(ls /proc/self/fd | wc -l); cat >app <<END
+        sh ask api.kivo.example:443; sh ask extra.example:99; sh ask localhost:$port
+        env | grep -i proxy= | sort; $dev expect img/a | wc -l; stat -c %a \$SSL_CERT_FILE
+        [ \$(ls /proc/self/fd | wc -l) = $open ] && echo none of ours
+        printf oops >&2; printf unended; exit 7
+END
+        (kivo run --host extra.example -- sh app) >out; echo "status $?"; ls $PWD | grep trust
+        grep -c /img/a log; kill $!; grep -c '^backend .*GET /img/a  200' out
+        grep -v ^backend out | tr -d '\r')");
+    EXPECT_THAT(
+        printed,
+        MatchesRegex("app err . oops\nstatus 7\n1\n2\nkivo-dev runs sh; [^\n]*\n"
+                     "  answered here  [^\n]*api.kivo.example:443[^\n]*, extra.example\n.*"
+                     "app     . HTTP/1.1 200 OK\napp     . HTTP/1.1 200 OK\n"
+                     "app     . HTTP/1.1 200 OK\n"
+                     "app     . HTTPS_PROXY=(http://127.0.0.1:[0-9]+)\n"
+                     "app     . https_proxy=http://127.0.0.1:[0-9]+\napp     . 1\napp     . 600\n"
+                     "app     . none of ours\napp     . unended\n"
+                     "kivo-dev: the program ended with status 7\n  images  2\n  0 refreshes, .*"));
+}
+
+TEST_F(RunTest, EndsAsTheProgramEnds) {
+    const auto printed = run(ask + R"(
+        for signal in INT TERM; do
+            kivo run -- sh -c 'setsid sleep 20 & echo $! >ready; exec sleep 60' >log &
+            read -r left <ready; kill -$signal $!; wait $!; echo "$signal $?"
+            kill $left && echo not waited for
+        done
+        (kivo run --strict -- sh ask api.kivo.example:443 PUT /api/communication/user/unset) >log
+        echo "strict $?"; grep -c BROKEN log
+        (kivo run -- ./missing) >log; echo "missing $?"; (kivo run --host 1.2.3.4 -- true); echo $?
+        (kivo run); ls $PWD | grep trust)");
+    EXPECT_THAT(printed, MatchesRegex("INT 130\nnot waited for\nTERM 143\nnot waited for\nstrict "
+                                      "1\n1\nkivo-dev: cannot start "
+                                      "./missing: .*is its path right.*\nmissing 1\n"
+                                      "kivo-dev: --host takes a DNS name.*\n1\n"
+                                      "kivo-dev: which program.*\n"))
+        << printed;
+}
+
+}  // namespace
+}  // namespace kivo::tests

@@ -1,0 +1,147 @@
+#include <cctype>
+#include <fstream>
+#include <regex>
+#include <set>
+
+#include "backend/Desk.h"
+#include "backend/FaultKinds.h"
+#include "tests/framework/FrameworkTest.h"
+
+namespace kivo::tests {
+
+namespace {
+
+using Lines = std::vector<std::string>;
+
+const std::string ellipsis = "…";
+
+/// One row of the page that tells integrators what the SDK prints when a fault befalls it.
+struct Row {
+    Lines rules;
+    std::string operation;
+    Lines atOnce;
+    Lines afterThirtySeconds;
+};
+
+/// What stands between backquotes.
+Lines quotedIn(const std::string& cell) {
+    static const std::regex quoted("`([^`]*)`");
+    Lines found;
+    for (std::sregex_iterator match(cell.begin(), cell.end(), quoted), end; match != end; ++match)
+        found.push_back((*match)[1]);
+    return found;
+}
+
+std::vector<Row> rowsOfThePage() {
+    static const std::regex fourCells(R"(\| (`.*) \| (`.*) \|(.*) \|(.*)\|)");
+    std::vector<Row> rows;
+    std::ifstream page(KIVO_FAULTS_PAGE);
+    std::smatch cells;
+    for (std::string line; std::getline(page, line);) {
+        if (!line.starts_with("| `")) continue;
+        if (!std::regex_match(line, cells, fourCells)) throw std::runtime_error("no row: " + line);
+        rows.push_back(
+            {quotedIn(cells[1]), quotedIn(cells[2]).at(0), quotedIn(cells[3]), quotedIn(cells[4])});
+    }
+    return rows;
+}
+
+void PrintTo(const Row& row, std::ostream* stream) { *stream << row.rules.at(0); }
+
+std::string nameOf(const testing::TestParamInfo<Row>& row) {
+    auto name = std::to_string(100 + row.index) + "_" + row.param.operation;
+    for (const auto& rule : row.param.rules) name += "_" + rule;
+    for (auto& letter : name)
+        if (!std::isalnum(static_cast<unsigned char>(letter))) letter = '_';
+    return name + (row.param.afterThirtySeconds.empty() ? "" : "_ThirtySeconds");
+}
+
+std::string startOf(const std::string& line) { return line.substr(0, line.find(ellipsis)); }
+
+/// An ellipsis in a line stands for any text, and alone for any lines.
+std::string regexOf(const Lines& lines) {
+    static const std::regex special(R"([\\^$.\[|()*+?{])");
+    static const std::regex gap(ellipsis);
+    std::string regex;
+    for (const auto& line : lines) {
+        const auto literal = std::regex_replace(line, special, R"(\$&)");
+        const auto text = std::regex_replace(literal, gap, "[^\n]*") + "\n";
+        regex += line == ellipsis ? "(" + text + ")*" : text;
+    }
+    return regex;
+}
+
+class FaultTableTest : public FrameworkTest, public testing::WithParamInterface<Row> {
+protected:
+    FaultTableTest() {
+        const auto authority = backend::Authority::make();
+        const std::string trustFile = home().path() / "desk.pem";
+        std::ofstream(trustFile) << authority.certificate();
+        setenv("SSL_CERT_FILE", trustFile.c_str(), 1);
+        desk_.emplace(backend::DeskOptions{.identity = authority.issue(backend::loopbackHosts())},
+                      [](const backend::Entry&) {});
+        desk_->open();
+        const auto proxy = "http://127.0.0.1:" + std::to_string(desk_->port());
+        setenv("https_proxy", proxy.c_str(), 1);
+    }
+
+    /// Everything goes well up to the operation, and the faults befall it alone.
+    Output& operateAmidFaults() {
+        const auto& [rules, operation, atOnce, later] = GetParam();
+        for (const std::string step : {"initialise", "setUser"}) {
+            if (step == operation) break;
+            run(step);
+            settle();
+        }
+        for (const auto& rule : rules) desk_->addFault(backend::parseFault(rule));
+        auto& fresh = *new Output;
+        run(operation);
+        return fresh;
+    }
+
+    void run(const std::string& operation) {
+        const auto plugin = KivoSDK::instance();
+        if (operation == "initialise") KivoSDK::initialise({.apiKey = "key"});
+        if (operation == "setUser") plugin->setUser("40", "711", "ana@example.com", "Ana");
+        if (operation == "updateDeviceToken") plugin->updateDeviceToken("push-token");
+        if (operation == "setNotificationPermission") plugin->setNotificationPermission(true);
+        if (operation == "unsetUser") plugin->unsetUser();
+        if (operation == "onMessageReceived")
+            plugin->onMessageReceived(
+                {{"notification", {{"image", desk_->baseUrl() + "img/a.png"}}}});
+    }
+
+private:
+    std::optional<backend::Desk> desk_;
+};
+
+TEST_P(FaultTableTest, PrintsWhatThePageSays) {
+    const auto& [rules, operation, atOnce, later] = GetParam();
+    if (atOnce.size() == 1 && atOnce[0].starts_with("Fatal error: ")) {
+        GTEST_FLAG_SET(death_test_style, "threadsafe");
+        EXPECT_DEATH(operateAmidFaults().awaitLine("the end"), atOnce[0]);
+        return;
+    }
+    auto& printed = operateAmidFaults();
+    for (const auto& line : atOnce) printed.awaitLine(startOf(line));
+    if (later.empty()) settle();
+    for (const auto& line : later) EXPECT_THAT(printed.lines(startOf(line)), testing::IsEmpty());
+    for (const auto& line : later) printed.awaitLine(startOf(line), std::chrono::seconds(30));
+    std::string text;
+    for (const auto& line : printed.lines())
+        if (!line.starts_with("url-is: ")) text += line + "\n";
+    EXPECT_THAT(text, testing::MatchesRegex(regexOf(atOnce) + regexOf(later)));
+}
+
+INSTANTIATE_TEST_SUITE_P(Page, FaultTableTest, testing::ValuesIn(rowsOfThePage()), nameOf);
+
+TEST(FaultPageTest, HasARowForEveryKind) {
+    std::set<std::string, std::less<>> kinds;
+    for (const auto& row : rowsOfThePage())
+        for (const auto& rule : row.rules) kinds.insert(backend::parseFault(rule).kind);
+    for (const auto& kind : backend::faultKinds()) EXPECT_TRUE(kinds.contains(kind.name));
+}
+
+}  // namespace
+
+}  // namespace kivo::tests
