@@ -1,0 +1,71 @@
+#include "backend/Contract.h"
+#include "backend/FaultKinds.h"
+#include "backend/RequestParser.h"
+#include "backend/Service.h"
+
+#include <boost/asio/buffer.hpp>
+#include <boost/asio/error.hpp>
+#include <boost/beast/core/flat_buffer.hpp>
+#include <boost/beast/http/read.hpp>
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdlib>
+
+using namespace kivo::backend;
+using boost::system::error_code;
+
+namespace {
+
+/// A connection on which all bytes have come already.
+struct Wire {
+    boost::asio::const_buffer rest;
+
+    template <typename Buffers>
+    std::size_t read_some(const Buffers& buffers, error_code& error) {
+        const auto count = boost::asio::buffer_copy(buffers, rest);
+        rest += count;
+        if (count == 0) error = boost::asio::error::eof;
+        return count;
+    }
+
+    template <typename Buffers>
+    std::size_t read_some(const Buffers& buffers) {
+        error_code ignored;
+        return read_some(buffers, ignored);
+    }
+};
+
+/// The argument that stands in for the choices in its written form.
+std::string_view argumentOf(const FaultKind& kind) {
+    if (kind.name == "redirect") return "307,relative";
+    if (kind.name == "status") return "503,html";
+    return kind.accepts("") ? "" : "1s";
+}
+
+void answer(Service& service, const Request& request) {
+    for (const auto& violation : contractViolations(request))
+        if (violation.empty() || violation.size() > 400) std::abort();
+    const auto good = service.answer(request);
+    for (const auto& kind : faultKinds()) {
+        const auto bad = kind.misbehave ? kind.misbehave(request, good, argumentOf(kind)) : good;
+        if (wireText(bad, request, true).empty()) std::abort();
+    }
+}
+
+}  // namespace
+
+// Any bytes of a client are answered or refused, one request after the other.
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
+    Service service({.seed = 1, .clock = [] { return std::chrono::system_clock::time_point{}; }});
+    Wire wire{{bytes, size}};
+    boost::beast::flat_buffer buffer;
+    for (error_code error; !error;) {
+        RequestParser parser({.headerBytes = 2048, .bodyBytes = 2048});
+        boost::beast::http::read(wire, buffer, parser, error);
+        const auto request = requestFrom(parser);
+        if (error && isProtocolError(error) && statusFor(error) < 400) std::abort();
+        if (!error) answer(service, request);
+    }
+    return 0;
+}
