@@ -10,15 +10,20 @@ fail() {
     exit 1
 }
 
-# listed_packages library|tests|all: the names in packages.txt, up to the end of that part.
+# listed_packages library|tests|all|benchmarks: the names in packages.txt that it takes. `all` is what
+# continuous integration takes; only the benchmarks take their peers.
 listed_packages() {
-    local part="$1" line
+    local part=library wanted line
+    case "$1" in
+        library) wanted='library' ;;
+        tests) wanted='library|tests' ;;
+        all) wanted='library|tests|continuous integration' ;;
+        benchmarks) wanted='library|benchmarks' ;;
+    esac
     while read -r line; do
-        case "$part:$line" in
-            'library:# ---- tests ----' | 'tests:# ---- continuous integration ----') break ;;
-        esac
+        [[ "$line" =~ ^'# ---- '(.*)' ----'$ ]] && part="${BASH_REMATCH[1]}"
         line="${line%%#*}"
-        [[ -z "${line// /}" ]] || echo "${line// /}"
+        [[ -z "${line// /}" || ! "|$wanted|" == *"|$part|"* ]] || echo "${line// /}"
     done <"$root/packages.txt"
 }
 
@@ -49,7 +54,7 @@ refuse_removals() {
         fail "apt would remove the packages below to make room for: $*"$'\n'"$removed"$'\n'"Nothing was changed. Remove them yourself, or build in a container of Debian 12."
 }
 
-# install_packages library|tests|all
+# install_packages library|tests|all|benchmarks
 install_packages() {
     command -v apt-get >/dev/null || fail "apt-get not found; install the equivalents of packages.txt by hand"
     local missing
