@@ -1,16 +1,12 @@
 #include "backend/Server.h"
 
-#include "backend/Certificate.h"
 #include "tests/support/Patience.h"
 #include "tests/support/ScriptedBackend.h"
 #include "tests/support/TemporaryDirectory.h"
 
 #include <gmock/gmock.h>
-#include <openssl/bio.h>
-#include <sys/socket.h>
-#include <sys/time.h>
+#include <boost/asio/ip/tcp.hpp>
 
-#include <array>
 #include <future>
 
 namespace kivo::tests {
@@ -21,30 +17,20 @@ using testing::ContainsRegex;
 using testing::ElementsAre;
 using testing::StartsWith;
 
-using Socket = std::unique_ptr<BIO, backend::Releasing<BIO_free_all>>;
+using boost::asio::ip::tcp;
 
 std::string get(const std::string& target) { return "GET " + target + " HTTP/1.1\r\n\r\n"; }
 
-Socket send(std::uint16_t port, const std::string& bytes) {
-    Socket socket(BIO_new_connect(("127.0.0.1:" + std::to_string(port)).c_str()));
-    if (BIO_do_connect(socket.get()) != 1) throw std::runtime_error("nobody listens");
-    const timeval limit{.tv_sec = patience.count(), .tv_usec = 0};
-    const auto descriptor = static_cast<int>(BIO_get_fd(socket.get(), nullptr));
-    setsockopt(descriptor, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
-    BIO_write(socket.get(), bytes.data(), static_cast<int>(bytes.size()));
-    return socket;
-}
-
 /// All that comes back to these bytes until the server closes.
 std::string answerTo(std::uint16_t port, const std::string& bytes) {
-    const auto socket = send(port, bytes);
-    std::string answer;
-    std::array<char, 4096> piece{};
-    errno = 0;
-    for (int size = 0; (size = BIO_read(socket.get(), piece.data(), piece.size())) > 0;)
-        answer.append(piece.data(), static_cast<std::size_t>(size));
-    if (errno == ECONNRESET) answer += "(reset)";
-    if (BIO_should_retry(socket.get())) throw std::runtime_error("the server is silent");
+    tcp::iostream socket("127.0.0.1", std::to_string(port));
+    if (!socket) throw std::runtime_error("nobody listens");
+    socket.expires_after(patience);
+    socket << bytes << std::flush;
+    std::string answer(std::istreambuf_iterator<char>(socket), {});
+    if (socket.error() == boost::asio::error::connection_reset) answer += "(reset)";
+    if (socket.error() == boost::asio::error::timed_out)
+        throw std::runtime_error("a silent server");
     return answer;
 }
 
@@ -109,7 +95,7 @@ TEST_F(ServerTest, StopsAtOnceWhileRepliesHang) {
     backend.answer("/slow", delayed(1h, {.body = "x", .repetitions = Reply::endless}));
     auto hung = std::async(std::launch::async, [&] { return ask(get("/hang")); });
     auto slow = std::async(std::launch::async, [&] { return ask(get("/slow")); });
-    ASSERT_TRUE(backend.awaitRequests("", 2, patience));
+    ASSERT_TRUE(backend.awaitRequests("", 2));
     const auto start = std::chrono::steady_clock::now();
     backend.stop();
     EXPECT_LT(std::chrono::steady_clock::now() - start, 200ms);
@@ -125,7 +111,7 @@ TEST(ServerLimitsTest, NoticesWhoIsSilentAndWhoLeaves) {
          .finished = [&](const auto& exchange) { delivered.set_value(exchange.delivered); },
          .limits = {.idle = 50ms}});
     EXPECT_EQ(answerTo(server.port(), ""), "");
-    send(server.port(), get("/")).reset();
+    tcp::iostream("127.0.0.1", std::to_string(server.port())) << get("/") << std::flush;
     auto outcome = delivered.get_future();
     ASSERT_EQ(outcome.wait_for(patience), std::future_status::ready);
     EXPECT_FALSE(outcome.get());

@@ -77,12 +77,11 @@ protected:
         const auto authority = backend::Authority::make();
         const std::string trustFile = home().path() / "desk.pem";
         std::ofstream(trustFile) << authority.certificate();
-        setenv("SSL_CERT_FILE", trustFile.c_str(), 1);
+        set("SSL_CERT_FILE", trustFile);
         desk_.emplace(backend::DeskOptions{.identity = authority.issue(backend::loopbackHosts())},
                       [](const backend::Entry&) {});
         desk_->open();
-        const auto proxy = "http://127.0.0.1:" + std::to_string(desk_->port());
-        setenv("https_proxy", proxy.c_str(), 1);
+        set("https_proxy", "http://127.0.0.1:" + std::to_string(desk_->port()));
     }
 
     /// Everything goes well up to the operation, and the faults befall it alone.
@@ -94,9 +93,9 @@ protected:
             settle();
         }
         for (const auto& rule : rules) desk_->addFault(backend::parseFault(rule));
-        auto& fresh = *new Output;
+        output().clear();
         run(operation);
-        return fresh;
+        return output();
     }
 
     void run(const std::string& operation) {

@@ -2,9 +2,7 @@
 #include <mutex>
 
 #include "kivo/network/AuthInterceptor.h"
-#include "kivo/storage/CacheManager.h"
 #include "tests/framework/FrameworkTest.h"
-#include "tests/support/Patience.h"
 
 namespace kivo::tests {
 
@@ -14,8 +12,6 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::SizeIs;
-
-CacheManager& store() { return CacheManager::instance(); }
 
 /// Notes what an interceptor tells the loading system, in order.
 class RecordingClient : public platform::URLProtocolClient {
@@ -99,31 +95,22 @@ TEST_F(InterceptorTest, EveryRequestCarriesTheSixIdentityHeaders) {
     EXPECT_THAT(bearers(""), ElementsAre("none", "Bearer m-1", "Bearer u-1"));
 }
 
-TEST_F(InterceptorTest, UserAuthenticationRenewsAnEmptyMerchantTokenFirst) {
+TEST_F(InterceptorTest, UserAuthenticationRenewsAnEmptyMerchantTokenAndOnceMoreOn401) {
     pluginWithUser();
     settle();
-    ASSERT_EQ(store().getMerchantJwtTokenTemp(), "");
-    backend().answer("sdk/authenticate", merchantReply("m-2", "s-2"));
-    plugin().setUser({}, {}, {}, {});
-    output().awaitLines("setUser successfully: ", 2);
-
-    EXPECT_THAT(bearers("user/authenticate"), ElementsAre("Bearer m-1", "Bearer m-2"));
-    EXPECT_THAT(output().lines("temp-token >> "),
-                ElementsAre("temp-token >> m-1", "temp-token >> "));
-    EXPECT_EQ(backend().last("user/authenticate").header("x-session-id"), "s-1")
-        << "read once a load, before the renewal";
-}
-
-TEST_F(InterceptorTest, UserAuthenticationRenewsOnceMoreOn401AndTakesTheSecondAnswerAsItIs) {
-    backend().answer("sdk/authenticate", merchantReply("m-1", "s-1"));
-    backend().answer("sdk/authenticate", merchantReply("", "s-2"));
+    for (const char* token : {"m-2", ""})
+        backend().answer("sdk/authenticate", merchantReply(token, "s-2"));
     backend().answer("user/authenticate", refusedReply(401));
     plugin().setUser({}, {}, {}, {});
-    EXPECT_THAT(output().awaitLine("setUser successfully: "), HasSubstr("success: false"));
-    EXPECT_THAT(bearers("user/authenticate"), ElementsAre("Bearer m-1", "Bearer"))
+    EXPECT_THAT(output().awaitLines("setUser successfully: ", 2).back(),
+                HasSubstr("success: false"));
+    EXPECT_THAT(bearers("user/authenticate"), ElementsAre("Bearer m-1", "Bearer m-2", "Bearer"))
         << "one bearer value each, and the bare word for an empty token";
-    EXPECT_THAT(output().lines("temp-token >> "), SizeIs(1));
+    EXPECT_THAT(output().lines("temp-token >> "),
+                ElementsAre("temp-token >> m-1", "temp-token >> "));
     EXPECT_THAT(output().lines("here1>>>"), IsEmpty());
+    EXPECT_EQ(backend().last("user/authenticate").header("x-session-id"), "s-1")
+        << "read once a load, before the renewal";
 }
 
 TEST_F(InterceptorTest, AnEmptyUserTokenIsRenewedBeforeTheRequestGoesOut) {
@@ -161,41 +148,9 @@ TEST_F(InterceptorTest, Each401RefreshesAndResendsWithOneMoreBearerValue) {
         EXPECT_EQ(request.body, R"({"deviceToken":"push"})");
         EXPECT_EQ(request.header("x-session-id"), "s-1");
     }
-    const std::string refused =
-        "here1>>>401 >> "
-        "Optional(\"https://localhost:8443/api/communication/user/update-device-token\")";
-    EXPECT_THAT(output().lines("here1>>>"), ElementsAre(refused, refused));
     EXPECT_THAT(output().lines("Refreshed token found, retrying request. >>> "),
                 ElementsAre("Refreshed token found, retrying request. >>> u-2",
                             "Refreshed token found, retrying request. >>> u-3"));
-}
-
-TEST_F(InterceptorTest, ATokenThatCouldBreakOutOfItsLineDropsItsHeader) {
-    auto& plugin = pluginWithUser("u-1\r\nx-smuggled: 1");
-    backend().answer("user/unset", messageReply("ok"));
-    plugin.unsetUser();
-    output().awaitLine("unsetUser successfully: ");
-    EXPECT_THAT(bearers("user/unset"), ElementsAre("none"));
-    EXPECT_THAT(backend().last("user/unset").values("x-smuggled"), IsEmpty());
-}
-
-TEST_F(InterceptorTest, RedirectsWithinTheOriginKeepTheSecretsAndOthersAreTheAnswer) {
-    auto& plugin = pluginWithUser();
-    backend().answer("user/unset", redirectReply(307, "/moved"));
-    backend().answer("moved", messageReply("moved"));
-    plugin.unsetUser();
-    output().awaitLine("unsetUser successfully: ");
-    EXPECT_EQ(backend().last("moved").method, "PUT");
-    EXPECT_EQ(backend().last("moved").header("Authorization"), "Bearer u-1");
-
-    const auto stranger = backend().sibling();
-    for (const int status : {301, 302, 303, 307, 308}) {
-        backend().answer("update-device-token", redirectReply(status, stranger->url("steal")));
-        const auto before = output().lines("Failed to updateDeviceToken: ").size();
-        plugin.updateDeviceToken("secret");
-        output().awaitLines("Failed to updateDeviceToken: ", before + 1);
-    }
-    EXPECT_THAT(stranger->requests(), IsEmpty());
 }
 
 TEST_F(InterceptorTest, RelaysDataBeforeTheResponseButForUserAuthentication) {

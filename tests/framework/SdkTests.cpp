@@ -1,6 +1,4 @@
 #include <barrier>
-#include <thread>
-#include <vector>
 
 #include "kivo/sdk/KivoCommunication.h"
 #include "tests/framework/FrameworkTest.h"
@@ -9,6 +7,7 @@ namespace kivo::tests {
 
 namespace {
 
+using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::SizeIs;
@@ -26,54 +25,36 @@ public:
     void updateDeviceToken(std::string token) noexcept override {
         calls.push_back("updateDeviceToken " + token);
     }
-    void updateNotificationPermission(bool granted) noexcept override {
-        calls.emplace_back(granted ? "permission yes" : "permission no");
-    }
     void onMessageReceived(const RemoteMessage& message) noexcept override {
         calls.push_back("message of " + std::to_string(message.size()));
     }
-    void unsetUser() noexcept override { calls.emplace_back("unsetUser"); }
 
     std::vector<std::string> calls;
 };
 
 using SdkTest = FrameworkTest;
 
-TEST_F(SdkTest, TheFirstInitialisationAuthenticatesAndLaterOnesChangeNothing) {
+TEST_F(SdkTest, RacingInitialisationsMakeOnePluginAndLaterOnesChangeNothing) {
     EXPECT_EQ(KivoSDK::instance(), nullptr);
-    auto& first = plugin();
-    EXPECT_EQ(backend().last("sdk/authenticate").body, R"({"apiKey":"key"})");
-
-    const auto second = KivoSDK::initialise({.apiKey = "other", .isProduction = true});
-
-    EXPECT_EQ(second.get(), &first);
-    EXPECT_EQ(KivoSDK::instance(), second);
-    EXPECT_EQ(first.config().apiKey, "key");
-    EXPECT_FALSE(first.config().isProduction);
-    EXPECT_THAT(output().lines("Kivo already initialized"), SizeIs(1));
-    settle();
-    EXPECT_THAT(backend().requests("sdk/authenticate"), SizeIs(1));
-}
-
-TEST_F(SdkTest, RacingFirstInitialisationsMakeOnePlugin) {
-    constexpr int threads = 8;
     backend().answer("sdk/authenticate", merchantReply("m-1", "s-1"));
-    std::barrier start(threads);
-    std::vector<std::shared_ptr<KivoCommunicationPlugin>> plugins(threads);
-    {
-        std::vector<std::jthread> racers;
-        for (auto& plugin : plugins)
-            racers.emplace_back([&] {
-                start.arrive_and_wait();
-                plugin = KivoSDK::initialise({.apiKey = "key"});
-            });
-    }
-
+    constexpr int racers = 8;
+    std::barrier start(racers);
+    std::vector<std::shared_ptr<KivoCommunicationPlugin>> plugins(racers);
+    onThreads(racers, [&](std::size_t racer) {
+        start.arrive_and_wait();
+        plugins[racer] = KivoSDK::initialise({.apiKey = "key"});
+    });
     output().awaitLine("SDK Initialized successfully: ");
+    plugins.push_back(KivoSDK::initialise({.apiKey = "other", .isProduction = true}));
     settle();
+
+    ASSERT_NE(KivoSDK::instance(), nullptr);
     EXPECT_THAT(plugins, testing::Each(KivoSDK::instance()));
-    EXPECT_THAT(output().lines("Kivo already initialized"), SizeIs(threads - 1));
+    EXPECT_EQ(KivoSDK::instance()->config().apiKey, "key");
+    EXPECT_FALSE(KivoSDK::instance()->config().isProduction);
+    EXPECT_THAT(output().lines("Kivo already initialized"), SizeIs(racers));
     EXPECT_THAT(backend().requests("sdk/authenticate"), SizeIs(1));
+    EXPECT_EQ(backend().last("sdk/authenticate").body, R"({"apiKey":"key"})");
 }
 
 TEST_F(SdkTest, WritingTheConfigurationChangesWhatIsReadBackAndNoRequest) {
@@ -84,7 +65,6 @@ TEST_F(SdkTest, WritingTheConfigurationChangesWhatIsReadBackAndNoRequest) {
 
     backend().answer("update-device-token", messageReply("ok"));
     plugin.updateDeviceToken("t");
-
     output().awaitLine("updateDeviceToken successfully: ");
     EXPECT_THAT(backend().last("update-device-token").authority, HasSubstr("localhost"));
     auto& communication = dynamic_cast<KivoCommunication&>(plugin);
@@ -100,16 +80,11 @@ TEST_F(SdkTest, AnAssignedCoreReceivesLaterCallsAndIsNotInitialised) {
         EXPECT_EQ(held, core);
         held = nullptr;
     });
-
-    KivoCommunicationPlugin& plugin = communication;
-    plugin.setUser(std::nullopt, "711", std::nullopt, std::nullopt);
-    plugin.updateDeviceToken("t");
-    plugin.setNotificationPermission(false);
-    plugin.onMessageReceived({{"notification", {}}});
-    plugin.unsetUser();
-
-    EXPECT_THAT(core->calls, testing::ElementsAre("setUser 711 none", "updateDeviceToken t",
-                                                  "permission no", "message of 1", "unsetUser"));
+    communication.setUser(std::nullopt, "711", std::nullopt, std::nullopt);
+    communication.updateDeviceToken("t");
+    communication.onMessageReceived({{"notification", {}}});
+    EXPECT_THAT(core->calls,
+                ElementsAre("setUser 711 none", "updateDeviceToken t", "message of 1"));
 }
 
 TEST_F(SdkTest, TwoHundredOperationsAtOnceEachPrintOneOutcome) {
@@ -117,35 +92,18 @@ TEST_F(SdkTest, TwoHundredOperationsAtOnceEachPrintOneOutcome) {
     backend().answer("update-device-token", messageReply("ok"));
     constexpr int threads = 8;
     constexpr int operationsEach = 25;
-    {
-        std::vector<std::jthread> callers;
-        for (int caller = 0; caller < threads; ++caller)
-            callers.emplace_back([&plugin] {
-                for (int i = 0; i < operationsEach; ++i) {
-                    plugin.updateDeviceToken("t");
-                    plugin.modifyConfig([](KivoConfig& config) { config.apiKey += 'x'; });
-                    plugin.setConfig(plugin.config());
-                }
-            });
-    }
-
-    output().awaitLines("updateDeviceToken successfully: ", threads * operationsEach);
+    onThreads(threads, [&](int) {
+        for (int i = 0; i < operationsEach; ++i) {
+            plugin.updateDeviceToken("t");
+            plugin.modifyConfig([](KivoConfig& config) { config.apiKey += 'x'; });
+            plugin.setConfig(plugin.config());
+        }
+    });
     settle();
     EXPECT_THAT(output().lines("updateDeviceToken successfully: "),
                 SizeIs(threads * operationsEach));
     EXPECT_THAT(output().lines("Failed"), IsEmpty());
     EXPECT_THAT(backend().requests("update-device-token"), SizeIs(threads * operationsEach));
-}
-
-class ProductionTest : public FrameworkTest {
-protected:
-    ProductionTest() { isProduction = true; }
-};
-
-TEST_F(ProductionTest, TheVeryFirstRequestReachesTheProductionHost) {
-    plugin();
-    EXPECT_THAT(backend().requests(), SizeIs(1));
-    EXPECT_EQ(backend().last("sdk/authenticate").authority, "api.kivo.example:443");
 }
 
 }  // namespace

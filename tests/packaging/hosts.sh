@@ -40,7 +40,6 @@ serve_from_prefix() {
         without=(-DCMAKE_DISABLE_FIND_PACKAGE_CURL=ON -DCMAKE_DISABLE_FIND_PACKAGE_SQLite3=ON)
     build_host installed -DCMAKE_PREFIX_PATH="$scratch/prefix" "${without[@]}"
     run_host "$scratch/installed/host"
-    run_host "$scratch/installed/loader" "$scratch/installed/libplugin.so"
     check_exports
 }
 

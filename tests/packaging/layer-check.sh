@@ -7,28 +7,23 @@ set -euo pipefail
 source "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 check="$1/scripts/check-layers"
 
-# tree FILE INCLUDE: a fresh tree that holds the good files and one more.
-tree() {
-    rm -rf "$scratch/tree"
-    write kivo/core/KivoCore.h kivo/api/CoreRepository.h
-    write kivo/api/CoreRepository.h kivo/sdk/KivoConfig.h
-    write 'kivo/storage/CacheManager+ReAuth.cpp' kivo/api/CoreRepository.h
-    write backend/Server.cpp backend/Server.h
-    write "$1" "$2"
-}
-
+# write FILE INCLUDE: adds a file to the tree.
 write() {
-    mkdir -p "$scratch/tree/$(dirname "$1")"
-    printf '#include <string>\n#include "%s"\n' "$2" >"$scratch/tree/$1"
+    mkdir -p "$scratch/$(dirname "$1")"
+    printf '#include <string>\n#include "%s"\n' "$2" >"$scratch/$1"
 }
 
 refuses() {
-    tree "$1" "$2"
-    expect_failure "$3" "$check" "$scratch/tree"
+    write "$1" "$2"
+    expect_failure "$3" "$check" "$scratch"
+    rm "$scratch/$1"
 }
 
-tree kivo/sdk/KivoSDK.h kivo/platform/Task.h
-expect_success "$check" "$scratch/tree"
+write kivo/core/KivoCore.h kivo/api/CoreRepository.h
+write kivo/api/CoreRepository.h kivo/sdk/KivoConfig.h
+write 'kivo/storage/CacheManager+ReAuth.cpp' kivo/api/CoreRepository.h
+write backend/Server.cpp backend/Server.h
+expect_success "$check" "$scratch"
 
 refuses kivo/platform/Task.h kivo/sdk/KivoConfig.h 'layer 0 includes kivo/sdk/KivoConfig.h of layer 1'
 refuses kivo/storage/CacheManager.cpp kivo/network/NetworkClient.h 'layer 2 includes kivo/network/NetworkClient.h of layer 3'

@@ -6,7 +6,7 @@
 #include <set>
 #include <sstream>
 
-#include "tests/platform/Background.h"
+#include "tests/support/Background.h"
 
 namespace kivo::platform {
 namespace {

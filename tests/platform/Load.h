@@ -5,7 +5,7 @@
 
 #include "kivo/platform/Error.h"
 #include "kivo/platform/URLSession.h"
-#include "tests/platform/Background.h"
+#include "tests/support/Background.h"
 
 namespace kivo::tests {
 

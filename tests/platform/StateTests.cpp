@@ -1,13 +1,11 @@
 #include <gmock/gmock.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 
-#include <deque>
 #include <fstream>
 
 #include "kivo/platform/Keychain.h"
 #include "kivo/platform/UserDefaults.h"
-#include "tests/platform/Background.h"
+#include "tests/support/Background.h"
 #include "tests/support/TemporaryDirectory.h"
 
 namespace kivo::platform {
@@ -27,8 +25,6 @@ std::string contentOf(const Path& file) {
 
 void overwrite(const Path& file, const std::string& content) { std::ofstream(file) << content; }
 
-mode_t modeOf(const Path& path) { return static_cast<mode_t>(status(path).permissions()); }
-
 /// Defaults that have kept one value, "old", and a keychain that is not there yet.
 class StateTest : public testing::Test {
 protected:
@@ -41,12 +37,6 @@ protected:
     /// What the next launch reads.
     UserDefaults launch() const { return {file, commitAtOnce}; }
     std::optional<std::string> stored(const char* key) const { return launch().string(key); }
-
-    void expectToGoOnInMemory(UserDefaults& unkept) const {
-        set(unkept, "new", "2");
-        EXPECT_EQ(unkept.string("new"), "2");
-        EXPECT_EQ(stored("new"), std::nullopt);
-    }
 
     tests::TemporaryDirectory directory;
     const Path file = directory.path() / "defaults.db";
@@ -121,45 +111,13 @@ TEST_F(StateTest, DefaultsCommitWithTheNextChangeWhatALockHeldBack) {
     EXPECT_EQ(stored("old"), std::nullopt) << "it did not know of it, and yet it was to go";
 }
 
-TEST_F(StateTest, DefaultsGoOnInMemoryOnAFullOrReadOnlyDisk) {
-    chmod(file.c_str(), 0444);
-    chmod(directory.path().c_str(), 0555);
-    ChildProcess([this] {
-        signal(SIGXFSZ, SIG_IGN);
-        const rlimit full{.rlim_cur = 1000, .rlim_max = RLIM_INFINITY};
-        setrlimit(RLIMIT_FSIZE, &full);
-        expectToGoOnInMemory(defaults);
-        constexpr uid_t nobody = 65534;  // No file mode holds root back.
-        EXPECT_TRUE(geteuid() != 0 || setresuid(nobody, nobody, nobody) == 0);
-        auto reader = launch();
-        EXPECT_EQ(reader.string("old"), "1");
-        expectToGoOnInMemory(reader);
-    });
-}
-
-TEST_F(StateTest, AKeychainGivesThreadsAndProcessesOneItemInAPrivateFile) {
-    std::deque<ChildProcess> children;
-    for (int child = 0; child < 6; ++child)
-        children.emplace_back([&] {
-            umask(0);
-            tests::onThreads(16, [&](int) {
-                const auto status = keychain.add("s", "a", "\0\xFF"sv);
-                EXPECT_THAT(status, testing::AnyOf(Keychain::success, Keychain::duplicateItem));
-                if (status == Keychain::success) ChildProcess::signal();
-            });
-        });
-    std::string successes;
-    for (auto& child : children) successes += child.read();
-    EXPECT_EQ(successes, "!");
-    EXPECT_EQ(keychain.copyMatching("s", "a"), "\0\xFF"sv);
-    EXPECT_EQ(modeOf(keychainFile), 0600U);
-    for (auto* made : {"share", "share/kivo"}) EXPECT_EQ(modeOf(directory.path() / made), 0700U);
-}
-
 TEST_F(StateTest, AKeychainSaysWhenItCannotKeepAnItem) {
     EXPECT_FALSE(keychain.copyMatching("s", "a") || exists(keychainFile));
     EXPECT_EQ(Keychain(std::nullopt).add("s", "a", "d"), Keychain::notAvailable);
+    umask(0);
     EXPECT_EQ(keychain.add("s", "a", "old"), Keychain::success);
+    EXPECT_EQ(status(keychainFile).permissions(), std::filesystem::perms(0600));
+    EXPECT_EQ(status(keychainFile.parent_path()).permissions(), std::filesystem::perms(0700));
     EXPECT_EQ(Keychain(keychainFile / "below").add("s", "a", "d"), Keychain::ioError);
     overwrite(keychainFile, noDatabase);
     EXPECT_EQ(keychain.add("s", "a", "new"), Keychain::success);

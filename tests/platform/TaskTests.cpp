@@ -6,7 +6,7 @@
 #include "kivo/platform/OperationQueue.h"
 #include "kivo/platform/Task.h"
 #include "kivo/platform/TaskPool+Scopes.h"
-#include "tests/platform/Background.h"
+#include "tests/support/Background.h"
 
 namespace kivo::tests {
 namespace {

@@ -34,20 +34,12 @@ inline Reply rawReply(const std::string& bytes) { return {.body = bytes, .conduc
 inline Reply closedBeforeReply() { return {.conduct = Conduct::closeBeforeReply}; }
 
 /// The same reply, brought differently.
-inline Reply withStatus(int status, Reply reply) {
-    reply.status = status;
-    return reply;
-}
 inline Reply delayed(std::chrono::milliseconds delay, Reply reply) {
     reply.delay = delay;
     return reply;
 }
 inline Reply hanging(Reply reply = {}) {
     reply.conduct = Conduct::hang;
-    return reply;
-}
-inline Reply cutInHalf(Reply reply) {
-    reply.conduct = Conduct::cutBody;
     return reply;
 }
 

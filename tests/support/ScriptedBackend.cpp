@@ -4,6 +4,8 @@
 #include <fstream>
 #include <stdexcept>
 
+#include "tests/support/Patience.h"
+
 namespace kivo::tests {
 
 ScriptedBackend::Trust ScriptedBackend::makeTrust(const std::filesystem::path& folder,
@@ -60,8 +62,7 @@ Request ScriptedBackend::last(std::string_view pathSuffix) const {
     return all.back();
 }
 
-bool ScriptedBackend::awaitRequests(std::string_view pathSuffix, std::size_t count,
-                                    std::chrono::milliseconds patience) const {
+bool ScriptedBackend::awaitRequests(std::string_view pathSuffix, std::size_t count) const {
     std::unique_lock lock(mutex_);
     return arrived_.wait_for(lock, patience, [&] { return found(pathSuffix).size() >= count; });
 }

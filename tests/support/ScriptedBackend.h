@@ -44,8 +44,7 @@ public:
     Request last(std::string_view pathSuffix) const;
 
     /// Waits until that many such requests have come, seen from the start.
-    bool awaitRequests(std::string_view pathSuffix, std::size_t count,
-                       std::chrono::milliseconds patience) const;
+    bool awaitRequests(std::string_view pathSuffix, std::size_t count) const;
 
     /// Sends the replies that hang at this moment.
     void release() { server_.release(); }

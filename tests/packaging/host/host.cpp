@@ -6,7 +6,7 @@
 
 KIVO_BUNDLE_IDENTIFIER("com.example.host")
 
-extern "C" int runHost() {
+int main() {
     const auto plugin = kivo::KivoSDK::initialise(kivo::KivoConfig{"api-key", false});
     plugin->onMessageReceived({{"notification", {{"title", "Hello"}}}});
     kivo::platform::TaskPool::shared().waitUntilIdle(std::chrono::seconds(50));
