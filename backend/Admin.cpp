@@ -1,16 +1,17 @@
 #include "backend/Admin.h"
 
+#include "backend/AdminPort.h"
 #include "backend/Desk.h"
 #include "backend/Envelope.h"
 #include "backend/Expectation.h"
 #include "backend/HostAndPort.h"
+#include "backend/Number.h"
 #include "backend/Records.h"
 #include "backend/RequestLine.h"
 
 #include <nlohmann/json.hpp>
 
 #include <array>
-#include <charconv>
 #include <optional>
 #include <stdexcept>
 
@@ -43,9 +44,7 @@ json state(Desk& desk, const Request&) {
 }
 
 json requests(Desk& desk, const Request& request) {
-    const auto text = queryValue(request, "after");
-    std::uint64_t after = 0;
-    std::from_chars(text.data(), text.data() + text.size(), after);
+    const auto after = parseNumber<std::uint64_t>(queryValue(request, "after")).value_or(0);
     json list = json::array();
     for (const auto& entry : desk.journal().after(after))
         list.push_back(recordOf(entry, desk.showsSecrets()));
@@ -154,11 +153,17 @@ Reply answer(Desk& desk, const Request& request) {
         404, "the backend cannot do that: " + request.method + " " + std::string(request.path()));
 }
 
+Reply signedAnswer(Desk& desk, const Request& request) {
+    auto reply = answer(desk, request);
+    reply.headers.push_back({.name = "Server", .value = adminServerName});
+    return reply;
+}
+
 }  // namespace
 
 ServerOptions adminServerOptions(Desk& desk, std::uint16_t port) {
     return {.port = port,
-            .handler = [&desk](const Request& request) { return answer(desk, request); },
+            .handler = [&desk](const Request& request) { return signedAnswer(desk, request); },
             .passage = [](const std::string&) { return Passage::refused; },
             .limits = {.bodyBytes = longestUpload, .connections = manyConnections}};
 }

@@ -1,5 +1,7 @@
 #include "backend/AdminClient.h"
 
+#include "backend/AdminPort.h"
+
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/beast/core/flat_buffer.hpp>
@@ -83,11 +85,6 @@ Request requestFor(const std::string& method, const std::string& target, const s
                              "printed with --admin-port N");
 }
 
-std::string messageIn(const std::string& body) {
-    const auto json = nlohmann::json::parse(body, nullptr, false);
-    return json.is_object() ? json.value("message", "") : "";
-}
-
 }  // namespace
 
 std::string AdminClient::ask(const std::string& method, const std::string& target,
@@ -95,11 +92,10 @@ std::string AdminClient::ask(const std::string& method, const std::string& targe
     const Call call(port_, requestFor(method, target, body));
     if (call.error()) complain(port_, call.error().message());
     const auto& answer = call.response();
-    if (answer.result() == http::status::ok && nlohmann::json::accept(answer.body()))
-        return answer.body();
-    const auto message = messageIn(answer.body());
-    if (message.empty()) complain(port_, "something else listens there");
-    throw std::runtime_error(message);
+    if (answer[http::field::server] != adminServerName)
+        complain(port_, "something else listens there");
+    if (answer.result() == http::status::ok) return answer.body();
+    throw std::runtime_error(nlohmann::json::parse(answer.body()).value("message", ""));
 }
 
 }  // namespace kivo::backend

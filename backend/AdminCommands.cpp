@@ -2,13 +2,14 @@
 
 #include "backend/AuthorityStore.h"
 #include "backend/Expectation.h"
+#include "backend/FileDescriptor.h"
 #include "backend/Terminal.h"
 
+#include <boost/algorithm/string/case_conv.hpp>
 #include <nlohmann/json.hpp>
 
 #include <filesystem>
-#include <fstream>
-#include <iterator>
+#include <locale>
 #include <stdexcept>
 #include <thread>
 
@@ -58,18 +59,20 @@ std::string totalsSection(const json& totals) {
            totals.at("violations").dump() + "\n";
 }
 
-std::string contentOf(const std::string& file) {
+std::string imageIn(const std::string& file) {
     std::error_code error;
     const auto size = std::filesystem::file_size(file, error);
     if (error) throw std::runtime_error("cannot read " + file + ": " + error.message());
     if (size > largestImage) throw std::runtime_error(file + " is larger than 8 MiB");
-    std::ifstream stream(file, std::ios::binary);
-    return {std::istreambuf_iterator<char>(stream), {}};
+    return contentOf(file);
 }
 
-/// A name for the address of a request: only its ending counts.
+/// A name for the address of a request: only its ending counts, and that if it is a plain one.
 std::string safeName(const std::string& file) {
-    return "image" + std::filesystem::path(file).extension().string();
+    auto ending = std::filesystem::path(file).extension().string();
+    boost::algorithm::to_lower(ending, std::locale::classic());
+    const bool plain = ending.find_first_not_of(".abcdefghijklmnopqrstuvwxyz") == ending.npos;
+    return plain ? "image" + ending : "image";
 }
 
 /// The number of the newest request that was shown.
@@ -147,7 +150,7 @@ void showRequests(const AdminClient& backend, const RequestsOptions& options) {
 
 void push(const AdminClient& backend, const std::string& imageFile) {
     const auto target = "/images?file=" + safeName(imageFile);
-    const auto url = json::parse(backend.post(target, contentOf(imageFile))).at("url");
+    const auto url = json::parse(backend.post(target, imageIn(imageFile))).at("url");
     const nlohmann::ordered_json notification{
         {"title", "Hello"}, {"body", "From kivo-dev"}, {"image", url}};
     print(nlohmann::ordered_json{{"notification", notification}}.dump(2) + "\n");

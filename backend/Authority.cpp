@@ -1,12 +1,10 @@
 #include "backend/Authority.h"
 
 #include "backend/Certificate.h"
+#include "backend/HostAndPort.h"
 
-#include <arpa/inet.h>
 #include <openssl/x509v3.h>
 
-#include <algorithm>
-#include <array>
 #include <chrono>
 #include <ctime>
 #include <stdexcept>
@@ -23,19 +21,8 @@ constexpr const char* loopbackOnly =
     "critical,permitted;DNS:localhost,permitted;IP:127.0.0.0/255.0.0.0,"
     "permitted;IP:0:0:0:0:0:0:0:1/ffff:ffff:ffff:ffff:ffff:ffff:ffff:ffff";
 
-bool isAddress(const std::string& host) {
-    std::array<unsigned char, sizeof(in6_addr)> bytes{};
-    return inet_pton(AF_INET, host.c_str(), bytes.data()) == 1 ||
-           inet_pton(AF_INET6, host.c_str(), bytes.data()) == 1;
-}
-
 void requireDnsName(const std::string& name) {
-    const auto fits = [](char letter) {
-        return (letter >= 'a' && letter <= 'z') || (letter >= 'A' && letter <= 'Z') ||
-               (letter >= '0' && letter <= '9') || letter == '-' || letter == '.';
-    };
-    if (!name.empty() && std::ranges::all_of(name, fits)) return;
-    throw std::invalid_argument("\"" + name + "\" is no DNS name");
+    if (!isDnsName(name)) throw std::invalid_argument("\"" + name + "\" is no DNS name");
 }
 
 std::string constraints(const std::vector<std::string>& extraNames) {

@@ -8,8 +8,6 @@
 
 #include <cstdio>
 #include <cstdlib>
-#include <fstream>
-#include <iterator>
 #include <stdexcept>
 
 namespace kivo::backend {
@@ -19,10 +17,7 @@ namespace fs = std::filesystem;
 constexpr ::mode_t ownerOnly = 0600;
 constexpr ::mode_t readable = 0644;
 
-std::string textOf(const fs::path& file) {
-    std::ifstream stream(file);
-    return {std::istreambuf_iterator<char>(stream), {}};
-}
+std::string textOf(const fs::path& file) { return fs::exists(file) ? contentOf(file) : ""; }
 
 void prepare(const fs::path& folder) {
     fs::create_directories(folder);
@@ -66,9 +61,7 @@ fs::path dataHome() {
         "there is no place to keep the certificate authority: set HOME or XDG_DATA_HOME");
 }
 
-}  // namespace
-
-StoredAuthority openAuthorityStore(const fs::path& folder) {
+StoredAuthority openIn(const fs::path& folder) {
     prepare(folder);
     const auto lock = lockIn(folder);
     auto authority = authorityIn(folder / "authority.pem");
@@ -76,6 +69,18 @@ StoredAuthority openAuthorityStore(const fs::path& folder) {
     if (textOf(trustFile) != authority.certificate())
         replace(trustFile, authority.certificate(), readable);
     return {.authority = std::move(authority), .trustFile = trustFile};
+}
+
+}  // namespace
+
+StoredAuthority openAuthorityStore(const fs::path& folder) {
+    try {
+        return openIn(folder);
+    } catch (const std::system_error& error) {
+        throw std::runtime_error(
+            "there is no place to keep the certificate authority: " + std::string(error.what()) +
+            "; correct that, or set XDG_DATA_HOME to a folder of yours");
+    }
 }
 
 fs::path authorityFolder() { return dataHome() / "kivo-dev"; }

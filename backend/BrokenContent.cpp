@@ -53,11 +53,7 @@ Reply page(int status) {
 
 }  // namespace
 
-Reply unauthorizedByFault(const Request&, Reply, std::string_view) {
-    auto reply = refusal(401, reason);
-    reply.headers.push_back({.name = "WWW-Authenticate", .value = "Bearer"});
-    return reply;
-}
+Reply unauthorizedByFault(const Request&, Reply, std::string_view) { return unauthorized(reason); }
 
 bool isStatus(std::string_view argument) {
     const auto [status, body] = readStatus(argument);

@@ -34,7 +34,7 @@ struct Target {
 std::string marked(const std::string& path) { return path + std::string(redirectMark); }
 
 std::string hostIn(const std::string& authority) {
-    return authority.substr(0, authority.find(':'));
+    return authority.substr(0, authority.rfind(':'));
 }
 
 constexpr std::array<Target, 6> targets{{

@@ -13,7 +13,7 @@
 namespace kivo::backend {
 namespace {
 
-constexpr std::chrono::milliseconds patienceAfterTheChild(150);
+constexpr std::chrono::milliseconds patienceAtTheEnd(150);
 
 }  // namespace
 
@@ -30,27 +30,45 @@ ChildWatch::ChildWatch(pid_t child, const GuardedSignals& signals, std::function
       signals_(signals.set()),
       lastAct_(std::move(lastAct)),
       ended_(::eventfd(0, EFD_CLOEXEC), "an event") {
+    sigpending(&early_);
     std::thread([this] { watch(); }).detach();
 }
 
+void ChildWatch::endWith(int status) {
+    status_ = status;
+    ::kill(::getpid(), SIGTERM);
+}
+
 void ChildWatch::watch() {
-    std::optional<int> status;
-    while (!status) {
-        siginfo_t signal{};
-        if (::sigwaitinfo(&signals_, &signal) > 0) handOn(signal);
-        status = reap(child_);
-    }
-    status_ = *status;
+    status_ = awaitChild();
     ::eventfd_write(ended_.number(), 1);
-    std::this_thread::sleep_for(patienceAfterTheChild);
+    while (!askedToEnd_) awaitSignal();
+    std::this_thread::sleep_for(patienceAtTheEnd);
     lastAct_();
     std::_Exit(status_);
 }
 
-/// What the terminal sends, the child has got as well.
-void ChildWatch::handOn(const siginfo_t& signal) const {
-    const bool fromAProgram = signal.si_code <= 0;
-    if (signal.si_signo != SIGCHLD && fromAProgram) ::kill(child_, signal.si_signo);
+int ChildWatch::awaitChild() {
+    for (;;) {
+        handOn(awaitSignal());
+        if (const auto status = reap(child_)) return *status;
+    }
+}
+
+siginfo_t ChildWatch::awaitSignal() {
+    siginfo_t signal{};
+    while (::sigwaitinfo(&signals_, &signal) < 0) continue;
+    askedToEnd_ = askedToEnd_ || signal.si_signo != SIGCHLD;
+    return signal;
+}
+
+/// What the terminal sends, the child gets as well, if it is there already.
+void ChildWatch::handOn(const siginfo_t& signal) {
+    if (signal.si_signo == SIGCHLD) return;
+    const bool fromTerminal = signal.si_code > 0;
+    const bool early = sigismember(&early_, signal.si_signo) == 1;
+    sigdelset(&early_, signal.si_signo);
+    if (early || !fromTerminal) ::kill(child_, signal.si_signo);
 }
 
 }  // namespace kivo::backend

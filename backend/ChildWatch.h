@@ -27,9 +27,9 @@ private:
 };
 
 /// Waits for a child's end on a thread of its own and hands signals on that ask for one. When the
-/// process has not ended shortly after its child, the thread ends it: somebody who reads the
-/// standard output may have stopped and hold up the rest. There is one in a process, and it is
-/// never destroyed: its thread stays to the end.
+/// process has been asked to end, by a signal or by endWith(), and has not done so shortly after,
+/// the thread ends it: somebody who reads the standard output, or a look-up of a host, may hold it
+/// up. There is one in a process, and it is never destroyed: its thread stays to the end.
 class ChildWatch {
 public:
     /// `lastAct` is called before such an end.
@@ -41,18 +41,22 @@ public:
     /// Of the child that has ended.
     int status() const { return status_; }
 
-    /// What the process itself is to end with, should the thread have to end it.
-    void endWith(int status) { status_ = status; }
+    /// The process is about to end, with this status, whoever ends it.
+    void endWith(int status);
 
 private:
     void watch();
-    void handOn(const siginfo_t& signal) const;
+    int awaitChild();
+    siginfo_t awaitSignal();
+    void handOn(const siginfo_t& signal);
 
     const pid_t child_;
     const sigset_t signals_;
     const std::function<void()> lastAct_;
     const FileDescriptor ended_;
     std::atomic<int> status_ = 0;
+    sigset_t early_{};  ///< May have come before the child was there.
+    bool askedToEnd_ = false;
 };
 
 }  // namespace kivo::backend

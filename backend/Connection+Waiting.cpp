@@ -62,6 +62,6 @@ asio::awaitable<void> Connection::drain() {
     }
 }
 
-void Connection::limitSilence() { stream_.expires_after(premises_.limits.idle); }
+void Connection::limitSilence() { stream_.expires_after(premises_.options.limits.idle); }
 
 }  // namespace kivo::backend

@@ -21,6 +21,7 @@ using boost::system::error_code;
 namespace {
 
 constexpr std::chrono::seconds handshakeLimit(10);
+constexpr std::size_t longestPiece = 64 * 1024;
 
 Reply replyOf(const Handler& handler, const Request& request) {
     try {
@@ -38,7 +39,10 @@ bool endsConnection(const Reply& reply) {
 }  // namespace
 
 Connection::Connection(asio::ip::tcp::socket socket, Premises& premises, std::uint64_t number)
-    : stream_(std::move(socket)), premises_(premises), number_(number) {}
+    : stream_(std::move(socket)),
+      buffer_(premises.options.limits.headerBytes + longestPiece),
+      premises_(premises),
+      number_(number) {}
 
 asio::awaitable<void> Connection::serve() {
     auto next = co_await serveLayer();
@@ -56,7 +60,7 @@ asio::awaitable<Connection::Next> Connection::serveLayer() {
 }
 
 asio::awaitable<Connection::Next> Connection::greet() {
-    const auto greeting = premises_.greet ? premises_.greet() : Greeting::proper;
+    const auto greeting = premises_.options.greet ? premises_.options.greet() : Greeting::proper;
     if (greeting == Greeting::refusal) co_return co_await refuseTls();
     auto& context = greeting == Greeting::untrusted ? premises_.untrusted : premises_.tls;
     co_return co_await serveTls(context);
@@ -96,7 +100,7 @@ asio::awaitable<Connection::Next> Connection::serveRequests(Stream& stream) {
 
 template <typename Stream>
 asio::awaitable<Connection::Next> Connection::serveRequest(Stream& stream) {
-    RequestParser parser(premises_.limits);
+    RequestParser parser(premises_.options.limits);
     limitSilence();
     error_code error;
     idle_ = true;
@@ -119,11 +123,11 @@ asio::awaitable<Connection::Next> Connection::answer(Stream& stream, Request req
     request.connection = number_;
     Exchange exchange{.request = std::move(request)};
     const auto start = std::chrono::steady_clock::now();
-    exchange.reply = replyOf(premises_.handler, exchange.request);
+    exchange.reply = replyOf(premises_.options.handler, exchange.request);
     keepAlive = keepAlive && !endsConnection(exchange.reply);
     exchange.delivered = co_await deliver(stream, exchange, keepAlive);
     exchange.duration = std::chrono::steady_clock::now() - start;
-    if (premises_.finished) premises_.finished(exchange);
+    if (premises_.options.finished) premises_.options.finished(exchange);
     co_return exchange.delivered&& keepAlive ? Next::request : Next::close;
 }
 
@@ -171,19 +175,20 @@ asio::awaitable<Connection::Next> Connection::refuse(Stream& stream, Request req
     Exchange exchange{.request = std::move(request)};
     exchange.reply.status = status;
     exchange.delivered = co_await deliver(stream, exchange, false);
-    if (premises_.finished) premises_.finished(exchange);
+    if (premises_.options.finished) premises_.options.finished(exchange);
     co_return Next::close;
 }
 
 void Connection::reportFailedHandshake(const error_code& error) const {
-    if (premises_.handshakeFailed) premises_.handshakeFailed(error.message());
+    if (premises_.options.handshakeFailed) premises_.options.handshakeFailed(error.message());
 }
 
 asio::awaitable<Connection::Next> Connection::openTunnel(std::string authority) {
     static constexpr std::string_view established = "HTTP/1.1 200 Connection established\r\n\r\n";
     static constexpr std::string_view forbidden =
         "HTTP/1.1 403 Forbidden\r\nContent-Length: 0\r\nConnection: close\r\n\r\n";
-    const auto passage = premises_.passage ? premises_.passage(authority) : Passage::here;
+    const auto passage =
+        premises_.options.passage ? premises_.options.passage(authority) : Passage::here;
     if (passage == Passage::through) {
         co_await tunnel(stream_, buffer_, std::move(authority));
         co_return Next::close;

@@ -10,19 +10,12 @@
 
 #include <chrono>
 #include <cstdint>
-#include <functional>
-#include <memory>
 
 namespace kivo::backend {
 
 /// What all connections of one server share.
 struct Premises {
-    Handler handler;
-    std::function<void(const Exchange&)> finished;
-    ServerLimits limits;
-    std::function<Greeting()> greet;
-    std::function<Passage(const std::string&)> passage;
-    std::function<void(const std::string&)> handshakeFailed;
+    ServerOptions options;
     boost::asio::ssl::context tls{boost::asio::ssl::context::tls_server};
     boost::asio::ssl::context untrusted{boost::asio::ssl::context::tls_server};
 };
@@ -73,7 +66,7 @@ private:
     void limitSilence();
 
     boost::beast::tcp_stream stream_;
-    boost::beast::flat_buffer buffer_;
+    boost::beast::flat_buffer buffer_;  // Bounded: a chunk's header, for one, may never end.
     Premises& premises_;
     const std::uint64_t number_;
     std::string authority_;

@@ -125,6 +125,8 @@ std::vector<std::string> contractViolations(const Request& request) {
     for (const auto& header : identityHeaders) checkHeader(request, header, violations);
     checkBearers(request, *endpoint, violations);
     checkBody(request, *endpoint, violations);
+    const auto repeated = std::ranges::unique(violations);
+    violations.erase(repeated.begin(), repeated.end());
     return violations;
 }
 

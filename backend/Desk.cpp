@@ -4,7 +4,6 @@
 #include "backend/Contract.h"
 #include "backend/Endpoints.h"
 #include "backend/FaultKinds.h"
-#include "backend/Misconduct.h"
 
 #include <stdexcept>
 #include <system_error>
@@ -39,9 +38,12 @@ std::unique_ptr<Server> listen(ServerOptions options, const std::string& option)
     }
 }
 
-bool befallsConnections(const Fault& fault) {
+/// What goes to the client in place of the good reply.
+Reply misconduct(const Request& request, Reply good, const Fault& fault) {
     const auto* kind = faultKindNamed(fault.kind);
-    return kind && kind->greeting != Greeting::proper;
+    auto reply = kind->misbehave(request, std::move(good), fault.argument);
+    reply.fault = ruleOf(fault);
+    return reply;
 }
 
 }  // namespace
@@ -50,8 +52,8 @@ Desk::Desk(DeskOptions options, Journal::Observer observer)
     : options_(std::move(options)),
       service_(
           {.lifetimes = options_.lifetimes, .authRead = options_.authRead, .seed = options_.seed}),
-      faults_(options_.seed.value_or(randomSeed())),
-      chance_(options_.seed.value_or(randomSeed())) {
+      faults_(options_.seed ? *options_.seed : randomSeed()),
+      chance_(options_.seed ? *options_.seed : randomSeed()) {
     for (const auto& fault : options_.faults) faults_.add(fault);
     journal_.observe([this](const Entry& entry) { tally_.count(entry); });
     journal_.observe(std::move(observer));
@@ -65,10 +67,11 @@ void Desk::open() {
         adminServer_ = listen(adminServerOptions(*this, *options_.adminPort), "--admin-port");
 }
 
+void Desk::settle() { server_->awaitDeparture(departureLimit); }
+
 void Desk::close() {
     if (adminServer_) adminServer_->stop();
-    if (!server_) return;
-    server_->awaitDeparture(departureLimit);
+    settle();
     server_->stop();
 }
 
@@ -112,10 +115,8 @@ Greeting Desk::greeting() {
 
 Reply Desk::answer(const Request& request) {
     auto reply = goodReply(request);
-    if (const auto fault = faults_.draw(request)) {
+    if (const auto fault = faults_.draw(request))
         reply = misconduct(request, std::move(reply), *fault);
-        reply.fault = ruleOf(*fault);
-    }
     reply.delay += options_.latency.draw(chance_);
     return reply;
 }

@@ -46,7 +46,11 @@ public:
     /// had.
     void open();
 
-    /// Lets clients that are leaving do so, a moment at most, and ends.
+    /// Lets clients that are leaving do so, a moment at most: until then requests of theirs may be
+    /// missing.
+    void settle();
+
+    /// Settles and ends.
     void close();
 
     std::uint16_t port() const { return server_->port(); }

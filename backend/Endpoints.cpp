@@ -27,12 +27,21 @@ const std::vector<Endpoint>& endpoints() {
     return table;
 }
 
+std::string endpointNames() {
+    std::string names;
+    for (const auto& endpoint : endpoints()) names.append(endpoint.name).append(", ");
+    return names;
+}
+
+const Endpoint* endpointNamed(std::string_view name) {
+    const auto endpoint = std::ranges::find(endpoints(), name, &Endpoint::name);
+    return endpoint == endpoints().end() ? nullptr : &*endpoint;
+}
+
 const Endpoint* endpointAt(std::string_view path) {
     const auto start = path.rfind(root);
     if (start == path.npos || !isBasePath(path.substr(0, start))) return nullptr;
-    const auto name = path.substr(start + root.size());
-    const auto endpoint = std::ranges::find(endpoints(), name, &Endpoint::name);
-    return endpoint == endpoints().end() ? nullptr : &*endpoint;
+    return endpointNamed(path.substr(start + root.size()));
 }
 
 std::optional<std::string_view> imageAt(std::string_view path) {

@@ -19,6 +19,12 @@ struct Endpoint {
 
 const std::vector<Endpoint>& endpoints();
 
+/// Their names, each with a comma behind it, for people to read.
+std::string endpointNames();
+
+/// nullptr when there is none of that name.
+const Endpoint* endpointNamed(std::string_view name);
+
 /// The endpoint that a request's path means, wherever a base URL puts it; nullptr for none.
 const Endpoint* endpointAt(std::string_view path);
 

@@ -14,4 +14,10 @@ Reply refusal(int status, const std::string& message) {
     return replyWith(status, {.success = false, .message = message});
 }
 
+Reply unauthorized(const std::string& message) {
+    auto reply = refusal(401, message);
+    reply.headers.push_back({.name = "WWW-Authenticate", .value = "Bearer"});
+    return reply;
+}
+
 }  // namespace kivo::backend

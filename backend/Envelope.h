@@ -20,4 +20,7 @@ Reply replyWith(int status, const Envelope& envelope);
 /// A refusal in the backend's own words.
 Reply refusal(int status, const std::string& message);
 
+/// One with 401, for want of a good token.
+Reply unauthorized(const std::string& message);
+
 }  // namespace kivo::backend

@@ -1,11 +1,11 @@
 #include "backend/Expectation.h"
 
 #include "backend/Endpoints.h"
+#include "backend/Number.h"
 
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
-#include <charconv>
 #include <sstream>
 #include <stdexcept>
 
@@ -21,22 +21,15 @@ std::vector<std::string> wordsIn(const std::string& text) {
     return words;
 }
 
-std::string endpointNames() {
-    std::string names;
-    for (const auto& endpoint : endpoints()) names.append(endpoint.name).append(", ");
-    return names + "img/NAME";
-}
-
 std::string requireEndpoint(const std::string& name) {
-    const bool known = std::ranges::find(endpoints(), name, &Endpoint::name) != endpoints().end();
-    if (known || imageAt("/" + name)) return name;
-    throw std::invalid_argument("\"" + name + "\" is no endpoint; there are " + endpointNames());
+    if (endpointNamed(name) || imageAt("/" + name)) return name;
+    throw std::invalid_argument("\"" + name + "\" is no endpoint; there are " + endpointNames() +
+                                "img/NAME");
 }
 
 int statusIn(const std::string& text) {
-    int status = 0;
-    const auto* end = text.data() + text.size();
-    if (std::from_chars(text.data(), end, status).ptr == end && status >= 100) return status;
+    const auto status = parseNumber<int>(text).value_or(0);
+    if (status >= 100) return status;
     throw std::invalid_argument("\"" + text + "\" is no status; write it like status=401");
 }
 

@@ -23,17 +23,8 @@ std::string_view next(std::string_view& rest, char separator) {
     return part;
 }
 
-std::string endpointNames() {
-    std::string names;
-    for (const auto& endpoint : endpoints()) names += std::string(endpoint.name) + ", ";
-    return names + "img, or * for every request";
-}
-
 bool isEndpoint(std::string_view name) {
-    if (name == "*" || name == "img") return true;
-    for (const auto& endpoint : endpoints())
-        if (endpoint.name == name) return true;
-    return false;
+    return name == "*" || name == "img" || endpointNamed(name);
 }
 
 void applyLimit(Fault& fault, std::string_view part) {
@@ -54,7 +45,8 @@ void applyLimit(Fault& fault, std::string_view part) {
 
 void require(const Fault& fault, std::string_view rule) {
     if (!isEndpoint(fault.endpoint))
-        reject(fault.endpoint, "is no endpoint; choose one of " + endpointNames());
+        reject(fault.endpoint,
+               "is no endpoint; choose one of " + endpointNames() + "img, or * for every request");
     const auto* kind = faultKindNamed(fault.kind);
     if (!kind) reject(fault.kind, "is no kind of fault; choose one of\n" + describeFaultKinds());
     if (!kind->accepts(fault.argument))

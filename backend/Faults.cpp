@@ -5,18 +5,16 @@
 #include "backend/FaultKinds.h"
 
 #include <ranges>
+#include <stdexcept>
 #include <utility>
 
 namespace kivo::backend {
 namespace {
 
+constexpr std::size_t mostFaults = 1000;
+
 bool isUsedUp(const Faults::Active& active) {
     return active.fault.times && active.hits >= *active.fault.times;
-}
-
-bool befallsRequests(const Fault& fault) {
-    const auto* kind = faultKindNamed(fault.kind);
-    return kind && kind->misbehave;
 }
 
 std::string_view endpointOf(const Request& request) {
@@ -27,8 +25,12 @@ std::string_view endpointOf(const Request& request) {
 
 }  // namespace
 
+bool befallsConnections(const Fault& fault) { return !faultKindNamed(fault.kind)->misbehave; }
+
 void Faults::add(Fault fault) {
     const std::lock_guard lock(mutex_);
+    if (active_.size() >= mostFaults)
+        throw std::invalid_argument("there are 1000 faults; remove some: kivo-dev fault clear");
     active_.push_back({.fault = std::move(fault)});
 }
 
@@ -61,12 +63,12 @@ std::optional<Fault> Faults::draw(const Request& request) {
     if (wasRedirected(request)) return std::nullopt;
     const auto endpoint = endpointOf(request);
     return drawNewest([&](const Fault& fault) {
-        return befallsRequests(fault) && (fault.endpoint == "*" || fault.endpoint == endpoint);
+        return !befallsConnections(fault) && (fault.endpoint == "*" || fault.endpoint == endpoint);
     });
 }
 
 Greeting Faults::drawGreeting() {
-    const auto fault = drawNewest([](const Fault& each) { return !befallsRequests(each); });
+    const auto fault = drawNewest(befallsConnections);
     return fault ? faultKindNamed(fault->kind)->greeting : Greeting::proper;
 }
 

@@ -14,6 +14,9 @@
 
 namespace kivo::backend {
 
+/// Whether it meets clients that begin TLS; all others befall requests.
+bool befallsConnections(const Fault& fault);
+
 /// The faults that are on, oldest first. The newest that fits and that chance allows is drawn. Any
 /// thread may call it.
 class Faults {
@@ -25,6 +28,7 @@ public:
 
     explicit Faults(std::uint64_t seed) : chance_(seed) {}
 
+    /// Throws std::invalid_argument when there are 1,000.
     void add(Fault fault);
 
     /// Removes the faults that the rule means, or all without one; says how many. Throws what

@@ -1,7 +1,9 @@
 #include "backend/FileDescriptor.h"
 
+#include <fcntl.h>
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
 #include <system_error>
 #include <utility>
@@ -32,6 +34,18 @@ void FileDescriptor::write(std::string_view text) const {
         if (written < 0 && errno != EINTR) throwLastError(file_);
         if (written > 0) text.remove_prefix(static_cast<std::size_t>(written));
     }
+}
+
+std::string contentOf(const std::filesystem::path& file) {
+    const FileDescriptor input(::open(file.c_str(), O_RDONLY | O_CLOEXEC), file);
+    std::string content;
+    std::array<char, 16 * 1024> piece{};
+    for (ssize_t size = 1; size != 0;) {
+        size = ::read(input.number(), piece.data(), piece.size());
+        if (size < 0 && errno != EINTR) throwLastError(file);
+        if (size > 0) content.append(piece.data(), static_cast<std::size_t>(size));
+    }
+    return content;
 }
 
 }  // namespace kivo::backend

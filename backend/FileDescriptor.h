@@ -1,6 +1,7 @@
 #pragma once
 
 #include <filesystem>
+#include <string>
 #include <string_view>
 
 namespace kivo::backend {
@@ -30,5 +31,8 @@ private:
     int number_;
     std::filesystem::path file_;
 };
+
+/// The whole of a file. Throws std::system_error, saying which file, when it cannot be read.
+std::string contentOf(const std::filesystem::path& file);
 
 }  // namespace kivo::backend

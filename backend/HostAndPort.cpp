@@ -1,10 +1,11 @@
 #include "backend/HostAndPort.h"
 
+#include "backend/Number.h"
+
 #include <boost/algorithm/string/case_conv.hpp>
 #include <boost/asio/ip/address.hpp>
 
 #include <algorithm>
-#include <charconv>
 #include <locale>
 
 namespace kivo::backend {
@@ -19,10 +20,8 @@ std::optional<boost::asio::ip::address> addressIn(std::string_view host) {
 }
 
 std::optional<std::uint16_t> portIn(std::string_view digits) {
-    std::uint16_t port = 0;
-    const auto [end, error] = std::from_chars(digits.begin(), digits.end(), port);
-    const bool whole = error == std::errc{} && end == digits.end() && port != 0;
-    return whole ? std::optional(port) : std::nullopt;
+    const auto port = parseNumber<std::uint16_t>(digits);
+    return port == 0 ? std::nullopt : port;
 }
 
 /// Where the host ends: behind the bracket of an IPv6 address, or at the first colon.
@@ -61,6 +60,14 @@ bool isLoopback(std::string_view host) {
     return address ? address->is_loopback() : host == "localhost";
 }
 
-bool isAddress(const std::string& host) { return addressIn(host).has_value(); }
+bool isAddress(std::string_view host) { return addressIn(host).has_value(); }
+
+bool isDnsName(std::string_view host) {
+    constexpr std::string_view others = "-.0123456789";
+    return !host.empty() && std::ranges::all_of(host, [&](char letter) {
+        return (letter >= 'a' && letter <= 'z') || (letter >= 'A' && letter <= 'Z') ||
+               others.find(letter) != others.npos;
+    });
+}
 
 }  // namespace kivo::backend

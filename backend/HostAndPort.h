@@ -27,6 +27,9 @@ std::optional<HostAndPort> originOf(std::string_view url);
 bool isLoopback(std::string_view host);
 
 /// Whether the host is an IP address, of either kind.
-bool isAddress(const std::string& host);
+bool isAddress(std::string_view host);
+
+/// Whether the host consists of what DNS names consist of; addresses of IPv4 do as well.
+bool isDnsName(std::string_view host);
 
 }  // namespace kivo::backend

@@ -8,20 +8,14 @@ namespace {
 
 constexpr std::uint16_t anyPort = 1;
 
-bool belongsToName(char letter) {
-    return (letter >= 'a' && letter <= 'z') || (letter >= '0' && letter <= '9') || letter == '-' ||
-           letter == '.';
-}
-
-bool isName(const std::string& host) {
-    return !isAddress(host) && std::ranges::all_of(host, belongsToName);
-}
+bool isName(const std::string& host) { return !isAddress(host) && isDnsName(host); }
 
 }  // namespace
 
 void Interception::addBaseUrl(std::string_view url) {
-    auto origin = originOf(url);
-    if (origin && (isName(origin->host) || isLoopback(origin->host))) add(std::move(*origin));
+    const auto origin = originOf(url);
+    if (origin && (isName(origin->host) || isLoopback(origin->host)))
+        targets_.push_back({origin->host, origin->port});
 }
 
 void Interception::addHost(std::string_view text) {

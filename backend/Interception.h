@@ -20,8 +20,6 @@ public:
     /// to write, for what is no DNS name.
     void addHost(std::string_view text);
 
-    void add(HostAndPort target) { targets_.push_back({std::move(target.host), target.port}); }
-
     /// Whether "host:port" is one of them.
     bool covers(std::string_view authority) const;
 

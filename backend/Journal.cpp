@@ -14,7 +14,7 @@ void cut(std::string& body, std::size_t limit) {
 }
 
 std::size_t sizeOf(const std::vector<Header>& headers) {
-    std::size_t size = 0;
+    std::size_t size = headers.size() * sizeof(Header);
     for (const auto& header : headers) size += header.name.size() + header.value.size();
     return size;
 }

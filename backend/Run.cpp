@@ -13,13 +13,15 @@
 #include "backend/TrustFile.h"
 
 #include <poll.h>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
 #include <cstdlib>
 #include <iterator>
+#include <string>
+#include <string_view>
 #include <utility>
 
 namespace kivo::backend {
@@ -38,16 +40,15 @@ public:
     /// poll(2) passes over a pipe that has ended.
     pollfd question() const { return {.fd = open_ ? pipe_ : -1, .events = POLLIN, .revents = 0}; }
 
-    /// Takes what there is at this moment.
+    /// Takes what there is at this moment and no more: the program may never stop printing.
     void drain() {
-        std::array<char, 16 * 1024> piece{};
-        while (open_) {
-            const auto size = ::read(pipe_, piece.data(), piece.size());
-            if (size < 0 && errno == EINTR) continue;
-            if (size < 0 && errno == EAGAIN) return;
-            open_ = size > 0;
-            if (open_) lines_.add({piece.data(), static_cast<std::size_t>(size)});
-        }
+        int waiting = 0;
+        ::ioctl(pipe_, FIONREAD, &waiting);
+        std::string piece(static_cast<std::size_t>(std::max(waiting, 1)), '\0');
+        const auto size = open_ ? ::read(pipe_, piece.data(), piece.size()) : 0;
+        if (size < 0) return;
+        open_ = size > 0;
+        lines_.add(std::string_view(piece).substr(0, static_cast<std::size_t>(size)));
     }
 
     void finish() {
@@ -127,7 +128,7 @@ int supervise(Desk& desk, const RunOptions& options, const TrustFile& trust,
     const auto tidyUp = [path = trust.path()] { ::unlink(path.c_str()); };
     auto& watch = *new ChildWatch(child.id(), signals, tidyUp);
     follow(child, watch.ended());
-    desk.close();
+    desk.settle();
     const int status = verdict(desk.tally(), watch.status(), options.strict);
     watch.endWith(status);
     return status;

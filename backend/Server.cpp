@@ -50,14 +50,9 @@ void configure(asio::ssl::context& tls, const Identity& identity) {
 class Server::Machinery {
 public:
     explicit Machinery(ServerOptions&& options)
-        : acceptors_(listenOnLoopback(context_, options.port)) {
-        premises_.handler = std::move(options.handler);
-        premises_.finished = std::move(options.finished);
-        premises_.limits = options.limits;
-        premises_.greet = std::move(options.greet);
-        premises_.passage = std::move(options.passage);
-        premises_.handshakeFailed = std::move(options.handshakeFailed);
-        configure(premises_.tls, options.identity);
+        : premises_{.options = std::move(options)},
+          acceptors_(listenOnLoopback(context_, premises_.options.port)) {
+        configure(premises_.tls, premises_.options.identity);
         configure(premises_.untrusted, Authority::make().issue(loopbackHosts()));
         for (auto& acceptor : acceptors_)
             asio::co_spawn(context_, accept(acceptor), asio::detached);
@@ -98,7 +93,7 @@ private:
             if (error) {
                 asio::steady_timer timer(context_, acceptPause);
                 co_await timer.async_wait(asio::use_awaitable);
-            } else if (open_.size() < premises_.limits.connections) {
+            } else if (open_.size() < premises_.options.limits.connections) {
                 asio::co_spawn(context_, serve(std::move(socket)), asio::detached);
             }
         }

@@ -25,12 +25,6 @@ std::string explain(TokenState state, TokenKind kind) {
     }
 }
 
-Reply unauthorized(const std::string& message) {
-    auto reply = refusal(401, message);
-    reply.headers.push_back({.name = "WWW-Authenticate", .value = "Bearer"});
-    return reply;
-}
-
 Reply wrongMethod(std::string_view allowed) {
     auto reply = refusal(405, "this path is for " + std::string(allowed));
     reply.headers.push_back({.name = "Allow", .value = std::string(allowed)});

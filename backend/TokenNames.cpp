@@ -1,11 +1,12 @@
 #include "backend/TokenNames.h"
 
 #include "backend/AuthRead.h"
-#include "backend/Base64Url.h"
+#include "backend/Tokens.h"
 
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
+#include <ranges>
 
 namespace kivo::backend {
 namespace {
@@ -13,6 +14,7 @@ namespace {
 using nlohmann::json;
 constexpr const char* unknown = "?";
 constexpr std::size_t longestName = 20;
+constexpr std::size_t mostNamed = 128;
 constexpr std::size_t longestEnvelope = 64 * 1024;
 
 bool isName(const std::string& text) {
@@ -42,19 +44,14 @@ bool mayBringToken(const std::string& body) {
 
 std::string tokenName(std::string_view token) {
     if (token.empty()) return "empty";
-    const auto start = token.find('.');
-    const auto end = token.rfind('.');
-    if (start == end) return unknown;
-    const auto claims = base64UrlDecode(token.substr(start + 1, end - start - 1));
-    auto name = textAt(json::parse(claims, nullptr, false), "jti");
-    return isName(name) ? name : unknown;
+    const auto claims = readClaims(token);
+    return claims && isName(claims->name) ? claims->name : unknown;
 }
 
 std::vector<NamedToken> carriedTokens(const Request& request) {
-    auto carried = bearerTokens(request);
     std::vector<NamedToken> tokens;
-    tokens.reserve(carried.size());
-    for (auto& token : carried) tokens.push_back(named(std::move(token)));
+    for (auto& token : bearerTokens(request) | std::views::take(mostNamed))
+        tokens.push_back(named(std::move(token)));
     return tokens;
 }
 

@@ -19,7 +19,7 @@ struct NamedToken {
 /// "empty" for the empty token.
 std::string tokenName(std::string_view token);
 
-/// The tokens that a request carries, in their order.
+/// The tokens that a request carries, in their order; the first 128 of more.
 std::vector<NamedToken> carriedTokens(const Request& request);
 
 /// The token that a reply's envelope brings, if any.

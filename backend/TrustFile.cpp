@@ -8,16 +8,25 @@
 
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <stdexcept>
 
 namespace kivo::backend {
 
-TrustFile::TrustFile(const std::string& certificates)
-    : path_(std::filesystem::temp_directory_path() / "kivo-dev-trust-XXXXXX") {
-    const FileDescriptor file(::mkostemp(path_.data(), O_CLOEXEC), path_);
-    file.write(certificates);
+namespace {
+
+std::string makeFile(const std::string& content) {
+    std::string path = std::filesystem::temp_directory_path() / "kivo-dev-trust-XXXXXX";
+    const FileDescriptor file(::mkostemp(path.data(), O_CLOEXEC), path);
+    file.write(content);
+    return path;
+}
+
+}  // namespace
+
+TrustFile::TrustFile(const std::string& certificates) try : path_(makeFile(certificates)) {
+} catch (const std::system_error& error) {
+    throw std::runtime_error("there is no place for a temporary file: " +
+                             std::string(error.what()) + "; set TMPDIR to a folder of yours");
 }
 
 TrustFile::~TrustFile() { ::unlink(path_.c_str()); }
@@ -25,11 +34,12 @@ TrustFile::~TrustFile() { ::unlink(path_.c_str()); }
 std::string trustedAlready() {
     const char* name = std::getenv("SSL_CERT_FILE");
     if (!name || !*name) return {};
-    std::ifstream file(name, std::ios::binary);
-    const std::string text(std::istreambuf_iterator<char>(file), {});
-    if (file.is_open() && !file.bad()) return text.ends_with('\n') ? text : text + "\n";
-    throw std::runtime_error("SSL_CERT_FILE names " + std::string(name) +
-                             ", which cannot be read; unset it or correct it");
+    try {
+        return contentOf(name) + "\n";
+    } catch (const std::system_error& error) {
+        throw std::runtime_error("SSL_CERT_FILE cannot be read: " + std::string(error.what()) +
+                                 "; unset it or correct it");
+    }
 }
 
 }  // namespace kivo::backend

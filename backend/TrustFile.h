@@ -8,7 +8,8 @@ namespace kivo::backend {
 /// object.
 class TrustFile {
 public:
-    /// Throws std::system_error when it cannot be written.
+    /// Throws std::runtime_error, with a text for the person at the keyboard, when it cannot be
+    /// written.
     explicit TrustFile(const std::string& certificates);
     ~TrustFile();
 
@@ -18,7 +19,7 @@ public:
     const std::string& path() const { return path_; }
 
 private:
-    std::string path_;
+    const std::string path_;
 };
 
 /// The certificates in the file that SSL_CERT_FILE names; empty when it names none. Throws

@@ -1,10 +1,24 @@
 #include "backend/program/Commands.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <exception>
 #include <iostream>
 #include <string>
 
+namespace {
+
+/// Where one is closed, the next file or connection would take its number, and what is printed.
+void openStandardStreams() {
+    for (int number = STDIN_FILENO; number <= STDERR_FILENO; ++number)
+        if (::fcntl(number, F_GETFD) < 0) ::open("/dev/null", O_RDWR);
+}
+
+}  // namespace
+
 int main(int count, char** arguments) {
+    openStandardStreams();
     CLI::App program("kivo-dev, the development backend of Kivo");
     program.require_subcommand(1);
     kivo::backend::Action action;

@@ -20,6 +20,13 @@ void addRun(CLI::App& program, Action& action) {
                      "Another https host to answer for, NAME or NAME:PORT; may be repeated")
         ->allow_extra_args(false);
     command->add_option("program", options->command, "The program and its arguments, after --");
+    command->allow_extras();
+    command->parse_complete_callback([command] {
+        if (command->remaining_size() > 0)
+            throw std::invalid_argument("run has no option " + command->remaining().front() +
+                                        "; what is meant for the program stands behind --, as in: "
+                                        "kivo-dev run -- ./app ARGS");
+    });
     command->callback([options, &action] {
         if (options->command.empty())
             throw std::invalid_argument("which program? Write: kivo-dev run -- ./app ARGS");

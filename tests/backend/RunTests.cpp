@@ -73,10 +73,11 @@ TEST_F(RunTest, EndsAsTheProgramEnds) {
         done
         (kivo run --strict -- sh ask api.kivo.example:443 PUT /api/communication/user/unset) >log
         echo "strict $?"; grep -c BROKEN log
+        (kivo run -- sh -c 'setsid yes & exit 3') >log; echo "left $?"; grep -c 'with status 3' log
         (kivo run -- ./missing) >log; echo "missing $?"; (kivo run --host 1.2.3.4 -- true); echo $?
         (kivo run); ls $PWD | grep trust)");
     EXPECT_THAT(printed, MatchesRegex("INT 130\nnot waited for\nTERM 143\nnot waited for\nstrict "
-                                      "1\n1\nkivo-dev: cannot start "
+                                      "1\n1\nleft 3\n1\nkivo-dev: cannot start "
                                       "./missing: .*is its path right.*\nmissing 1\n"
                                       "kivo-dev: --host takes a DNS name.*\n1\n"
                                       "kivo-dev: which program.*\n"))
