@@ -37,7 +37,7 @@ constexpr Endpoint<UnsetUserResponseData> userUnset{
 
 template <typename Payload>
 CoreRepository::Reply<Payload> send(Endpoint<Payload> endpoint,
-                                    NetworkClient::Parameters parameters) {
+                                    std::optional<NetworkClient::Parameters> parameters) {
     using Envelope = std::optional<ApiResponse<Payload>>;
     auto start = [endpoint, parameters = std::move(parameters)](
                      const platform::CheckedContinuation<Envelope>& continuation) {

@@ -41,7 +41,7 @@ private:
     struct Outcome;
 
     template <typename Payload, typename Keep>
-    void start(const Outcome& text, CoreRepository::Reply<Payload> call, Keep keep);
+    KIVO_HIDDEN void start(const Outcome& text, CoreRepository::Reply<Payload> call, Keep keep);
 
     const std::unique_ptr<CoreRepository> coreRepository_;
     platform::Guarded<KivoConfig> config_;

@@ -63,7 +63,7 @@ NetworkClient& NetworkClient::instance() {
     return client;
 }
 
-void NetworkClient::load(const std::string& endpoint, const std::string& method,
+void NetworkClient::load(std::string_view endpoint, std::string_view method,
                          const std::optional<Parameters>& parameters, Completion<Data> completion) {
     auto request = createRequest(endpoint, method, parameters);
     if (!request) return completion(clientError("Invalid Request"));
@@ -77,12 +77,12 @@ void NetworkClient::load(const std::string& endpoint, const std::string& method,
 }
 
 std::optional<URLRequest> NetworkClient::createRequest(
-    const std::string& endpoint, const std::string& method,
+    std::string_view endpoint, std::string_view method,
     const std::optional<Parameters>& parameters) const {
     std::string base = baseUrl("dev");
     if (CacheManager::instance().getIsProduction()) base = baseUrl("prod");
 
-    auto url = platform::URL::parse(base + endpoint);
+    auto url = platform::URL::parse(base.append(endpoint));
     if (!url) {
         Console::print("Invalid URL");
         return std::nullopt;
@@ -90,7 +90,7 @@ std::optional<URLRequest> NetworkClient::createRequest(
     Console::print("url-is: " + url->absoluteString());
 
     URLRequest request(*std::move(url));
-    request.setHTTPMethod(method);
+    request.setHTTPMethod(std::string(method));
     if (parameters && (method == "POST" || method == "PUT"))
         request.setHTTPBody(encodedBody(*parameters));
     return request;

@@ -5,6 +5,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <utility>
 
 #include "kivo/platform/JSON.h"
@@ -30,7 +31,7 @@ public:
     /// `completion` is called exactly once: on the calling thread when there is no such URL, else
     /// on the pool.
     template <typename T>
-    void request(const std::string& endpoint, const std::string& method,
+    void request(std::string_view endpoint, std::string_view method,
                  const std::optional<Parameters>& parameters, Completion<T> completion) {
         load(endpoint, method, parameters,
              [completion = std::move(completion)](platform::Result<platform::Data> body) {
@@ -50,10 +51,10 @@ private:
         }
     }
 
-    void load(const std::string& endpoint, const std::string& method,
+    void load(std::string_view endpoint, std::string_view method,
               const std::optional<Parameters>& parameters, Completion<platform::Data> completion);
     std::optional<platform::URLRequest> createRequest(
-        const std::string& endpoint, const std::string& method,
+        std::string_view endpoint, std::string_view method,
         const std::optional<Parameters>& parameters) const;
     std::string baseUrl(const std::string& key) const;
 

@@ -40,19 +40,19 @@ std::string escaped(std::string_view sequence) {
 
 }  // namespace
 
-std::string describe(std::string_view text) {
-    std::string quoted = "\"";
+void appendDescription(std::string& output, std::string_view text) {
+    output += '"';
     for (;;) {
         const auto plain = UTF8::plainPrefix(text);
-        quoted += text.substr(0, plain);
+        output += text.substr(0, plain);
         text.remove_prefix(plain);
         if (text.empty()) break;
         const auto sequence = UTF8::firstSequence(text);
-        quoted += sequence.isWellFormed ? escaped(text.substr(0, sequence.length))
+        output += sequence.isWellFormed ? escaped(text.substr(0, sequence.length))
                                         : UTF8::replacementCharacter;
         text.remove_prefix(sequence.length);
     }
-    return quoted + '"';
+    output += '"';
 }
 
 }  // namespace kivo::platform

@@ -11,35 +11,56 @@
 
 namespace kivo::platform {
 
-/// `text` in quotes, as it is printed: quotes, backslashes and control characters escaped, bytes
-/// that are not UTF-8 shown as U+FFFD.
-std::string describe(std::string_view text);
+/// Appends `text` in quotes, as it is printed: quotes, backslashes and control characters escaped,
+/// bytes that are not UTF-8 shown as U+FFFD.
+void appendDescription(std::string& output, std::string_view text);
 
 /// "true" or "false"; only for a real bool, to which nothing converts silently.
-std::string describe(std::same_as<bool> auto value) { return value ? "true" : "false"; }
+inline void appendDescription(std::string& output, std::same_as<bool> auto value) {
+    output += value ? "true" : "false";
+}
 
 /// "Optional(…)", or "nil".
 template <typename T>
-std::string describe(const std::optional<T>& optional);
+void appendDescription(std::string& output, const std::optional<T>& optional);
 
 /// The type's name and its fields in order: `Kivo.SdkAuthData(merchantToken: "…", sessionId: "…")`.
 template <Record T>
-std::string describe(const T& record);
+void appendDescription(std::string& output, const T& record);
 
 template <typename T>
-std::string describe(const std::optional<T>& optional) {
-    return optional ? "Optional(" + describe(*optional) + ")" : "nil";
+void appendDescription(std::string& output, const std::optional<T>& optional) {
+    if (!optional) {
+        output += "nil";
+        return;
+    }
+    output += "Optional(";
+    appendDescription(output, *optional);
+    output += ')';
 }
 
 template <Record T>
-std::string describe(const T& record) {
-    std::string text;
+void appendDescription(std::string& output, const T& record) {
+    output += T::typeName() + '(';
+    const char* separator = "";
     const auto append = [&](const auto& field) {
-        text += text.empty() ? "" : ", ";
-        text.append(field.name).append(": ").append(describe(record.*field.member));
+        output.append(std::exchange(separator, ", ")).append(field.name).append(": ");
+        appendDescription(output, record.*field.member);
     };
     std::apply([&](const auto&... field) { (append(field), ...); }, T::fields);
-    return T::typeName() + "(" + text + ")";
+    output += ')';
+}
+
+/// What can be printed so.
+template <typename T>
+concept Describable = Record<T> || std::same_as<T, bool> || isOptional<T> ||
+                      std::convertible_to<const T&, std::string_view>;
+
+/// `value` as it is printed.
+std::string describe(const Describable auto& value) {
+    std::string text;
+    appendDescription(text, value);
+    return text;
 }
 
 }  // namespace kivo::platform

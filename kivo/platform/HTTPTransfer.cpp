@@ -63,13 +63,6 @@ void configureTrust(CURL* easy) {
     if (trust.directoryAlone) curl_easy_setopt(easy, CURLOPT_CAINFO, nullptr);
 }
 
-/// Both are always set, also when empty: libcurl would ask the environment itself otherwise.
-void configureProxy(CURL* easy, const URL& url) {
-    const Environment& environment = Environment::current();
-    curl_easy_setopt(easy, CURLOPT_PROXY, environment.proxyFor(url.scheme()).c_str());
-    curl_easy_setopt(easy, CURLOPT_NOPROXY, environment.noProxy.c_str());
-}
-
 }  // namespace
 
 HTTPTransfer::HTTPTransfer(URLRequest request, Completion completion)
@@ -89,6 +82,8 @@ void HTTPTransfer::prepare(CURL* easy) {
     curl_easy_setopt(easy, CURLOPT_CONNECTTIMEOUT_MS, connectTimeoutMilliseconds);
     curl_easy_setopt(easy, CURLOPT_LOW_SPEED_LIMIT, 1L);
     configureTrust(easy);
+    // Always set, like the proxy itself: libcurl would ask the environment otherwise.
+    curl_easy_setopt(easy, CURLOPT_NOPROXY, Environment::current().noProxy.c_str());
 
     using Writer = std::size_t (*)(char*, std::size_t, std::size_t, void*);
     const Writer write = [](char* bytes, std::size_t, std::size_t count, void* transfer) {
@@ -106,7 +101,8 @@ void HTTPTransfer::configure(CURL* easy, unsigned generation) {
     curl_easy_setopt(easy, CURLOPT_URL, request_.url().absoluteString().c_str());
     configureMethod(easy);
     configureHeaders(easy);
-    configureProxy(easy, request_.url());
+    const std::string& proxy = Environment::current().proxyFor(request_.url().scheme());
+    curl_easy_setopt(easy, CURLOPT_PROXY, proxy.c_str());
     curl_easy_setopt(easy, CURLOPT_SSL_OPTIONS, sharingMark(generation));
     curl_easy_setopt(easy, CURLOPT_LOW_SPEED_TIME, idleSeconds(request_));
     curl_easy_setopt(easy, CURLOPT_WRITEDATA, this);
@@ -129,17 +125,11 @@ void HTTPTransfer::configureMethod(CURL* easy) const {
 }
 
 void HTTPTransfer::configureHeaders(CURL* easy) {
-    const auto append = [this](const std::string& line) {
-        curl_slist* list = curl_slist_append(headers_.get(), line.c_str());
-        if (list == nullptr) throw std::bad_alloc();
-        static_cast<void>(headers_.release());
-        headers_.reset(list);
-    };
     for (const auto& [name, value] : request_.headerFields())
-        append(isBlank(value) ? name + ";" : name + ": " + value);
-    append("Expect:");
-    if (!request_.value("Content-Type")) append("Content-Type:");
-    curl_easy_setopt(easy, CURLOPT_HTTPHEADER, headers_.get());
+        isBlank(value) ? headers_.add({name, ";"}) : headers_.add({name, ": ", value});
+    headers_.add({"Expect:"});
+    if (!request_.value("Content-Type")) headers_.add({"Content-Type:"});
+    curl_easy_setopt(easy, CURLOPT_HTTPHEADER, headers_.list());
 }
 
 bool HTTPTransfer::receive(const char* bytes, std::size_t count) {
@@ -161,7 +151,7 @@ const std::exception_ptr& HTTPTransfer::lackOfMemory() {
 }
 
 void HTTPTransfer::conclude(CURL* easy, CURLcode code) try {
-    headers_.reset();
+    headers_ = HeaderLines();
     if (code != CURLE_OK) {
         const auto error =
             bodyIsTooLarge_ ? URLError(URLError::dataLengthExceedsMaximum) : urlError(code);

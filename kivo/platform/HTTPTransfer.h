@@ -7,6 +7,7 @@
 #include <memory>
 #include <string>
 
+#include "kivo/platform/HeaderLines.h"
 #include "kivo/platform/Result.h"
 #include "kivo/platform/URLRequest.h"
 
@@ -66,14 +67,10 @@ private:
     void configureHeaders(CURL* easy);
     bool receive(const char* bytes, std::size_t count);
 
-    struct HeaderListDeleter {
-        void operator()(curl_slist* list) const { curl_slist_free_all(list); }
-    };
-
     URLRequest request_;
     std::string host_;
     Completion completion_;
-    std::unique_ptr<curl_slist, HeaderListDeleter> headers_;
+    HeaderLines headers_;
     Data body_;
     bool bodyIsTooLarge_ = false;
     bool isConnected_ = false;

@@ -17,7 +17,7 @@ namespace kivo::platform::JSON {
 /// field, in declaration order, that cannot be read.
 template <Record T>
 T decode(const Data& data) {
-    const Value root = parse(data, shapeOf<T>);
+    Value root = parse(data, shapeOf<T>);
     return read<T>(root, KeyPath{});
 }
 

@@ -22,7 +22,7 @@ std::string nameOf(Value::Kind kind) {
 
 }  // namespace
 
-const Value* Value::find(std::string_view key) const {
+Value* Value::find(std::string_view key) {
     const auto found = std::ranges::find(members, key, &Member::key);
     return found != members.end() ? &found->value : nullptr;
 }
@@ -41,8 +41,8 @@ void requireKind(const Value& value, Value::Kind expected, const KeyPath& path) 
                         "expected " + nameOf(expected) + ", found " + nameOf(value.kind));
 }
 
-const Value& requireMember(const Value& object, std::string_view key, const KeyPath& path) {
-    if (const Value* value = object.find(key)) return *value;
+Value& requireMember(Value& object, std::string_view key, const KeyPath& path) {
+    if (Value* value = object.find(key)) return *value;
     throw DecodingError(DecodingError::Kind::keyNotFound, path.text(), "there is no such key");
 }
 

@@ -5,6 +5,7 @@
 #include <string>
 #include <string_view>
 #include <tuple>
+#include <utility>
 
 #include "kivo/platform/DecodingError.h"
 #include "kivo/platform/JSONValue.h"
@@ -21,19 +22,6 @@ struct KeyPath {
 
     std::string text() const;
 };
-
-template <typename T>
-struct OptionalContent {
-    using Type = T;
-};
-
-template <typename T>
-struct OptionalContent<std::optional<T>> {
-    using Type = T;
-};
-
-template <typename T>
-inline constexpr bool isOptional = !std::same_as<T, typename OptionalContent<T>::Type>;
 
 template <typename T>
 constexpr Shape innerShape();
@@ -61,13 +49,14 @@ constexpr Shape innerShape() {
 }
 
 void requireKind(const Value& value, Value::Kind expected, const KeyPath& path);
-const Value& requireMember(const Value& object, std::string_view key, const KeyPath& path);
+Value& requireMember(Value& object, std::string_view key, const KeyPath& path);
 
+/// Takes the texts out of `value`.
 template <Record T>
-T read(const Value& value, const KeyPath& path);
+T read(Value& value, const KeyPath& path);
 
 template <typename T>
-T readContent(const Value& value, const KeyPath& path) {
+T readContent(Value& value, const KeyPath& path) {
     if constexpr (Record<T>) {
         return read<T>(value, path);
     } else if constexpr (std::same_as<T, bool>) {
@@ -76,14 +65,14 @@ T readContent(const Value& value, const KeyPath& path) {
     } else {
         static_assert(std::same_as<T, std::string>, "a field holds text, a Boolean or a record");
         requireKind(value, Value::Kind::text, path);
-        return value.text;
+        return std::move(value.text);
     }
 }
 
 template <typename T>
-T readField(const Value& object, const KeyPath& path) {
+T readField(Value& object, const KeyPath& path) {
     if constexpr (isOptional<T>) {
-        const Value* value = object.find(path.key);
+        Value* value = object.find(path.key);
         if (value == nullptr || value->kind == Value::Kind::null) return std::nullopt;
         return readContent<typename T::value_type>(*value, path);
     } else {
@@ -92,7 +81,7 @@ T readField(const Value& object, const KeyPath& path) {
 }
 
 template <Record T>
-T read(const Value& value, const KeyPath& path) {
+T read(Value& value, const KeyPath& path) {
     requireKind(value, Value::Kind::object, path);
     T record{};
     const auto fill = [&]<typename Content>(const Field<T, Content>& field) {

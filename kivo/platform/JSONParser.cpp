@@ -10,7 +10,7 @@ namespace {
 
 /// Takes the parser's events and keeps what the shape asks for. Needs no stack for nested values,
 /// and no memory for what nobody reads.
-class ShapeReader : public nlohmann::json_sax<nlohmann::json> {
+class ShapeReader final : public nlohmann::json_sax<nlohmann::json> {
 public:
     ShapeReader(Value& root, Shape shape) : next_(&root), nextShape_(shape) {}
 
@@ -72,6 +72,7 @@ private:
         }
         const bool isRead = next_ != nullptr && kind == Value::Kind::object;
         open_.push_back({next_, isRead ? nextShape_ : Shape()});
+        if (isRead) next_->members.reserve(nextShape_.size());
         return put(kind);
     }
 

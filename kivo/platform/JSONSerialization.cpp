@@ -15,6 +15,18 @@ using Array = std::vector<std::any>;
 
 constexpr std::size_t longestNumber = 64;
 
+using Text = std::optional<std::string_view>;
+
+Text textAt(const char* pointer) { return pointer != nullptr ? Text(pointer) : std::nullopt; }
+
+Text textIn(const std::any& value) {
+    if (const auto* string = std::any_cast<std::string>(&value)) return *string;
+    if (const auto* view = std::any_cast<std::string_view>(&value)) return *view;
+    if (const auto* constant = std::any_cast<const char*>(&value)) return textAt(*constant);
+    if (const auto* pointer = std::any_cast<char*>(&value)) return textAt(*pointer);
+    return std::nullopt;
+}
+
 /// Writes values of unknown type, remembering the keys that lead to the one at hand.
 class Serializer {
 public:
@@ -37,7 +49,7 @@ public:
 
 private:
     void append(const std::any& value) {
-        if (const auto content = text(value)) {
+        if (const auto content = textIn(value)) {
             JSON::append(output, *content);
         } else if (isNullText(value)) {
             output += "null";
@@ -99,10 +111,6 @@ private:
     std::size_t depth_ = 0;
 };
 
-std::optional<std::string> textAt(const char* pointer) {
-    return pointer != nullptr ? std::optional<std::string>(pointer) : std::nullopt;
-}
-
 }  // namespace
 
 Data serialize(const Object& parameters) {
@@ -112,11 +120,8 @@ Data serialize(const Object& parameters) {
 }
 
 std::optional<std::string> text(const std::any& value) {
-    if (const auto* string = std::any_cast<std::string>(&value)) return *string;
-    if (const auto* view = std::any_cast<std::string_view>(&value)) return std::string(*view);
-    if (const auto* constant = std::any_cast<const char*>(&value)) return textAt(*constant);
-    if (const auto* pointer = std::any_cast<char*>(&value)) return textAt(*pointer);
-    return std::nullopt;
+    const auto content = textIn(value);
+    return content ? std::optional<std::string>(*content) : std::nullopt;
 }
 
 }  // namespace kivo::platform::JSON

@@ -30,7 +30,7 @@ struct Value {
     std::string text;
     std::vector<Member> members;  ///< Those of the shape that are present, each once.
 
-    const Value* find(std::string_view key) const;
+    Value* find(std::string_view key);
 };
 
 struct Value::Member {

@@ -98,7 +98,15 @@ private:
     void unlockAndWake(std::unique_lock<std::mutex>& lock) {
         const bool isNeeded = std::exchange(sleeps_, false);
         lock.unlock();
-        if (isNeeded) curl_multi_wakeup(multi_);
+        if (isNeeded && curl_multi_wakeup(multi_) != CURLM_OK) wakeAgain();
+    }
+
+    /// The kernel may refuse a byte for want of memory. If it does so twice, the next who hands
+    /// something in tries anew.
+    void wakeAgain() {
+        if (curl_multi_wakeup(multi_) == CURLM_OK) return;
+        const std::lock_guard lock(mutex_);
+        sleeps_ = true;
     }
 
     /// Takes what has been handed in; false once the process ends.

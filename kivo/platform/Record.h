@@ -29,4 +29,17 @@ concept Record = requires {
     { T::typeName() } -> std::convertible_to<std::string>;
 };
 
+template <typename T>
+struct OptionalContent {
+    using Type = T;
+};
+
+template <typename T>
+struct OptionalContent<std::optional<T>> {
+    using Type = T;
+};
+
+template <typename T>
+inline constexpr bool isOptional = !std::same_as<T, typename OptionalContent<T>::Type>;
+
 }  // namespace kivo::platform

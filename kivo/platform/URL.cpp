@@ -3,7 +3,8 @@
 #include <arpa/inet.h>
 
 #include <algorithm>
-#include <array>
+
+#include "kivo/platform/CharacterSet.h"
 
 namespace kivo::platform {
 
@@ -11,51 +12,46 @@ namespace {
 
 constexpr int beyondAnyPort = 65536;
 
-constexpr bool isDigit(char c) { return c >= '0' && c <= '9'; }
-constexpr bool isLetter(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); }
-constexpr bool isHexadecimal(char c) {
-    return isDigit(c) || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F');
-}
+constexpr CharacterSet hexadecimalDigits =
+    decimalDigits | CharacterSet('a', 'f') | CharacterSet('A', 'F');
+constexpr CharacterSet inScheme = alphanumerics | CharacterSet("+-.");
+constexpr CharacterSet plainInHost =
+    (CharacterSet('\0', ' ') | CharacterSet("<>\"\\^{}|[]\x7F")).inverted();
 
-/// The characters that stand for themselves in one part of a URL: those that may in any, and
-/// `more`.
-class Allowed {
-public:
-    constexpr explicit Allowed(std::string_view more) {
-        for (char c = 1; c < 127; ++c) set(c, isDigit(c) || isLetter(c));
-        for (const char c : std::string_view("-._~!$&'()*+,;=")) set(c, true);
-        for (const char c : more) set(c, true);
-    }
+/// The characters that stand for themselves in one part of a URL.
+constexpr CharacterSet allowedInHost = alphanumerics | CharacterSet("-._~!$&'()*+,;=");
+constexpr CharacterSet allowedInUserInfo = allowedInHost | CharacterSet(":");
+constexpr CharacterSet allowedInPath = allowedInHost | CharacterSet(":@/");
+constexpr CharacterSet allowedInQuery = allowedInPath | CharacterSet("?");
 
-    constexpr bool contains(char c) const { return table_[static_cast<unsigned char>(c)]; }
-
-private:
-    constexpr void set(char c, bool allowed) { table_[static_cast<unsigned char>(c)] = allowed; }
-
-    std::array<bool, 256> table_{};
-};
-
-constexpr Allowed allowedInHost("");
-constexpr Allowed allowedInUserInfo(":");
-constexpr Allowed allowedInPath(":@/");
-constexpr Allowed allowedInQuery(":@/?");
+/// What a part of a URL is made of, as far as its neighbours can tell.
+constexpr CharacterSet untilScheme = CharacterSet(":/?#[]@").inverted();
+constexpr CharacterSet untilPath = CharacterSet("/?#").inverted();
+constexpr CharacterSet untilQuery = CharacterSet("?#").inverted();
+constexpr CharacterSet untilFragment = CharacterSet("#").inverted();
+constexpr CharacterSet untilZone = CharacterSet("%").inverted();
+constexpr CharacterSet untilEnd = CharacterSet("").inverted();
 
 bool isEscape(std::string_view text) {
-    return text.size() >= 3 && text[0] == '%' && isHexadecimal(text[1]) && isHexadecimal(text[2]);
+    return text.size() >= 3 && text[0] == '%' && hexadecimalDigits.containsAll(text.substr(1, 2));
 }
 
-std::string encoded(std::string_view text, const Allowed& allowed) {
+std::string percentEncoded(char c) {
     constexpr std::string_view digits = "0123456789ABCDEF";
+    const auto byte = static_cast<unsigned char>(c);
+    return {'%', digits[byte >> 4U], digits[byte & 0x0FU]};
+}
+
+std::string encoded(std::string_view text, const CharacterSet& allowed) {
     std::string result;
-    for (std::size_t index = 0; index < text.size(); ++index) {
-        const auto byte = static_cast<unsigned char>(text[index]);
-        if (allowed.contains(text[index]) || isEscape(text.substr(index, 3))) {
-            result += text[index];
-        } else {
-            result.append({'%', digits[byte >> 4U], digits[byte & 0x0FU]});
-        }
+    for (;;) {
+        const auto plain = allowed.prefixLength(text);
+        result += text.substr(0, plain);
+        text.remove_prefix(plain);
+        if (text.empty()) return result;
+        result += isEscape(text) ? "%" : percentEncoded(text.front());
+        text.remove_prefix(1);
     }
-    return result;
 }
 
 std::string lowered(std::string_view text) {
@@ -65,39 +61,28 @@ std::string lowered(std::string_view text) {
     return result;
 }
 
-/// Takes off what comes before the first of `ends`, or all there is.
-std::string_view takeUntil(std::string_view& rest, const char* ends) {
-    const auto taken = rest.substr(0, rest.find_first_of(ends));
+/// Takes off what `rest` begins with, as far as it is made of `characters`.
+std::string_view takeWhile(const CharacterSet& characters, std::string_view& rest) {
+    const auto taken = rest.substr(0, characters.prefixLength(rest));
     rest.remove_prefix(taken.size());
     return taken;
 }
 
 bool isScheme(std::string_view text) {
-    const auto isInner = [](char c) {
-        return isLetter(c) || isDigit(c) || c == '+' || c == '-' || c == '.';
-    };
-    return !text.empty() && isLetter(text.front()) && std::ranges::all_of(text, isInner);
+    return !text.empty() && letters.contains(text.front()) && inScheme.containsAll(text);
 }
 
 /// Whether `text` is an address in brackets, with a zone perhaps.
 bool isIPv6Literal(std::string_view text) {
     if (!text.starts_with('[') || !text.ends_with(']')) return false;
     auto zone = text.substr(1, text.size() - 2);
-    const std::string address(takeUntil(zone, "%"));
+    const std::string address(takeWhile(untilZone, zone));
     in6_addr parsed{};
     if (address.find('\0') != std::string::npos ||
         inet_pton(AF_INET6, address.c_str(), &parsed) != 1)
         return false;
     return zone.empty() ||
            (zone.starts_with("%25") && zone.size() > 3 && encoded(zone, allowedInHost) == zone);
-}
-
-bool isPlainHost(std::string_view text) {
-    const auto cannotBeInHost = [](char c) {
-        return (c >= 0 && c < 0x20) || c == 0x7F ||
-               std::string_view(" <>\"\\^{}|[]").find(c) != std::string_view::npos;
-    };
-    return std::ranges::none_of(text, cannotBeInHost);
 }
 
 int defaultPort(std::string_view scheme) {
@@ -115,15 +100,15 @@ int portNumber(std::string_view digits) {
 std::optional<URL> URL::parse(std::string_view text) {
     URL url;
     if (text.empty() || !url.takeScheme(text) || !url.takeAuthority(text)) return std::nullopt;
-    url.text_ += encoded(takeUntil(text, "?#"), allowedInPath);
+    url.text_ += encoded(takeWhile(untilQuery, text), allowedInPath);
     url.takeMarked('?', text);
     url.takeMarked('#', text);
     return url;
 }
 
 bool URL::takeScheme(std::string_view& rest) {
-    const auto end = rest.find_first_of(":/?#[]@");
-    if (end == std::string_view::npos || rest[end] != ':') return true;
+    const auto end = untilScheme.prefixLength(rest);
+    if (end == rest.size() || rest[end] != ':') return true;
     const auto scheme = rest.substr(0, end);
     if (!isScheme(scheme)) return false;
     text_ = rest.substr(0, end + 1);
@@ -137,7 +122,7 @@ bool URL::takeAuthority(std::string_view& rest) {
     if (!rest.starts_with("//")) return true;
     text_ += "//";
     rest.remove_prefix(2);
-    auto authority = takeUntil(rest, "/?#");
+    auto authority = takeWhile(untilPath, rest);
     if (const auto end = authority.rfind('@'); end != std::string_view::npos) {
         text_ += encoded(authority.substr(0, end), allowedInUserInfo) + '@';
         authority.remove_prefix(end + 1);
@@ -151,7 +136,7 @@ bool URL::takeAuthority(std::string_view& rest) {
 
 bool URL::takeHost(std::string_view host) {
     const bool isLiteral = isIPv6Literal(host);
-    if (!isLiteral && !isPlainHost(host)) return false;
+    if (!isLiteral && !plainInHost.containsAll(host)) return false;
     const std::string written = isLiteral ? std::string(host) : encoded(host, allowedInHost);
     text_ += written;
     host_ = lowered(written);
@@ -161,7 +146,7 @@ bool URL::takeHost(std::string_view host) {
 bool URL::takePort(std::string_view colonAndPort) {
     if (colonAndPort.empty()) return true;
     const auto digits = colonAndPort.substr(1);
-    if (!std::ranges::all_of(digits, isDigit)) return false;
+    if (!decimalDigits.containsAll(digits)) return false;
     text_ += colonAndPort;
     if (!digits.empty()) port_ = portNumber(digits);
     return true;
@@ -170,7 +155,8 @@ bool URL::takePort(std::string_view colonAndPort) {
 void URL::takeMarked(char mark, std::string_view& rest) {
     if (!rest.starts_with(mark)) return;
     rest.remove_prefix(1);
-    text_ += mark + encoded(takeUntil(rest, mark == '?' ? "#" : ""), allowedInQuery);
+    text_ +=
+        mark + encoded(takeWhile(mark == '?' ? untilFragment : untilEnd, rest), allowedInQuery);
 }
 
 bool URL::hasSameOrigin(const URL& other) const {

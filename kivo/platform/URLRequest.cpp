@@ -4,48 +4,45 @@
 
 #include <algorithm>
 
+#include "kivo/platform/CharacterSet.h"
+
 namespace kivo::platform {
 
 namespace {
 
-constexpr bool isTokenCharacter(char c) {
-    return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') ||
-           (c != '\0' && std::string_view("!#$%&'*+-.^_`|~").find(c) != std::string_view::npos);
-}
-
-bool staysInItsLine(std::string_view value) {
-    return std::ranges::none_of(value, [](char c) { return c == '\0' || c == '\r' || c == '\n'; });
-}
+constexpr CharacterSet inToken = alphanumerics | CharacterSet("!#$%&'*+-.^_`|~");
+constexpr CharacterSet inHeaderLine = CharacterSet(std::string_view("\0\r\n", 3)).inverted();
+constexpr std::size_t usualFields = 8;
 
 bool sameField(std::string_view one, std::string_view other) {
     return one.size() == other.size() && strncasecmp(one.data(), other.data(), one.size()) == 0;
 }
 
-}  // namespace
-
-bool isHTTPToken(std::string_view text) {
-    return !text.empty() && std::all_of(text.begin(), text.end(), isTokenCharacter);
+/// Where `field` is among `fields`, in any letter case.
+auto findField(auto& fields, std::string_view field) {
+    return std::ranges::find_if(fields,
+                                [&](const auto& entry) { return sameField(entry.first, field); });
 }
 
+}  // namespace
+
+bool isHTTPToken(std::string_view text) { return !text.empty() && inToken.containsAll(text); }
+
 void URLRequest::addValue(std::string_view value, std::string_view field) {
-    if (!isHTTPToken(field) || !staysInItsLine(value)) return;
-    if (std::string* present = find(field)) {
-        present->append(",").append(value);
+    if (!isHTTPToken(field) || !inHeaderLine.containsAll(value)) return;
+    HeaderFields& fields = content_.own().headerFields;
+    fields.reserve(usualFields);
+    const auto present = findField(fields, field);
+    if (present != fields.end()) {
+        present->second.append(",").append(value);
     } else {
-        headerFields_.emplace_back(field, value);
+        fields.emplace_back(field, value);
     }
 }
 
 std::optional<std::string> URLRequest::value(std::string_view field) const {
-    for (const auto& [name, value] : headerFields_)
-        if (sameField(name, field)) return value;
-    return std::nullopt;
-}
-
-std::string* URLRequest::find(std::string_view field) {
-    for (auto& [name, value] : headerFields_)
-        if (sameField(name, field)) return &value;
-    return nullptr;
+    const auto found = findField(headerFields(), field);
+    return found != headerFields().end() ? std::optional(found->second) : std::nullopt;
 }
 
 }  // namespace kivo::platform

@@ -65,8 +65,8 @@ std::shared_ptr<URLProtocol> URLSessionDataTask::makeProtocol() {
     if (accepting != classes.end())
         return accepting->make(accepting->canonicalRequest(request_), nullptr, shared_from_this());
 
-    request_.setTimeoutInterval(
-        std::min(request_.timeoutInterval(), configuration_->timeoutIntervalForRequest));
+    const auto longest = configuration_->timeoutIntervalForRequest;
+    if (request_.timeoutInterval() > longest) request_.setTimeoutInterval(longest);
     return std::make_shared<HTTPURLProtocol>(std::move(request_), nullptr, shared_from_this());
 }
 
@@ -77,7 +77,15 @@ bool URLSessionDataTask::adopt(const std::shared_ptr<URLProtocol>& protocol) {
     return !ended_;
 }
 
-void URLSessionDataTask::cancel() { end(urlError(URLError::cancelled)); }
+/// Most loads have ended when they are cancelled, and need no error made for them.
+void URLSessionDataTask::cancel() {
+    if (!hasEnded()) end(urlError(URLError::cancelled));
+}
+
+bool URLSessionDataTask::hasEnded() {
+    const std::lock_guard lock(mutex_);
+    return ended_;
+}
 
 void URLSessionDataTask::urlProtocolDidReceive(std::shared_ptr<const URLResponse> response,
                                                CacheStoragePolicy /*policy*/) {

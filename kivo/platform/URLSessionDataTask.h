@@ -50,6 +50,7 @@ private:
     void startLoading();
     std::shared_ptr<URLProtocol> makeProtocol();
     bool adopt(const std::shared_ptr<URLProtocol>& protocol);
+    bool hasEnded();
     void end(std::exception_ptr error);
     void complete();
 

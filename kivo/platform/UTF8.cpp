@@ -1,6 +1,6 @@
 #include "kivo/platform/UTF8.h"
 
-#include <algorithm>
+#include "kivo/platform/CharacterSet.h"
 
 namespace kivo::platform::UTF8 {
 
@@ -27,6 +27,9 @@ constexpr Lead leadOf(unsigned char byte) {
     return {.length = 0};
 }
 
+constexpr CharacterSet plain =
+    (CharacterSet('\0', '\x1F') | CharacterSet("\"\\/") | CharacterSet('\x7F', '\xFF')).inverted();
+
 }  // namespace
 
 Sequence firstSequence(std::string_view text) {
@@ -43,21 +46,16 @@ Sequence firstSequence(std::string_view text) {
     return {.length = length, .isWellFormed = length == lead.length};
 }
 
-std::size_t plainPrefix(std::string_view text) {
-    const auto isPlain = [](char c) {
-        return c >= ' ' && c != '"' && c != '\\' && c != '/' && c != '\x7F';
-    };
-    const auto end = std::ranges::find_if_not(text, isPlain);
-    return static_cast<std::size_t>(end - text.begin());
-}
+std::size_t plainPrefix(std::string_view text) { return plain.prefixLength(text); }
 
 bool isWellFormed(std::string_view text) {
-    while (!text.empty()) {
+    for (;;) {
+        text.remove_prefix(plainPrefix(text));
+        if (text.empty()) return true;
         const Sequence sequence = firstSequence(text);
         if (!sequence.isWellFormed) return false;
         text.remove_prefix(sequence.length);
     }
-    return true;
 }
 
 }  // namespace kivo::platform::UTF8

@@ -11,21 +11,21 @@ using platform::Data;
 using platform::Keychain;
 
 std::string AppKeychainManager::getDeviceIdentifier() const {
-    const auto stored = readFromKeychain(serviceName_, accountName_);
-    if (stored && platform::UTF8::isWellFormed(*stored)) return *stored;
+    auto stored = readFromKeychain(serviceName_, accountName_);
+    if (stored && platform::UTF8::isWellFormed(*stored)) return *std::move(stored);
 
     const std::string identifier = platform::UUID().uuidString();
     saveToKeychain(identifier, serviceName_, accountName_);
     return identifier;
 }
 
-std::optional<Data> AppKeychainManager::readFromKeychain(const std::string& service,
-                                                         const std::string& account) {
+std::optional<Data> AppKeychainManager::readFromKeychain(std::string_view service,
+                                                         std::string_view account) {
     return Keychain::standard().copyMatching(service, account);
 }
 
-void AppKeychainManager::saveToKeychain(const Data& data, const std::string& service,
-                                        const std::string& account) {
+void AppKeychainManager::saveToKeychain(std::string_view data, std::string_view service,
+                                        std::string_view account) {
     const int status = Keychain::standard().add(service, account, data);
     if (status != 0) platform::Console::print("Error: " + std::to_string(status));
 }

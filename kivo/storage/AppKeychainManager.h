@@ -2,6 +2,7 @@
 
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include "kivo/platform/Data.h"
 
@@ -17,14 +18,14 @@ public:
     std::string getDeviceIdentifier() const;
 
 private:
-    static std::optional<platform::Data> readFromKeychain(const std::string& service,
-                                                          const std::string& account);
-    static void saveToKeychain(const platform::Data& data, const std::string& service,
-                               const std::string& account);
+    static std::optional<platform::Data> readFromKeychain(std::string_view service,
+                                                          std::string_view account);
+    static void saveToKeychain(std::string_view data, std::string_view service,
+                               std::string_view account);
 
     // The service speaks of an access token, but existing installations are found by this name.
-    const std::string serviceName_ = "kivo-access-token-service";
-    const std::string accountName_ = "kivo-device-auth-account";
+    static constexpr std::string_view serviceName_ = "kivo-access-token-service";
+    static constexpr std::string_view accountName_ = "kivo-device-auth-account";
 };
 
 }  // namespace kivo
