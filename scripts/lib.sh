@@ -71,11 +71,21 @@ install_packages() {
 # build_directory PRESET
 build_directory() { echo "$root/build/$1"; }
 
-# build PRESET [CMAKE OPTION...]: configures and builds one of the presets.
+# configure PRESET [CMAKE OPTION...]
+configure() {
+    section "Configuring $1"
+    (cd "$root" && cmake --preset "$@" -Wno-dev) || fail "configuring $1 failed"
+}
+
+# compile PRESET [TARGET...]: everything, or the targets alone.
+compile() {
+    section "Building $1"
+    cmake --build "$(build_directory "$1")" --parallel "$(nproc)" ${2:+--target "${@:2}"} ||
+        fail "building $1 failed"
+}
+
+# build PRESET [CMAKE OPTION...]: configures and builds all of one of the presets.
 build() {
-    local preset="$1"
-    section "Configuring $preset"
-    (cd "$root" && cmake --preset "$@" -Wno-dev) || fail "configuring $preset failed"
-    section "Building $preset"
-    cmake --build "$(build_directory "$preset")" --parallel "$(nproc)" || fail "building $preset failed"
+    configure "$@"
+    compile "$1"
 }

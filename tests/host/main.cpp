@@ -36,6 +36,12 @@ long microsecondsSince(Clock::time_point start) {
     return std::chrono::duration_cast<std::chrono::microseconds>(Clock::now() - start).count();
 }
 
+/// One whole line, whatever other threads print.
+void say(const std::string& line) {
+    std::fputs((line + '\n').c_str(), stdout);
+    std::fflush(stdout);
+}
+
 /// As initialise() gave it, which is all that a host may rely on where memory is short.
 std::shared_ptr<kivo::KivoCommunicationPlugin> made;
 
@@ -57,9 +63,9 @@ void everyOperation() {
 
 void await() try {
     const bool idle = kivo::platform::TaskPool::shared().waitUntilIdle(std::chrono::seconds(60));
-    if (!idle) std::cout << "not idle" << std::endl;
+    if (!idle) say("not idle");
 } catch (const std::exception& error) {
-    std::cout << "no pool: " << error.what() << std::endl;
+    say(std::string("no pool: ") + error.what());
 }
 
 bool inChild = false;
@@ -78,7 +84,7 @@ void inAForkedChild() {
     }
     int status = 0;
     waitpid(child, &status, 0);
-    std::cout << "child ended with " << status << std::endl;
+    say("child ended with " + std::to_string(status));
 }
 
 template <typename Counts>
@@ -95,8 +101,8 @@ bool isKivoThread(const std::filesystem::directory_entry& thread) {
 }
 
 void printFigures() {
-    std::cout << "threads " << entriesOf("/proc/self/task", isKivoThread) << ", descriptors "
-              << entriesOf("/proc/self/fd", [](const auto&) { return true; }) << std::endl;
+    say("threads " + std::to_string(entriesOf("/proc/self/task", isKivoThread)) + ", descriptors " +
+        std::to_string(entriesOf("/proc/self/fd", [](const auto&) { return true; })));
 }
 
 /// Has Kivo hit the image that the environment names.
@@ -110,10 +116,12 @@ void storm() {
     const auto plugin = KivoSDK::initialise({.apiKey = "key"});
     const auto end = Clock::now() + std::chrono::seconds(1);
     std::vector<std::thread> threads(32);
+    std::atomic<int> asked{0};
     for (auto& thread : threads)
         thread = std::thread([&] {
             while (Clock::now() < end) {
                 everyOperation();
+                asked += 6;
                 plugin->setConfig(plugin->config());
                 plugin->modifyConfig([](kivo::KivoConfig& config) { config.apiKey += "y"; });
                 plugin->setConfig({.apiKey = "key"});
@@ -122,6 +130,7 @@ void storm() {
             }
         });
     for (auto& thread : threads) thread.join();
+    say("asked " + std::to_string(asked));
 }
 
 /// A host that changes its environment all the time, against all advice.
@@ -164,7 +173,7 @@ void setFailures(bool mayHappen) {
 }
 
 void pauseForALine() {
-    std::cout << "paused" << std::endl;
+    say("paused");
     std::string line;
     std::getline(std::cin, line);
 }
@@ -183,7 +192,7 @@ void timeLines() {
 void settle() {
     await();
     const auto since = Clock::time_point(Clock::duration(lastLine));
-    std::cout << "settled " << microsecondsSince(since) << std::endl;
+    say("settled " + std::to_string(microsecondsSince(since)));
 }
 
 Clock::time_point exitBegan;
@@ -218,6 +227,8 @@ const std::map<std::string, void (*)()> commands = {
     {"unset", [] { made->unsetUser(); }},
     {"everything", everyOperation},
     {"fork", inAForkedChild},
+    {"spawn", [] { say("spawned " + std::to_string(WEXITSTATUS(std::system("exit 7")))); }},
+    {"sleep", [] { std::this_thread::sleep_for(std::chrono::milliseconds(100)); }},
     {"await", await},
     {"figures", printFigures},
     {"exit", [] { std::exit(0); }},
@@ -231,7 +242,7 @@ const std::map<std::string, void (*)()> commands = {
     {"storm", storm},
     {"set-variables", keepSettingVariables},
     {"signals", handleSignals},
-    {"signals-handled", [] { std::cout << "handled " << signalsHandled << std::endl; }},
+    {"signals-handled", [] { say("handled " + std::to_string(signalsHandled)); }},
     {"locale", changeLocale},
     {"fail", [] { setFailures(true); }},
     {"heal", [] { setFailures(false); }},

@@ -131,10 +131,11 @@ class Server:
                 threading.Thread(target=self.serve, args=(self.listener.accept()[0],), daemon=True).start()
 
     def serve(self, plain):
+        plain.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
         connection, authority = plain, ''
         with contextlib.suppress(OSError, ValueError, IndexError), plain:
             while True:
-                if plain.recv(1, socket.MSG_PEEK) == b'\x16' and connection is plain:
+                if connection is plain and plain.recv(1, socket.MSG_PEEK) == b'\x16':
                     if not self.handshakes: return silence(plain)
                     connection = self.context.wrap_socket(plain, server_side=True)
                 request = self.read(connection, authority)
@@ -228,7 +229,7 @@ class Wire:
     def end(self, source, target):
         if self.then == 'silence': return silence(source)
         if self.then == 'reset': target.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack('ii', 1, 0))
-        if self.then == 'close': target.shutdown(socket.SHUT_WR)
+        target.shutdown(socket.SHUT_RD if self.then == 'reset' else socket.SHUT_RDWR)  # Wakes the other pump.
         target.close()
 
 

@@ -24,6 +24,9 @@ TAIL = """
 - Fault rules of `kivo-dev`, line by line: `docs/FAULTS.md`, held by the tests. Fuzzing: `scripts/fuzz` (replies and
   stored records, addresses, redirects and headers, requests and rules).
 - Exported symbols, and hosts with another build of the JSON library or of Kivo itself: `tests/packaging`.
+- Known limits. OpenSSL begins once: where one of its first allocations fails, TLS stays away for that process, and
+  its operations end in their time limits. It also takes a reply without a length as whole when the connection ends
+  without TLS's own goodbye; half a JSON text does not decode. The exit hook's patience is 40 ms, of 50.
 - Not shown: a machine without power, a kernel out of memory, `tc netem` (delays and rates are made by a proxy instead),
   network namespaces (the proxies and 127/8 stand in), a reset at every single byte unless the long form is run.
 """
@@ -56,7 +59,10 @@ def main():
     harness.prepare(options)
     often = argparse.Namespace(is_long=not (options.short or options.minutes), seconds=(options.minutes or 0) * 60)
     chosen = [r for r in harness.rows if not options.rows or r.name in options.rows]
-    with concurrent.futures.ThreadPoolExecutor(6) as pool: results = list(pool.map(lambda r: run(r, often), chosen))
+    alone = [r for r in chosen if r.name == 'ends']  # It measures milliseconds.
+    results = [run(r, often) for r in alone]
+    with concurrent.futures.ThreadPoolExecutor(6) as pool:
+        results += pool.map(lambda r: run(r, often), [r for r in chosen if r not in alone])
     for child in harness.place.children: child.terminate() if hasattr(child, 'terminate') else child.close()
     shutil.rmtree(harness.place.work, ignore_errors=True)
     verdicts = collections.Counter(r[-1] for r in results)

@@ -84,6 +84,11 @@ REPLACE("disk", EIO, -1, ssize_t, pread64, (int file, void* to, size_t size, off
 REPLACE("disk", EIO, -1, ssize_t, pwrite64, (int file, const void* from, size_t size, off_t to), (file, from, size, to))
 REPLACE("disk", EIO, -1, int, fdatasync, (int file), (file))
 REPLACE("disk", EIO, -1, int, unlink, (const char* path), (path))
+REPLACE("environment", 0, NULL, char*, getenv, (const char* name), (name))
+REPLACE("environment", 0, NULL, char*, secure_getenv, (const char* name), (name))
+REPLACE("environment", EINVAL, -1, int, setenv, (const char* name, const char* value, int over), (name, value, over))
+REPLACE("environment", EINVAL, -1, int, unsetenv, (const char* name), (name))
+REPLACE("environment", EINVAL, -1, int, putenv, (char* assignment), (assignment))
 
 int clock_gettime(clockid_t clock, struct timespec* now) {
     static int (*real)(clockid_t, struct timespec*);
