@@ -51,18 +51,9 @@ TEST_F(StoreTest, WhatDoesNotDecodeReadsAsNothingAndStays) {
     EXPECT_EQ(store().getSessionId(), "");
 }
 
-void keepDeviceIdentifier(const platform::Data& item) {
-    platform::Keychain::standard().add("kivo-access-token-service", "kivo-device-auth-account",
-                                       item);
-}
-
-TEST_F(StoreTest, ADeviceIdentifierOfAnyFormatIsTakenAsItIs) {
-    keepDeviceIdentifier("any format");
-    EXPECT_EQ(AppKeychainManager().getDeviceIdentifier(), "any format");
-}
-
 TEST_F(StoreTest, ADeviceIdentifierThatIsNoTextBlocksEveryNewOne) {
-    keepDeviceIdentifier("\xff\xfe");
+    platform::Keychain::standard().add("kivo-access-token-service", "kivo-device-auth-account",
+                                       "\xff\xfe");
     const auto first = AppKeychainManager().getDeviceIdentifier();
     EXPECT_NE(AppKeychainManager().getDeviceIdentifier(), first);
     EXPECT_THAT(output().lines(), testing::ElementsAre("Error: -25299", "Error: -25299"));

@@ -24,18 +24,6 @@ TEST_F(ThirtySecondsTest, AnOperationWithoutAnyUserSaysWhyAtOnceAndFailsLater) {
     EXPECT_THAT(backend().requests(), SizeIs(1)) << "only the SDK authentication";
 }
 
-TEST_F(ThirtySecondsTest, AnEndless401LoopEndsWithItsLoad) {
-    auto& plugin = pluginWithUser();
-    const auto pause = std::chrono::milliseconds(200);
-    backend().answer("user/unset", delayed(pause, refusedReply(401)));
-    plugin.unsetUser();
-    EXPECT_THAT(output().awaitLine("Failed to unsetUser: ", limit), HasSubstr(timedOut));
-    const auto rounds = backend().requests("user/unset").size();
-    EXPECT_GT(rounds, 2U);
-    settle();
-    EXPECT_LE(backend().requests("user/unset").size(), rounds + 1) << "one stray resend at most";
-}
-
 TEST_F(ThirtySecondsTest, AUserAuthenticationOutlivesItsLimitAndItsLateAnswerIsIgnored) {
     auto& plugin = pluginWithUser();
     backend().answer("user/authenticate", hanging(refusedReply(401)));

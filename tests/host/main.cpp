@@ -5,15 +5,12 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <clocale>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <filesystem>
-#include <fstream>
 #include <iostream>
 #include <locale>
 #include <map>
@@ -85,24 +82,6 @@ void inAForkedChild() {
     int status = 0;
     waitpid(child, &status, 0);
     say("child ended with " + std::to_string(status));
-}
-
-template <typename Counts>
-long entriesOf(const char* folder, Counts counts) {
-    const std::filesystem::directory_iterator entries(folder);
-    return std::count_if(begin(entries), end(entries), counts);
-}
-
-/// Kivo's threads are the ones that are not named after the program.
-bool isKivoThread(const std::filesystem::directory_entry& thread) {
-    std::string name;
-    std::ifstream(thread.path() / "comm") >> name;
-    return !name.starts_with("kivo-test-host");
-}
-
-void printFigures() {
-    say("threads " + std::to_string(entriesOf("/proc/self/task", isKivoThread)) + ", descriptors " +
-        std::to_string(entriesOf("/proc/self/fd", [](const auto&) { return true; })));
 }
 
 /// Has Kivo hit the image that the environment names.
@@ -230,7 +209,6 @@ const std::map<std::string, void (*)()> commands = {
     {"spawn", [] { say("spawned " + std::to_string(WEXITSTATUS(std::system("exit 7")))); }},
     {"sleep", [] { std::this_thread::sleep_for(std::chrono::milliseconds(100)); }},
     {"await", await},
-    {"figures", printFigures},
     {"exit", [] { std::exit(0); }},
     {"quick-exit", [] { std::quick_exit(0); }},
     {"exit-elsewhere", [] { std::thread([] { std::exit(0); }).join(); }},

@@ -45,6 +45,7 @@ def spoil(content=None, script=None, name='defaults'):
 ITEMS = 'CREATE TABLE items (service TEXT NOT NULL, account TEXT NOT NULL, data BLOB NOT NULL, PRIMARY KEY (service, account));'
 ITEM = ITEMS + f"INSERT INTO items VALUES {SERVICE[:2]!r};".replace(')', ', {})', 1)
 DEFAULTS = 'CREATE TABLE defaults (key TEXT PRIMARY KEY NOT NULL, value);'
+OURS_ALONE = {'nothing', 'umask 0', 'umask 0777'}
 KEPT = {'UserJwtToken', 'sessionId', 'SdkAuthRequest', 'UserAuthRequest'}
 # What is there before, variables, a program around, identifiers per run (None: different), what must be on disk.
 BEFORE = {
@@ -78,7 +79,8 @@ def files_found(times):
         ended = [host('init user await token await', server, at, around=around, **variables) for _ in range(3)]
         seen = {r.headers['x-unique-device-id'] for r in server.requests}
         kept = defaults(at) if is_kept else {}
-        modes = {oct(os.stat(os.path.join(d, f)).st_mode & 0o777) for d, _, fs in os.walk(at) for f in fs if name in ('nothing', 'umask 0', 'umask 0777')}
+        files = [os.path.join(d, f) for d, _, fs in os.walk(at) for f in fs] if name in OURS_ALONE else []
+        modes = {oct(os.stat(file).st_mode & 0o777) for file in files}
         if [e.outcomes for e in ended] != [3, 3, 3] or not all(map(is_clean, ended)) or modes - {'0o600'} \
            or (len(seen) != identifiers if identifiers else len(seen) < 3) or is_kept and not KEPT <= kept.keys():
             bad.append(f'{name}: {brief(*ended)} identifiers {len(seen)} kept {sorted(kept)} {modes}')
