@@ -36,7 +36,7 @@ std::string listed(const std::vector<NamedToken>& tokens, bool showSecrets) {
 }
 
 std::string tokensOf(const Exchange& exchange, bool showSecrets) {
-    const auto carried = listed(carriedTokens(exchange.request), showSecrets);
+    auto carried = listed(carriedTokens(exchange.request), showSecrets);
     const auto given = listed(givenTokens(exchange.reply), showSecrets);
     if (given.empty()) return carried;
     return carried + (carried.empty() ? "gives " : " gives ") + given;

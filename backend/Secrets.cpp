@@ -47,7 +47,7 @@ void shortenIn(json& object) {
 std::string shortened(std::string_view secret) {
     if (secret.empty()) return {};
     if (secret.size() <= 2 * shownOfAnEnd) return "…";
-    const auto start = std::string(secret.substr(0, shownOfAnEnd)) + "…";
+    auto start = std::string(secret.substr(0, shownOfAnEnd)) + "…";
     if (secret.size() < longEnoughForBothEnds) return start;
     return start + std::string(secret.substr(secret.size() - shownOfAnEnd));
 }

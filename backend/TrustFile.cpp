@@ -3,7 +3,6 @@
 #include "backend/FileDescriptor.h"
 
 #include <fcntl.h>
-#include <stdlib.h>
 #include <unistd.h>
 
 #include <cstdlib>

@@ -145,14 +145,13 @@ private:
     }
 
     void carryOutAll() {
-        for (auto& command : takenCommands_) {
-            if (command.starts) {
-                admit(std::move(command.transfer));
-            } else {
-                attempt([&] { abort(std::move(command.transfer)); });
-            }
-        }
+        for (auto& command : takenCommands_) carryOut(command);
         takenCommands_.clear();
+    }
+
+    void carryOut(Command& command) {
+        if (command.starts) return admit(std::move(command.transfer));
+        attempt([&] { abort(std::move(command.transfer)); });
     }
 
     /// What is not handed to the pool, for want of memory, stays for the next turn. The job ends on

@@ -37,24 +37,24 @@ public:
     }
 
     void push(Kind kind, Job job) {
-        if (isHandingOver) return gathered_.push_back({kind, std::move(job)});
+        if (isHandingOver) return gathered.push_back({kind, std::move(job)});
         std::unique_lock lock(mutex_);
         pushLocked(kind, std::move(job));
         const bool isTakenNext = kind == Kind::next && onPoolThread && queue_.size() == 1;
         if (!isTakenNext) unlockAndWakeOne(lock);
     }
 
-    static bool hasGathered() { return !gathered_.empty(); }
+    static bool hasGathered() { return !gathered.empty(); }
 
     /// Without memory for one of them, it and what follows it are dropped.
     void pushGathered() noexcept {
         std::unique_lock lock(mutex_);
         try {
-            for (auto& [kind, job] : gathered_) pushLocked(kind, std::move(job));
+            for (auto& [kind, job] : gathered) pushLocked(kind, std::move(job));
         } catch (const std::bad_alloc&) {
         }
         unlockAndWakeOne(lock);
-        gathered_.clear();
+        gathered.clear();
     }
 
     void beginActivity() {
@@ -157,7 +157,7 @@ private:
         job = nullptr;
     }
 
-    static inline thread_local std::vector<Entry> gathered_;  // Keeps its memory for the next time.
+    static inline thread_local std::vector<Entry> gathered;  // Keeps its memory for the next time.
 
     std::mutex mutex_;
     std::condition_variable ready_;

@@ -11,11 +11,11 @@ using platform::Data;
 using platform::Keychain;
 
 std::string AppKeychainManager::getDeviceIdentifier() const {
-    auto stored = readFromKeychain(serviceName_, accountName_);
+    auto stored = readFromKeychain(serviceName, accountName);
     if (stored && platform::UTF8::isWellFormed(*stored)) return *std::move(stored);
 
     const std::string identifier = platform::UUID().uuidString();
-    saveToKeychain(identifier, serviceName_, accountName_);
+    saveToKeychain(identifier, serviceName, accountName);
     return identifier;
 }
 

@@ -24,8 +24,8 @@ private:
                                std::string_view account);
 
     // The service speaks of an access token, but existing installations are found by this name.
-    static constexpr std::string_view serviceName_ = "kivo-access-token-service";
-    static constexpr std::string_view accountName_ = "kivo-device-auth-account";
+    static constexpr std::string_view serviceName = "kivo-access-token-service";
+    static constexpr std::string_view accountName = "kivo-device-auth-account";
 };
 
 }  // namespace kivo
