@@ -149,7 +149,7 @@ def clock(times):
 
 @row('stopped', 'SIGSTOP amid 40 operations, SIGCONT 3 s (long: 61 s) later', 'every outcome', short=3, long=61)
 def stopped(seconds):
-    process = start('init user await pause 40:token await', Server())
+    process = start('init user await pause 40:token await await', Server())  # The first wait may end meanwhile.
     go_on(process)
     time.sleep(0.02)
     os.kill(process.pid, signal.SIGSTOP); time.sleep(seconds); os.kill(process.pid, signal.SIGCONT)
