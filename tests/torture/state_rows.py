@@ -29,7 +29,7 @@ def kills(times):
     settled.sort()
     took = f'{settled[len(settled) // 2]:.1f} ms median, {settled[-1]:.1f} ms longest' if settled else 'none'
     return f'{torn} torn, {lost} lost; from the last line to the end of its commit {took} ({len(settled)})', \
-        not torn and not lost and len(settled) > times / 2
+        not torn and not lost and len(settled) > times / 10
 
 
 def spoil(content=None, script=None, name='defaults'):
