@@ -278,10 +278,12 @@ def small_disk(size='256k'):
 
 def await_line(process, text):
     """Reads the host's lines up to one that begins so; returns it, or "" when the host ends before."""
+    lines = []
     for line in process.stdout:
-        process.heard += line
-        if line.startswith(text): return line
-    return ''
+        lines.append(line)
+        if line.startswith(text): break
+    process.heard += ''.join(lines)
+    return lines[-1] if lines and lines[-1].startswith(text) else ''
 
 
 def in_parallel(function, values, at_once=8):

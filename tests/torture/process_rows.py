@@ -1,6 +1,6 @@
 """What a host may do to its own process, and what its machine may refuse it."""
 
-import collections, os, re, signal, subprocess, sys, threading, time
+import collections, os, random, re, signal, subprocess, sys, threading, time
 
 from harness import *
 
@@ -122,9 +122,11 @@ def disk_errors(times):
 def signals(times):
     process = start(f'signals pause init user {times}:token await signals-handled', Server())
     go_on(process)
-    while process.poll() is None:
-        os.kill(process.pid, (signal.SIGUSR1, signal.SIGUSR2, signal.SIGALRM, signal.SIGHUP)[int(time.time() * 1e4) % 4])
-        time.sleep(0.0005)
+    def storm():
+        while process.poll() is None:
+            os.kill(process.pid, random.choice((signal.SIGUSR1, signal.SIGUSR2, signal.SIGALRM, signal.SIGHUP)))
+            time.sleep(0.0005)
+    threading.Thread(target=storm, daemon=True).start()
     ended = finish(process)
     return f'{ended.outcomes} outcomes, {re.findall("handled .*", ended.output)}', is_clean(ended) and ended.outcomes == times + 2
 

@@ -52,7 +52,7 @@ def table(lines): return '\n'.join('| ' + ' | '.join(str(c).replace('|', '\\|') 
 
 def main():
     parser = argparse.ArgumentParser(prog='scripts/torture')
-    for name in ('build', 'tsan', 'asan', 'report'): parser.add_argument('--' + name)
+    for name in ('build', 'tsan', 'asan', 'report'): parser.add_argument('--' + name, type=os.path.abspath)
     parser.add_argument('--short', action='store_true', help='the counts that continuous integration can afford')
     parser.add_argument('--minutes', type=float, help='repeat the short form of every row for that long')
     parser.add_argument('rows', nargs='*', choices=[r.name for r in harness.rows] + [[]], metavar='row')
