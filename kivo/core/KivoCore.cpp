@@ -7,6 +7,7 @@
 #include "kivo/platform/Console.h"
 #include "kivo/platform/Description.h"
 #include "kivo/platform/Error.h"
+#include "kivo/platform/Process.h"
 #include "kivo/platform/TaskPool+Scopes.h"
 #include "kivo/storage/CacheManager.h"
 
@@ -58,7 +59,8 @@ void KivoCore::start(const Outcome& text, CoreRepository::Reply<Payload> call, K
 
 KivoCore::KivoCore(KivoConfig config)
     : coreRepository_(std::make_unique<CoreRepository>()), config_(std::move(config)) {
-    operation([&] { CacheManager::instance().setProduction(config_.get().isProduction); });
+    if (platform::Process::isUsable())
+        CacheManager::instance().setProduction(config_.get().isProduction);
 }
 
 KivoConfig KivoCore::config() const { return config_.get(); }

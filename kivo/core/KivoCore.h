@@ -23,7 +23,8 @@ public:
     virtual void setConfig(KivoConfig config);
     virtual void modifyConfig(const std::function<void(KivoConfig&)>& change);
 
-    /// Records in the session store which backend is meant.
+    /// Records in the session store which backend is meant. Throws when memory or threads cannot be
+    /// had: a core that went on without would speak to the wrong backend.
     explicit KivoCore(KivoConfig config);
 
     virtual void initSdk() noexcept;

@@ -100,8 +100,8 @@ Task<void> AuthInterceptor::loadWithUserToken(URLRequest request) {
 
 Task<AuthInterceptor::DataAndResponse> AuthInterceptor::refreshTempToken(URLRequest request) {
     std::string token = CacheManager::instance().getMerchantJwtTokenTemp();
-    Console::print("temp-token >> " +
-                   token);  // In full, like every token that the framework prints.
+    // In full, like every token that the framework prints.
+    Console::print("temp-token >> " + token);
     if (token.empty()) token = co_await CacheManager::instance().reAuthSdk();
 
     const URLRequest first = newRequest(request, token);

@@ -13,7 +13,12 @@ namespace kivo::platform {
 class ConnectionGenerations {
 public:
     unsigned of(std::string_view host) const { return counts_[slot(host)]; }
-    void renew(std::string_view host) { ++counts_[slot(host)]; }
+
+    /// Ends the generation `last`, unless it has ended already: many transfers on one connection
+    /// end it once.
+    void renew(std::string_view host, unsigned last) {
+        if (of(host) == last) ++counts_[slot(host)];
+    }
 
 private:
     static constexpr std::size_t slots = 64;

@@ -12,6 +12,7 @@
 #include "kivo/platform/Process.h"
 #include "kivo/platform/Result.h"
 #include "kivo/platform/TaskPool.h"
+#include "kivo/platform/Work.h"
 
 namespace kivo::platform {
 
@@ -27,29 +28,35 @@ public:
         : shared_(std::make_shared<Shared>(label, suspended, slot)) {}
 
     void resume(Result<T> outcome) const {
+        auto& pool = TaskPool::shared();
         if (shared_->resumed.exchange(true))
             fatalError(std::string(shared_->label) +
                        " tried to resume its continuation more than once");
         shared_->slot = std::move(outcome);
-        TaskPool::shared().submitNext([suspended = shared_->suspended] { suspended.resume(); });
+        shared_->kept = shared_;
+        pool.submitNext(*shared_);
     }
 
 private:
-    struct Shared {
+    struct Shared final : Work {
         Shared(const char* name, std::coroutine_handle<> handle, std::optional<Result<T>>& result)
             : label(name), suspended(handle), slot(result) {}
         ~Shared() {
             if (!resumed && Process::isUsable())
                 std::fprintf(stderr, "%s leaked its continuation\n", label);
         }
-        Shared(const Shared&) = delete;
-        Shared& operator=(const Shared&) = delete;
+
+        void run() override {
+            const auto lastOfAll = std::exchange(kept, nullptr);
+            suspended.resume();
+        }
 
         const char* label;
         std::coroutine_handle<> suspended;
-        std::optional<Result<T>>&
-            slot;  // Lives in the suspended operation: not to be touched once it resumes.
+        // Lives in the suspended operation: not to be touched once it resumes.
+        std::optional<Result<T>>& slot;
         std::atomic<bool> resumed{false};
+        std::shared_ptr<Shared> kept;  // Itself, while it waits to be run.
     };
 
     std::shared_ptr<Shared> shared_;

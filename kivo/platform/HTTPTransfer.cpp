@@ -56,11 +56,17 @@ long idleSeconds(const URLRequest& request) {
         std::chrono::ceil<std::chrono::seconds>(request.timeoutInterval()).count());
 }
 
+/// libcurl copies texts; what it could not copy is no longer set at all.
+template <typename Value>
+void set(CURL* easy, CURLoption option, Value value) {
+    if (curl_easy_setopt(easy, option, value) == CURLE_OUT_OF_MEMORY) throw std::bad_alloc();
+}
+
 void configureTrust(CURL* easy) {
     const TrustStore& trust = TrustStore::current();
-    if (trust.file) curl_easy_setopt(easy, CURLOPT_CAINFO, trust.file->c_str());
-    if (trust.directory) curl_easy_setopt(easy, CURLOPT_CAPATH, trust.directory->c_str());
-    if (trust.directoryAlone) curl_easy_setopt(easy, CURLOPT_CAINFO, nullptr);
+    if (trust.file) set(easy, CURLOPT_CAINFO, trust.file->c_str());
+    if (trust.directory) set(easy, CURLOPT_CAPATH, trust.directory->c_str());
+    if (trust.directoryAlone) set(easy, CURLOPT_CAINFO, nullptr);
 }
 
 }  // namespace
@@ -71,57 +77,57 @@ HTTPTransfer::HTTPTransfer(URLRequest request, Completion completion)
       completion_(std::move(completion)) {}
 
 void HTTPTransfer::prepare(CURL* easy) {
-    curl_easy_setopt(easy, CURLOPT_PROTOCOLS_STR, "http,https");
-    curl_easy_setopt(easy, CURLOPT_PATH_AS_IS, 1L);
-    curl_easy_setopt(easy, CURLOPT_USERAGENT, userAgent().c_str());
-    curl_easy_setopt(easy, CURLOPT_NOSIGNAL, 1L);
+    set(easy, CURLOPT_PROTOCOLS_STR, "http,https");
+    set(easy, CURLOPT_PATH_AS_IS, 1L);
+    set(easy, CURLOPT_USERAGENT, userAgent().c_str());
+    set(easy, CURLOPT_NOSIGNAL, 1L);
     // A silent name server would hold up every transfer.
-    curl_easy_setopt(easy, CURLOPT_QUICK_EXIT, 1L);
-    curl_easy_setopt(easy, CURLOPT_OPENSOCKETFUNCTION, openSocket);
-    curl_easy_setopt(easy, CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_2TLS));
-    curl_easy_setopt(easy, CURLOPT_CONNECTTIMEOUT_MS, connectTimeoutMilliseconds);
-    curl_easy_setopt(easy, CURLOPT_LOW_SPEED_LIMIT, 1L);
+    set(easy, CURLOPT_QUICK_EXIT, 1L);
+    set(easy, CURLOPT_OPENSOCKETFUNCTION, openSocket);
+    set(easy, CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_2TLS));
+    set(easy, CURLOPT_CONNECTTIMEOUT_MS, connectTimeoutMilliseconds);
+    set(easy, CURLOPT_LOW_SPEED_LIMIT, 1L);
     configureTrust(easy);
     // Always set, like the proxy itself: libcurl would ask the environment otherwise.
-    curl_easy_setopt(easy, CURLOPT_NOPROXY, Environment::current().noProxy.c_str());
+    set(easy, CURLOPT_NOPROXY, Environment::current().noProxy.c_str());
 
     using Writer = std::size_t (*)(char*, std::size_t, std::size_t, void*);
     const Writer write = [](char* bytes, std::size_t, std::size_t count, void* transfer) {
         return static_cast<HTTPTransfer*>(transfer)->receive(bytes, count) ? count : 0;
     };
-    curl_easy_setopt(easy, CURLOPT_WRITEFUNCTION, write);
+    set(easy, CURLOPT_WRITEFUNCTION, write);
     const curl_prereq_callback connected = [](void* transfer, char*, char*, int, int) {
         static_cast<HTTPTransfer*>(transfer)->isConnected_ = true;
         return CURL_PREREQFUNC_OK;
     };
-    curl_easy_setopt(easy, CURLOPT_PREREQFUNCTION, connected);
+    set(easy, CURLOPT_PREREQFUNCTION, connected);
 }
 
 void HTTPTransfer::configure(CURL* easy, unsigned generation) {
-    curl_easy_setopt(easy, CURLOPT_URL, request_.url().absoluteString().c_str());
+    generation_ = generation;
+    set(easy, CURLOPT_URL, request_.url().absoluteString().c_str());
     configureMethod(easy);
     configureHeaders(easy);
     const std::string& proxy = Environment::current().proxyFor(request_.url().scheme());
-    curl_easy_setopt(easy, CURLOPT_PROXY, proxy.c_str());
-    curl_easy_setopt(easy, CURLOPT_SSL_OPTIONS, sharingMark(generation));
-    curl_easy_setopt(easy, CURLOPT_LOW_SPEED_TIME, idleSeconds(request_));
-    curl_easy_setopt(easy, CURLOPT_WRITEDATA, this);
-    curl_easy_setopt(easy, CURLOPT_PREREQDATA, this);
+    set(easy, CURLOPT_PROXY, proxy.c_str());
+    set(easy, CURLOPT_SSL_OPTIONS, sharingMark(generation));
+    set(easy, CURLOPT_LOW_SPEED_TIME, idleSeconds(request_));
+    set(easy, CURLOPT_WRITEDATA, this);
+    set(easy, CURLOPT_PREREQDATA, this);
 }
 
 void HTTPTransfer::configureMethod(CURL* easy) const {
     const std::string& method = request_.httpMethod();
     const auto& body = request_.httpBody();
-    curl_easy_setopt(easy, CURLOPT_HTTPGET, 1L);  // Forgets the method of an earlier exchange.
+    set(easy, CURLOPT_HTTPGET, 1L);  // Forgets the method of an earlier exchange.
     if (method == "HEAD") {
-        curl_easy_setopt(easy, CURLOPT_NOBODY, 1L);
+        set(easy, CURLOPT_NOBODY, 1L);
     } else if (body || method == "POST" || method == "PUT") {
-        curl_easy_setopt(easy, CURLOPT_POST, 1L);
-        curl_easy_setopt(easy, CURLOPT_POSTFIELDS, body ? body->data() : "");
-        curl_easy_setopt(easy, CURLOPT_POSTFIELDSIZE_LARGE,
-                         static_cast<curl_off_t>(body ? body->size() : 0));
+        set(easy, CURLOPT_POST, 1L);
+        set(easy, CURLOPT_POSTFIELDS, body ? body->data() : "");
+        set(easy, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(body ? body->size() : 0));
     }
-    curl_easy_setopt(easy, CURLOPT_CUSTOMREQUEST, method.c_str());
+    set(easy, CURLOPT_CUSTOMREQUEST, method.c_str());
 }
 
 void HTTPTransfer::configureHeaders(CURL* easy) {
@@ -129,7 +135,7 @@ void HTTPTransfer::configureHeaders(CURL* easy) {
         isBlank(value) ? headers_.add({name, ";"}) : headers_.add({name, ": ", value});
     headers_.add({"Expect:"});
     if (!request_.value("Content-Type")) headers_.add({"Content-Type:"});
-    curl_easy_setopt(easy, CURLOPT_HTTPHEADER, headers_.list());
+    set(easy, CURLOPT_HTTPHEADER, headers_.list());
 }
 
 bool HTTPTransfer::receive(const char* bytes, std::size_t count) {

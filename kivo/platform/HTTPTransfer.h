@@ -37,12 +37,17 @@ public:
     /// The server that is asked, as "host:port".
     const std::string& host() const { return host_; }
 
-    /// Sets what every exchange has in common, once for each handle.
+    /// Sets what every exchange has in common, once for each handle. Throws std::bad_alloc: the
+    /// handle is then of no use.
     static void prepare(CURL* easy);
 
     /// Sets a prepared handle up for this exchange, whatever it was used for before. `generation`
-    /// sets apart the TLS connections that it may share.
+    /// sets apart the TLS connections that it may share. Throws std::bad_alloc: the handle can then
+    /// be configured anew.
     void configure(CURL* easy, unsigned generation);
+
+    /// What it was configured with.
+    unsigned generation() const { return generation_; }
 
     /// The outcome where there is no memory for another, made at the first call.
     static const std::exception_ptr& lackOfMemory();
@@ -59,7 +64,7 @@ public:
     /// Hands the outcome over.
     void complete();
 
-    /// Where the network thread chains those that have ended, which must not need memory.
+    /// Where a `TransferChain` keeps the one behind it.
     std::shared_ptr<HTTPTransfer> next;
 
 private:
@@ -69,6 +74,7 @@ private:
 
     URLRequest request_;
     std::string host_;
+    unsigned generation_ = 0;
     Completion completion_;
     HeaderLines headers_;
     Data body_;

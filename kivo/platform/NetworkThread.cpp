@@ -11,9 +11,11 @@
 #include <vector>
 
 #include "kivo/platform/ConnectionGenerations.h"
+#include "kivo/platform/EasyHandles.h"
 #include "kivo/platform/Process.h"
 #include "kivo/platform/TaskPool.h"
 #include "kivo/platform/Thread.h"
+#include "kivo/platform/TransferChain.h"
 #include "kivo/platform/TransferQueue.h"
 
 namespace kivo::platform {
@@ -40,13 +42,17 @@ public:
             curl_multi_cleanup(multi_);
             throw std::bad_alloc();
         }
-        idleHandles_.reserve(keptHandles);
         HTTPTransfer::lackOfMemory();
         // libcurl's own limit follows the transfers of the moment, and closes what the next ones
         // need.
         constexpr long keptConnections = 16;
         curl_multi_setopt(multi_, CURLMOPT_MAXCONNECTS, keptConnections);
     }
+
+    /// For one whose thread could not be had.
+    ~Loop() { curl_multi_cleanup(multi_); }
+    Loop(const Loop&) = delete;
+    Loop& operator=(const Loop&) = delete;
 
     void hand(bool starts, std::shared_ptr<HTTPTransfer> transfer) {
         std::unique_lock lock(mutex_);
@@ -135,7 +141,7 @@ private:
         const std::lock_guard lock(mutex_);
         sleeps_ = commands_.empty() && !stopping_;
         if (!sleeps_) return 0;
-        if (ended_ || !dueJobs_.empty()) return retryMilliseconds;
+        if (!ended_.isEmpty() || !dueJobs_.empty()) return retryMilliseconds;
         const auto earliest = timers_.earliest();
         sleepsUntil_ = earliest.value_or(TimerQueue::Clock::time_point::max());
         if (!earliest) return INT_MAX;
@@ -163,8 +169,8 @@ private:
     }
 
     void submitEnded() {
-        for (; ended_; ended_ = std::exchange(ended_->next, nullptr))
-            TaskPool::shared().submit([transfer = ended_] { transfer->complete(); });
+        for (; !ended_.isEmpty(); ended_.removeFirst())
+            TaskPool::shared().submit([transfer = ended_.first()] { transfer->complete(); });
     }
 
     void admit(std::shared_ptr<HTTPTransfer> transfer) {
@@ -172,13 +178,13 @@ private:
             if (!queue_.admit(transfer)) return;
         } catch (const std::bad_alloc&) {
             transfer->conclude(nullptr, CURLE_OUT_OF_MEMORY);
-            return retire(std::move(transfer));
+            return ended_.add(std::move(transfer));
         }
         begin(std::move(transfer));
     }
 
     void begin(std::shared_ptr<HTTPTransfer> transfer) {
-        CURL* easy = takeHandle();
+        CURL* easy = handles_.take();
         if (!prepare(easy, transfer)) conclude(easy, std::move(transfer), CURLE_OUT_OF_MEMORY);
     }
 
@@ -207,7 +213,7 @@ private:
         if (found == active_.end()) return;
         CURL* easy = found->first;
         active_.erase(found);
-        generations_.renew(transfer->host());
+        generations_.renew(transfer->host(), transfer->generation());
         curl_easy_setopt(easy, CURLOPT_FORBID_REUSE, 1L);
         curl_multi_remove_handle(multi_, easy);
         curl_easy_cleanup(easy);
@@ -226,18 +232,12 @@ private:
     }
 
     void conclude(CURL* easy, std::shared_ptr<HTTPTransfer> transfer, CURLcode code) {
-        if (code == CURLE_OPERATION_TIMEDOUT) generations_.renew(transfer->host());
+        if (code == CURLE_OPERATION_TIMEDOUT)
+            generations_.renew(transfer->host(), transfer->generation());
         transfer->conclude(easy, code);
-        keepHandle(easy);
-        retire(transfer);
+        handles_.giveBack(easy);
+        ended_.add(transfer);
         beginNext(transfer->host(), transfer->isMultiplexed());
-    }
-
-    /// Puts it at the end of those that wait to be handed to the pool.
-    void retire(std::shared_ptr<HTTPTransfer> transfer) {
-        auto& place = ended_ ? lastEnded_->next : ended_;
-        lastEnded_ = transfer.get();
-        place = std::move(transfer);
     }
 
     void beginNext(const std::string& host, bool isMultiplexed) {
@@ -248,36 +248,14 @@ private:
         for (auto& next : queue_.connected()) begin(std::move(next));
     }
 
-    CURL* takeHandle() {
-        if (idleHandles_.empty()) return newHandle();
-        CURL* easy = idleHandles_.back();
-        idleHandles_.pop_back();
-        return easy;
-    }
-
-    static CURL* newHandle() {
-        CURL* easy = curl_easy_init();
-        if (easy != nullptr) HTTPTransfer::prepare(easy);
-        return easy;
-    }
-
-    /// Handles are reused: making one costs more than a request does.
-    void keepHandle(CURL* easy) {
-        if (easy == nullptr) return;
-        if (idleHandles_.size() >= keptHandles) return curl_easy_cleanup(easy);
-        idleHandles_.push_back(easy);
-    }
-
-    static constexpr std::size_t keptHandles = 24;
     static constexpr int retryMilliseconds = 100;
 
     CURLM* multi_;
     std::unordered_map<CURL*, std::shared_ptr<HTTPTransfer>> active_;
-    std::vector<CURL*> idleHandles_;
+    EasyHandles handles_;
     std::vector<Command> takenCommands_;
     TimerQueue::Jobs dueJobs_;
-    std::shared_ptr<HTTPTransfer> ended_;  // The first of a chain.
-    HTTPTransfer* lastEnded_ = nullptr;
+    TransferChain ended_;  // Until the pool has them.
     TransferQueue queue_;
     ConnectionGenerations generations_;
 
@@ -291,11 +269,15 @@ private:
     std::condition_variable parkedChanged_;
 };
 
-NetworkThread::NetworkThread() : loop_((Process::prepare(), *new Loop)) {
+NetworkThread::NetworkThread() : NetworkThread((Process::prepare(), std::make_unique<Loop>())) {}
+
+/// The loop belongs to the thread as soon as there is one.
+NetworkThread::NetworkThread(std::unique_ptr<Loop> loop) : loop_(*loop) {
     startThread("kivo-network", [this] {
         loop_.run();
         parkThread();
     });
+    static_cast<void>(loop.release());
     started = true;
 }
 

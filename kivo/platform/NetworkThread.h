@@ -32,9 +32,11 @@ public:
     static void stopAll(TimerQueue::Clock::time_point deadline);
 
 private:
-    NetworkThread();
-
     class Loop;
+
+    NetworkThread();
+    explicit NetworkThread(std::unique_ptr<Loop> loop);
+
     Loop& loop_;
 };
 

@@ -1,37 +1,29 @@
 #include "kivo/platform/OperationQueue.h"
 
-#include <utility>
-
 #include "kivo/platform/TaskPool.h"
 
 namespace kivo::platform {
 
-void OperationQueue::addOperation(Operation operation) {
+void OperationQueue::addOperation(Work& operation) {
+    auto& pool = TaskPool::shared();
     const std::lock_guard lock(mutex_);
-    waiting_.push_back(std::move(operation));
-    if (runs_) return;
-    TaskPool::shared().submitNext([self = shared_from_this()] { self->runAll(); });
-    runs_ = true;
+    waiting_.push(operation);
+    if (!std::exchange(runs_, true)) pool.submitNext(turn_.of(shared_from_this()));
 }
 
 void OperationQueue::runAll() {
-    while (Operation operation = next()) {
+    while (Work* operation = next()) {
         try {
-            operation();
+            operation->run();
         } catch (...) {  // The next operation still gets its turn.
         }
     }
 }
 
-OperationQueue::Operation OperationQueue::next() {
+Work* OperationQueue::next() {
     const std::lock_guard lock(mutex_);
-    if (waiting_.empty()) {
-        runs_ = false;
-        return nullptr;
-    }
-    Operation operation = std::move(waiting_.front());
-    waiting_.pop_front();
-    return operation;
+    runs_ = !waiting_.isEmpty();
+    return runs_ ? &waiting_.pop() : nullptr;
 }
 
 }  // namespace kivo::platform

@@ -1,9 +1,9 @@
 #pragma once
 
-#include <deque>
-#include <functional>
 #include <memory>
 #include <mutex>
+
+#include "kivo/platform/Work.h"
 
 namespace kivo::platform {
 
@@ -12,17 +12,16 @@ namespace kivo::platform {
 /// has run.
 class OperationQueue : public std::enable_shared_from_this<OperationQueue> {
 public:
-    using Operation = std::function<void()>;
-
-    void addOperation(Operation operation);
+    void addOperation(Work& operation);
 
 private:
     void runAll();
-    Operation next();
+    Work* next();
 
     std::mutex mutex_;
-    std::deque<Operation> waiting_;
+    WorkQueue waiting_;
     bool runs_ = false;
+    Step<OperationQueue> turn_{&OperationQueue::runAll};
 };
 
 }  // namespace kivo::platform

@@ -77,8 +77,8 @@ bool prepareOnce() {
     keepOpenSSLToTheEnd();
     requireOpenSSL();
     if (curl_global_init(CURL_GLOBAL_DEFAULT) != CURLE_OK) throw std::bad_alloc();
-    std::atexit(
-        endProcess);  // After libcurl's start: the hook runs before OpenSSL's own exit handler.
+    // After libcurl's start: the hook runs before OpenSSL's own exit handler.
+    std::atexit(endProcess);
     pinLibrary();
     return true;
 }

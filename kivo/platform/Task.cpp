@@ -2,24 +2,26 @@
 
 #include "kivo/platform/Process.h"
 #include "kivo/platform/TaskPool+Scopes.h"
+#include "kivo/platform/Work.h"
 
 namespace kivo::platform {
 
 namespace {
 
-/// A coroutine that nobody awaits: it destroys itself when it ends.
+/// A coroutine that nobody awaits, and work for the pool as it is: it destroys itself when it ends.
 struct Detached {
-    struct promise_type {
-        Detached get_return_object() noexcept {
-            return {std::coroutine_handle<promise_type>::from_promise(*this)};
-        }
+    struct promise_type final : Work {
+        using Handle = std::coroutine_handle<promise_type>;
+
+        Detached get_return_object() noexcept { return {*this}; }
+        void run() override { Handle::from_promise(*this).resume(); }
         std::suspend_always initial_suspend() noexcept { return {}; }
         std::suspend_never final_suspend() noexcept { return {}; }
         void return_void() noexcept {}
         void unhandled_exception() noexcept {}
     };
 
-    std::coroutine_handle<> handle;
+    Work& work;
 };
 
 /// The parameters live as long as the work: the owner, and the mark that it is unfinished.
@@ -32,14 +34,9 @@ Detached carry([[maybe_unused]] std::shared_ptr<const void> owner,
 
 void launch(std::shared_ptr<const void> owner, Task<void> work) {
     if (!Process::isOwn()) return;
+    auto& pool = TaskPool::shared();
     TaskPool::Activity unfinished;
-    const Detached detached = carry(std::move(owner), std::move(unfinished), std::move(work));
-    try {
-        TaskPool::shared().submitNext([handle = detached.handle] { handle.resume(); });
-    } catch (...) {
-        detached.handle.destroy();
-        throw;
-    }
+    pool.submitNext(carry(std::move(owner), std::move(unfinished), std::move(work)).work);
 }
 
 }  // namespace kivo::platform

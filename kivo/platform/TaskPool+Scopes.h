@@ -4,6 +4,7 @@
 
 #include "kivo/platform/Export.h"
 #include "kivo/platform/TaskPool.h"
+#include "kivo/platform/Work.h"
 
 namespace kivo::platform {
 
@@ -16,6 +17,7 @@ public:
 
 private:
     const bool isOutermost_;
+    WorkQueue gathered_;
 };
 
 class TaskPool::Activity {

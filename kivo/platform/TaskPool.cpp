@@ -3,12 +3,10 @@
 #include <algorithm>
 #include <atomic>
 #include <condition_variable>
-#include <deque>
+#include <exception>
+#include <memory>
 #include <mutex>
-#include <new>
-#include <system_error>
 #include <utility>
-#include <vector>
 
 #include "kivo/platform/Process.h"
 #include "kivo/platform/TaskPool+Scopes.h"
@@ -20,7 +18,8 @@ namespace {
 
 std::atomic<bool> started{false};
 thread_local bool onPoolThread = false;
-thread_local bool isHandingOver = false;
+/// Where what this thread submits gathers, while it does.
+thread_local WorkQueue* gathering = nullptr;
 
 }  // namespace
 
@@ -32,29 +31,29 @@ public:
         startWorker("kivo-pool-1");
         try {
             startWorker("kivo-pool-2");
-        } catch (const std::system_error&) {  // One thread does the work of two, only later.
+        } catch (const std::exception&) {  // One thread does the work of two, only later.
         }
     }
 
-    void push(Kind kind, Job job) {
-        if (isHandingOver) return gathered.push_back({kind, std::move(job)});
+    void push(Work::Kind kind, Job job) {
+        if (!Process::isOwn()) return;
+        Work& work = makeWork(std::move(job));
+        work.kind = kind;
+        push(work);
+    }
+
+    void push(Work& work) {
+        if (gathering != nullptr) return gathering->push(work);
         std::unique_lock lock(mutex_);
-        pushLocked(kind, std::move(job));
-        const bool isTakenNext = kind == Kind::next && onPoolThread && queue_.size() == 1;
+        const bool isTakenNext = work.kind == Work::Kind::next && onPoolThread && queue_.isEmpty();
+        pushLocked(work);
         if (!isTakenNext) unlockAndWakeOne(lock);
     }
 
-    static bool hasGathered() { return !gathered.empty(); }
-
-    /// Without memory for one of them, it and what follows it are dropped.
-    void pushGathered() noexcept {
+    void pushAll(WorkQueue& gathered) {
         std::unique_lock lock(mutex_);
-        try {
-            for (auto& [kind, job] : gathered) pushLocked(kind, std::move(job));
-        } catch (const std::bad_alloc&) {
-        }
+        while (!gathered.isEmpty()) pushLocked(gathered.pop());
         unlockAndWakeOne(lock);
-        gathered.clear();
     }
 
     void beginActivity() {
@@ -82,11 +81,6 @@ public:
     }
 
 private:
-    struct Entry {
-        Kind kind;
-        Job job;
-    };
-
     void startWorker(const char* name) {
         const std::lock_guard lock(mutex_);
         startThread(name, [this] {
@@ -96,8 +90,8 @@ private:
         ++workers_;
     }
 
-    void pushLocked(Kind kind, Job job) {
-        queue_.push_back({kind, std::move(job)});
+    void pushLocked(Work& work) {
+        queue_.push(work);
         ++unfinished_;
     }
 
@@ -114,23 +108,23 @@ private:
         if (isNeeded) ready_.notify_one();
     }
 
-    bool canTake() const { return !barrierRuns_ && !queue_.empty(); }
+    bool canTake() const { return !barrierRuns_ && !queue_.isEmpty(); }
 
     void work() {
         onPoolThread = true;
         std::unique_lock lock(mutex_);
-        while (awaitEntry(lock)) {
-            Entry entry = std::move(queue_.front());
-            queue_.pop_front();
-            if (stopping_ && isTask(entry.kind)) {
-                abandoned_.push_back(std::move(entry));
+        while (awaitWork(lock)) {
+            Work& work = queue_.pop();
+            if (stopping_ && isTask(work)) {
+                abandoned_.push(work);
                 continue;
             }
-            barrierRuns_ = entry.kind == Kind::barrier;
+            const bool isBarrier = work.kind == Work::Kind::barrier;
+            barrierRuns_ = isBarrier;
             unlockAndWakeOne(lock);
-            run(entry.job);
+            run(work);
             lock.lock();
-            if (entry.kind == Kind::barrier) barrierRuns_ = false;
+            if (isBarrier) barrierRuns_ = false;
             endActivityLocked();
         }
         --workers_;
@@ -139,7 +133,7 @@ private:
     }
 
     /// Sleeps until there is something to take; false once the process ends and nothing is left.
-    bool awaitEntry(std::unique_lock<std::mutex>& lock) {
+    bool awaitWork(std::unique_lock<std::mutex>& lock) {
         ++sleepers_;
         ready_.wait(lock, [this] { return canTake() || (stopping_ && !barrierRuns_); });
         --sleepers_;
@@ -147,23 +141,22 @@ private:
         return canTake();
     }
 
-    static bool isTask(Kind kind) { return kind == Kind::task || kind == Kind::next; }
-
-    static void run(Job& job) noexcept {
-        try {
-            job();
-        } catch (...) {  // Nobody is left to tell; the host must not be harmed.
-        }
-        job = nullptr;
+    static bool isTask(const Work& work) {
+        return work.kind == Work::Kind::task || work.kind == Work::Kind::next;
     }
 
-    static inline thread_local std::vector<Entry> gathered;  // Keeps its memory for the next time.
+    static void run(Work& work) noexcept {
+        try {
+            work.run();
+        } catch (...) {  // Nobody is left to tell; the host must not be harmed.
+        }
+    }
 
     std::mutex mutex_;
     std::condition_variable ready_;
     std::condition_variable changed_;
-    std::deque<Entry> queue_;
-    std::deque<Entry> abandoned_;  // Kept, not freed: at the process end nothing is torn down.
+    WorkQueue queue_;
+    WorkQueue abandoned_;  // Kept, not freed: at the process end nothing is torn down.
     int workers_ = 0;
     int sleepers_ = 0;
     int unfinished_ = 0;
@@ -172,9 +165,12 @@ private:
     bool stopping_ = false;
 };
 
-TaskPool::TaskPool() : state_(*new State) {
-    Process::prepare();
+TaskPool::TaskPool() : TaskPool((Process::prepare(), std::make_unique<State>())) {}
+
+/// The state belongs to the threads as soon as there is one.
+TaskPool::TaskPool(std::unique_ptr<State> state) : state_(*state) {
     state_.start();
+    static_cast<void>(state.release());
     started = true;
 }
 
@@ -183,13 +179,13 @@ TaskPool& TaskPool::shared() {
     return pool;
 }
 
-void TaskPool::submit(Job job) { enqueue(Kind::task, std::move(job)); }
-void TaskPool::submitNext(Job job) { enqueue(Kind::next, std::move(job)); }
-void TaskPool::submitBarrier(Job job) { enqueue(Kind::barrier, std::move(job)); }
-void TaskPool::submitCommit(Job job) { enqueue(Kind::commit, std::move(job)); }
+void TaskPool::submit(Job job) { state_.push(Work::Kind::task, std::move(job)); }
+void TaskPool::submitBarrier(Job job) { state_.push(Work::Kind::barrier, std::move(job)); }
+void TaskPool::submitCommit(Job job) { state_.push(Work::Kind::commit, std::move(job)); }
 
-void TaskPool::enqueue(Kind kind, Job job) {
-    if (Process::isOwn()) state_.push(kind, std::move(job));
+void TaskPool::submitNext(Work& work) noexcept {
+    work.kind = Work::Kind::next;
+    if (Process::isOwn()) state_.push(work);
 }
 
 bool TaskPool::waitUntilIdle(std::chrono::milliseconds timeout) {
@@ -202,12 +198,14 @@ void TaskPool::stopAll(std::chrono::steady_clock::time_point deadline) {
 
 bool TaskPool::isPoolThread() noexcept { return onPoolThread; }
 
-TaskPool::Handover::Handover() : isOutermost_(!std::exchange(isHandingOver, true)) {}
+TaskPool::Handover::Handover() : isOutermost_(gathering == nullptr) {
+    if (isOutermost_) gathering = &gathered_;
+}
 
 TaskPool::Handover::~Handover() {
     if (!isOutermost_) return;
-    isHandingOver = false;
-    if (State::hasGathered()) TaskPool::shared().state_.pushGathered();
+    gathering = nullptr;
+    if (!gathered_.isEmpty()) TaskPool::shared().state_.pushAll(gathered_);
 }
 
 TaskPool::Activity::Activity() { TaskPool::shared().state_.beginActivity(); }

@@ -2,10 +2,13 @@
 
 #include <chrono>
 #include <functional>
+#include <memory>
 
 #include "kivo/platform/Export.h"
 
 namespace kivo::platform {
+
+class Work;
 
 /// The process's background threads, two, started on first use, and the one queue they take their
 /// work from. Any thread may call, and nothing blocks but `waitUntilIdle`. A job that throws is
@@ -21,9 +24,9 @@ public:
     /// Runs `job` on a pool thread, after every barrier submitted before it.
     void submit(Job job);
 
-    /// Like `submit`, for a job that carries on where the calling one is about to end: a pool
-    /// thread takes it up itself, next, rather than wake the other one for it.
-    KIVO_HIDDEN void submitNext(Job job);
+    /// Like `submit`, for work that carries on where the calling one is about to end: a pool
+    /// thread takes it up itself, next, rather than wake the other one for it. Never fails.
+    KIVO_HIDDEN void submitNext(Work& work) noexcept;
 
     /// Runs `job` after every barrier submitted before it, and holds back what is submitted after
     /// it until it has returned. Keep it short. It still runs when the process is about to end.
@@ -53,11 +56,10 @@ public:
     class Activity;
 
 private:
-    enum class Kind { task, next, barrier, commit };
     class KIVO_HIDDEN State;
 
     KIVO_HIDDEN TaskPool();
-    KIVO_HIDDEN void enqueue(Kind kind, Job job);
+    KIVO_HIDDEN explicit TaskPool(std::unique_ptr<State> state);
 
     State& state_;
 };

@@ -50,8 +50,9 @@ public:
     /// to begin then.
     virtual void startLoading() = 0;
 
-    /// Ends what is still going on. Called after the end of every load that this object was to
-    /// serve, on any thread, perhaps while `startLoading` runs.
+    /// Ends what is still going on. Called after the end of the load, on any thread, perhaps while
+    /// `startLoading` runs. An object that was made too late, when its load had ended, gets neither
+    /// call.
     virtual void stopLoading() = 0;
 
 private:

@@ -35,11 +35,15 @@ std::shared_ptr<URLSessionDataTask> URLSession::dataTask(URLRequest request,
 }
 
 Task<URLSession::DataAndResponse> URLSession::data(URLRequest request) const {
-    auto start = [this, request = std::move(request)](
+    auto start = [session = *this, request = std::move(request)](
                      const CheckedContinuation<DataAndResponse>& continuation) {
-        dataTask(request, [continuation](auto data, auto response, auto error) {
-            continuation.resume(result(std::move(data), std::move(response), std::move(error)));
-        })->resume();
+        session
+            .dataTask(request,
+                      [continuation](auto data, auto response, auto error) {
+                          continuation.resume(
+                              result(std::move(data), std::move(response), std::move(error)));
+                      })
+            ->resume();
     };
     co_return co_await withCheckedThrowingContinuation<DataAndResponse>("data(for:)",
                                                                         std::move(start));

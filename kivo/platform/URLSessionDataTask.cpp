@@ -13,7 +13,12 @@ namespace kivo::platform {
 
 namespace {
 
-std::exception_ptr urlError(URLError::Code code) { return std::make_exception_ptr(URLError(code)); }
+/// Without memory for it, that.
+std::exception_ptr urlError(URLError::Code code) noexcept try {
+    return std::make_exception_ptr(URLError(code));
+} catch (...) {
+    return std::current_exception();
+}
 
 }  // namespace
 
@@ -30,16 +35,10 @@ void URLSessionDataTask::resume() {
     const std::lock_guard lock(mutex_);
     if (resumed_ || ended_) return;
     TaskPool::Activity unfinished;
-    const auto timeLimit = scheduleTimeLimit();
-    try {
-        TaskPool::shared().submitNext([self = shared_from_this()] { self->startLoading(); });
-    } catch (...) {
-        NetworkThread::shared().unschedule(timeLimit);
-        throw;
-    }
+    timeLimit_ = scheduleTimeLimit();
     unfinished_.emplace(std::move(unfinished));
-    timeLimit_ = timeLimit;
     resumed_ = true;
+    TaskPool::shared().submitNext(start_.of(shared_from_this()));
 }
 
 TimerQueue::Timer URLSessionDataTask::scheduleTimeLimit() {
@@ -125,7 +124,7 @@ void URLSessionDataTask::end(std::exception_ptr error) {
         protocol = std::exchange(protocol_, nullptr);
         timeLimit = std::exchange(timeLimit_, std::nullopt);
     }
-    delegateQueue_->addOperation([self = shared_from_this()] { self->complete(); });
+    delegateQueue_->addOperation(completion_.of(shared_from_this()));
     if (timeLimit) NetworkThread::shared().unschedule(*timeLimit);
     if (protocol) protocol->stopLoading();
 }

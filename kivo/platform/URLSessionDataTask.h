@@ -54,6 +54,9 @@ private:
     void end(std::exception_ptr error);
     void complete();
 
+    Step<URLSessionDataTask> start_{&URLSessionDataTask::startLoading};
+    Step<URLSessionDataTask> completion_{&URLSessionDataTask::complete};
+
     const std::shared_ptr<const URLSessionConfiguration> configuration_;
     const std::shared_ptr<OperationQueue> delegateQueue_;
     URLRequest request_;  // Until the protocol has it.

@@ -8,8 +8,8 @@
 
 namespace kivo {
 
-/// What a host gets where there is no memory for the plugin: it drops every operation, as the
-/// plugin itself does where memory is lacking.
+/// What a host gets where there is no memory or no thread for the plugin: it drops every operation,
+/// as the plugin itself does where they are lacking.
 class IdlePlugin final : public KivoCommunicationPlugin {
 public:
     /// Takes no memory and is never destroyed.

@@ -34,7 +34,7 @@ std::shared_ptr<KivoCommunicationPlugin> KivoSDK::initialise(const KivoConfig& c
     try {
         const bool isFirst = !instance() && makePlugin(config);
         if (!isFirst) platform::Console::print("Kivo already initialized");
-    } catch (...) {  // No memory: a later call may have more luck.
+    } catch (...) {  // No memory, or no thread: a later call may have more luck.
     }
     auto made = instance();
     return made ? made : IdlePlugin::shared();

@@ -16,8 +16,9 @@ class KIVO_EXPORT KivoSDK {
 public:
     /// Makes the plugin on the first call, which starts SDK authentication in the background, and
     /// returns it, never empty. Every later call prints "Kivo already initialized", ignores
-    /// `config` and returns the same plugin. Any threads may race. Where there is no memory for the
-    /// plugin, the one returned drops every operation, and the next call tries again.
+    /// `config` and returns the same plugin. Any threads may race. Where there is no memory or no
+    /// thread for the plugin, the one returned drops every operation, and the next call tries
+    /// again.
     static std::shared_ptr<KivoCommunicationPlugin> initialise(const KivoConfig& config) noexcept;
 
     /// The plugin, or empty before the first `initialise`.

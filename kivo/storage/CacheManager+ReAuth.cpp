@@ -40,8 +40,8 @@ platform::Task<std::string> CacheManager::reAuthSdk() {
     auto call = dataOf(repository.authenticateSdk(*std::move(request)));
     const auto data = co_await std::move(call);
     saveMerchantJwtTokenTemp(data);
-    co_return data
-        .merchantToken;  // The answer's own token: the queued write may not have been applied yet.
+    // The answer's own token: the queued write may not have been applied yet.
+    co_return data.merchantToken;
 }
 
 platform::Task<std::string> CacheManager::reAuthUser() {

@@ -30,8 +30,8 @@ std::optional<Record> record(const char* name) {
     if (!data) return std::nullopt;
     try {
         return platform::JSON::decode<Record>(*data);
-    } catch (
-        const std::exception&) {  // Another version's record: as good as none, and left as it is.
+    } catch (const std::exception&) {
+        // Another version's record: as good as none, and left as it is.
         return std::nullopt;
     }
 }

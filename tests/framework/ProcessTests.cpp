@@ -72,7 +72,8 @@ TEST_F(ProcessTest, EveryKindOfExitIsCleanWithWorkInFlight) {
     runHost("name init await user await");
     for (const char* path : {"sdk/authenticate", "user/authenticate", "update-device-token"})
         backend().answer(path, hanging());
-    for (const std::string ending : {"exit", "quick-exit", "exit-elsewhere", "return"})
+    for (const std::string ending :
+         {"exit", "quick-exit", "exit-elsewhere", "exit-static", "return"})
         for (const std::string load : {"0:token", "40:token"}) {
             const auto ended = runHost("name init user " + load + " " + ending);
             EXPECT_EQ(ended.status, 0) << ending << ' ' << load;

@@ -196,6 +196,11 @@ struct ExitsInDestructor {
     }
 } exitInDestructor;
 
+/// A host's own farewell, between the end of its main thread and Kivo's exit hook.
+struct LastWords {
+    ~LastWords() { everyOperation(); }
+};
+
 const std::map<std::string, void (*)()> commands = {
     {"name", [] { kivo::platform::Bundle::setMainIdentifier("com.example.tests"); }},
     {"init", initialise},
@@ -212,7 +217,11 @@ const std::map<std::string, void (*)()> commands = {
     {"exit", [] { std::exit(0); }},
     {"quick-exit", [] { std::quick_exit(0); }},
     {"exit-elsewhere", [] { std::thread([] { std::exit(0); }).join(); }},
-    {"exit-static", [] { exitInDestructor.isWanted = true; }},
+    {"exit-static",
+     [] {
+         static const LastWords spoken;
+         exitInDestructor.isWanted = true;
+     }},
     {"abort", [] { std::abort(); }},
     {"return", [] {}},
     {"time-exit", timeExit},

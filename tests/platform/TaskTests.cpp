@@ -66,8 +66,9 @@ TEST(ContinuationTest, ItResumesOnceWithAValueOrAnErrorFromAnywhere) {
 
 TEST(TaskPoolTest, BarriersAndTheOperationsOfAQueueRunOneAtATimeInOrderAndMayThrow) {
     const auto queue = std::make_shared<OperationQueue>();
-    const std::function<void(TaskPool::Job)> ways[] = {[](auto job) { pool().submitBarrier(job); },
-                                                       [&](auto job) { queue->addOperation(job); }};
+    const std::function<void(TaskPool::Job)> ways[] = {
+        [](auto job) { pool().submitBarrier(job); },
+        [&](auto job) { queue->addOperation(makeWork(job)); }};
     for (const auto& handIn : ways) {
         int next[4] = {};  // Plain, as all here: who runs it must order it.
         bool inside = false;

@@ -1,0 +1,91 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <utility>
+
+namespace kivo::platform {
+
+/// Something to be run once. What waits to be run is chained through itself, so that queueing it
+/// takes no memory and cannot fail. It owns itself: nobody touches it after `run()`.
+class Work {
+public:
+    /// How the pool treats it: `next` is a task that carries on where the one that submits it ends.
+    enum class Kind : std::uint8_t { task, next, barrier, commit };
+
+    virtual void run() = 0;
+
+    Work(const Work&) = delete;
+    Work& operator=(const Work&) = delete;
+
+    Kind kind = Kind::task;
+
+protected:
+    Work() = default;
+    ~Work() = default;
+
+private:
+    friend class WorkQueue;
+
+    Work* behind_ = nullptr;
+};
+
+/// First in, first out. It owns nothing; its owner guards it.
+class WorkQueue {
+public:
+    bool isEmpty() const noexcept { return first_ == nullptr; }
+
+    void push(Work& work) noexcept {
+        work.behind_ = nullptr;
+        (first_ == nullptr ? first_ : last_->behind_) = &work;
+        last_ = &work;
+    }
+
+    /// Not for an empty one.
+    Work& pop() noexcept { return *std::exchange(first_, first_->behind_); }
+
+private:
+    Work* first_ = nullptr;
+    Work* last_ = nullptr;
+};
+
+/// `function` as work, which frees itself when it has run.
+inline Work& makeWork(std::function<void()> function) {
+    class Function final : public Work {
+    public:
+        explicit Function(std::function<void()> function) : function_(std::move(function)) {}
+        void run() override {
+            const std::unique_ptr<Function> self(this);
+            function_();
+        }
+
+    private:
+        const std::function<void()> function_;
+    };
+    return *new Function(std::move(function));
+}
+
+/// One operation of `Owner` as work that is a part of it: having it run later cannot fail.
+template <typename Owner>
+class Step final : public Work {
+public:
+    explicit Step(void (Owner::*operation)()) : operation_(operation) {}
+
+    /// Keeps `owner` alive until it has run.
+    Work& of(std::shared_ptr<Owner> owner) noexcept {
+        owner_ = std::move(owner);
+        return *this;
+    }
+
+    void run() override {
+        const auto owner = std::exchange(owner_, nullptr);
+        (owner.get()->*operation_)();
+    }
+
+private:
+    void (Owner::*operation_)();
+    std::shared_ptr<Owner> owner_;
+};
+
+}  // namespace kivo::platform
