@@ -1,7 +1,9 @@
 #include <algorithm>
 #include <nlohmann/json.hpp>
+#include <variant>
 
 #include "kivo/platform/DecodingError.h"
+#include "kivo/platform/JSONMalformedText.h"
 #include "kivo/platform/JSONValue.h"
 
 namespace kivo::platform::JSON {
@@ -12,7 +14,9 @@ namespace {
 /// and no memory for what nobody reads.
 class ShapeReader final : public nlohmann::json_sax<nlohmann::json> {
 public:
-    ShapeReader(Value& root, Shape shape) : next_(&root), nextShape_(shape) {}
+    /// `isMarked` says that a text with a mark in it is malformed, and must not be read.
+    ShapeReader(Value& root, Shape shape, bool isMarked)
+        : next_(&root), nextShape_(shape), isMarked_(isMarked) {}
 
     const std::string& complaint() const { return complaint_; }
 
@@ -28,7 +32,10 @@ public:
     }
 
     bool string(string_t& text) override {
-        if (next_ != nullptr) next_->text = std::move(text);
+        if (next_ != nullptr) {
+            if (isMarked_ && text.find(malformedMark) != string_t::npos) return false;
+            next_->text = std::move(text);
+        }
         return put(Value::Kind::text);
     }
 
@@ -83,6 +90,7 @@ private:
 
     Value* next_;  // Where the next value goes; null when it is not kept.
     Shape nextShape_;
+    const bool isMarked_;
     std::vector<Level> open_;
     std::string complaint_;
 };
@@ -91,16 +99,26 @@ private:
     throw DecodingError(DecodingError::Kind::dataCorrupted, "", reason);
 }
 
+/// What `data` holds, or why it cannot be read.
+std::variant<Value, std::string> attempt(const Data& data, Shape shape, bool isMarked) {
+    // The parser would take it for the end.
+    if (data.find('\0') != Data::npos) return "it holds a NUL byte";
+    Value root;
+    ShapeReader reader(root, shape, isMarked);
+    if (nlohmann::json::sax_parse(data, &reader)) return root;
+    return reader.complaint();
+}
+
 }  // namespace
 
+/// A reply fails only for a malformed text that is read, so what does not parse gets a second try.
 Value parse(const Data& data, Shape shape) {
     if (data.empty()) refuse("there is no data");
-    if (data.find('\0') != Data::npos)
-        refuse("it holds a NUL byte");  // The parser would take it for the end.
-    Value root;
-    ShapeReader reader(root, shape);
-    if (!nlohmann::json::sax_parse(data, &reader)) refuse(reader.complaint());
-    return root;
+    auto result = attempt(data, shape, false);
+    if (auto* value = std::get_if<Value>(&result)) return std::move(*value);
+    auto marked = attempt(withMalformedTextMarked(data), shape, true);
+    if (auto* value = std::get_if<Value>(&marked)) return std::move(*value);
+    refuse(std::get<std::string>(result));
 }
 
 }  // namespace kivo::platform::JSON

@@ -61,10 +61,11 @@ TEST(JSONDecoding, ReadsTheFirstOfEachKeyThatRecordsAskForOrSaysWhyNot) {
         {R"({"ok":true,"text":"","data":[]})", R"(typeMismatch at "data": expected an object, found an array)"},
         {R"({"ok":true,"text":"","data":{"phone":"7"}})", R"(keyNotFound at "data.name": there is no such key)"},
         {R"({"ok":true,"text":"","data":{"name":"","phone":false}})", R"(typeMismatch at "data.phone": expected a text, found a Boolean)"},
+        {"{\"x\":[\"\xFF\n\0\\\"\",\"\\ud83d\"],\"\\udc00\":\"\\ud83d\\ud83d\",\"ok\":true,\"text\":\"m\"}"s, plain},
         {"null", "valueNotFound at the top level: expected an object, found null"},
         {"", corrupted + "there is no data"}, {plain + "\0<tail>"s, corrupted + "it holds a NUL byte"},
         {"{\"ok\":<html>", corrupted + "not valid JSON at byte 7"}, {plain + "{}", corrupted + "not valid JSON at byte 23"},
-        {"{\"ok\":\"\xED\xA0\x80\"}", corrupted + "not valid JSON at byte 9"}, {R"({"ok":"\udc00"})", corrupted + "not valid JSON at byte 13"}};
+        {"{\"ok\":\"\xED\xA0\x80\"}", corrupted + "not valid JSON at byte 9"}, {R"({"ok":true,"text":"\udc00"})", corrupted + "not valid JSON at byte 25"}};
     // clang-format on
     for (const auto& [json, expected] : table) EXPECT_EQ(decoded(json), expected) << json;
 }
