@@ -19,7 +19,7 @@ namespace kivo::backend {
 namespace {
 
 using nlohmann::json;
-constexpr std::size_t longestUpload = 8 * 1024 * 1024;
+constexpr std::size_t longestUpload = 1024 * 1024;
 constexpr std::size_t manyConnections = 64;
 constexpr std::uint16_t anyPort = 80;
 

@@ -18,7 +18,7 @@ namespace {
 
 using nlohmann::json;
 constexpr std::chrono::milliseconds pollingPause(100);
-constexpr std::uintmax_t largestImage = 8 * 1024 * 1024;
+constexpr std::uintmax_t largestImage = 1024 * 1024;
 
 std::string counted(const json& count, const std::string& one) {
     return count.dump() + " " + one + (count == 1 ? "" : "s");
@@ -60,10 +60,13 @@ std::string totalsSection(const json& totals) {
 }
 
 std::string imageIn(const std::string& file) {
+    const std::string advice =
+        "; name a picture of at most 1 MiB, as in: kivo-dev push --image-file a.png";
     std::error_code error;
     const auto size = std::filesystem::file_size(file, error);
-    if (error) throw std::runtime_error("cannot read " + file + ": " + error.message());
-    if (size > largestImage) throw std::runtime_error(file + " is larger than 8 MiB");
+    if (error) throw std::runtime_error("cannot read " + file + ": " + error.message() + advice);
+    if (size == 0) throw std::runtime_error(file + " is empty" + advice);
+    if (size > largestImage) throw std::runtime_error(file + " is larger than 1 MiB" + advice);
     return contentOf(file);
 }
 
@@ -75,10 +78,17 @@ std::string safeName(const std::string& file) {
     return plain ? "image" + ending : "image";
 }
 
+std::string lossLine(std::uint64_t missing) {
+    return "kivo-dev: " + std::to_string(missing) +
+           " more came, too fast to be shown; only the newest are kept\n";
+}
+
 /// The number of the newest request that was shown.
 std::uint64_t showRequestsAfter(const AdminClient& backend, std::uint64_t number, bool asJson) {
     const auto answer = json::parse(backend.get("/requests?after=" + std::to_string(number)));
     for (const auto& request : answer.at("requests")) {
+        const auto missing = request.at("number").get<std::uint64_t>() - number - 1;
+        if (number > 0 && missing > 0) printError(lossLine(missing));
         number = request.at("number");
         print(asJson ? request.dump() + "\n" : request.at("line").get<std::string>());
     }
@@ -91,8 +101,8 @@ void followRequests(const AdminClient& backend, std::uint64_t number, bool asJso
             std::this_thread::sleep_for(pollingPause);
             number = showRequestsAfter(backend, number, asJson);
         }
-    } catch (const std::runtime_error&) {
-        printError("kivo-dev: the backend has ended\n");
+    } catch (const std::runtime_error& error) {
+        printError(std::string("kivo-dev: no more requests: ") + error.what() + "\n");
     }
 }
 

@@ -62,13 +62,15 @@ siginfo_t ChildWatch::awaitSignal() {
     return signal;
 }
 
-/// What the terminal sends, the child gets as well, if it is there already.
+/// What the terminal sends, the child gets as well, if it is there already and has not begun a
+/// group of its own.
 void ChildWatch::handOn(const siginfo_t& signal) {
     if (signal.si_signo == SIGCHLD) return;
     const bool fromTerminal = signal.si_code > 0;
+    const bool sharesGroup = ::getpgid(child_) == ::getpgrp();
     const bool early = sigismember(&early_, signal.si_signo) == 1;
     sigdelset(&early_, signal.si_signo);
-    if (early || !fromTerminal) ::kill(child_, signal.si_signo);
+    if (early || !fromTerminal || !sharesGroup) ::kill(child_, signal.si_signo);
 }
 
 }  // namespace kivo::backend

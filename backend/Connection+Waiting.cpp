@@ -7,6 +7,7 @@
 #include <boost/asio/use_awaitable.hpp>
 
 #include <array>
+#include <memory>
 
 namespace kivo::backend {
 namespace asio = boost::asio;
@@ -26,9 +27,17 @@ asio::awaitable<void> Connection::holdBack(const Reply& reply) {
     if (reply.conduct == Conduct::hang) co_await untilReleased();
 }
 
+/// Ends early, and the connection with it, when the client leaves.
 asio::awaitable<void> Connection::pause(std::chrono::milliseconds duration) {
-    asio::steady_timer timer(stream_.get_executor(), duration);
-    co_await timer.async_wait(asio::use_awaitable);
+    const auto timer = std::make_shared<asio::steady_timer>(stream_.get_executor(), duration);
+    auto& socket = stream_.socket();
+    socket.async_wait(asio::ip::tcp::socket::wait_read, [timer](const error_code& interruption) {
+        if (!interruption) timer->cancel();
+    });
+    error_code departure;
+    co_await timer->async_wait(asio::redirect_error(asio::use_awaitable, departure));
+    error_code ignored;
+    departure ? socket.close(ignored) : socket.cancel(ignored);
 }
 
 /// Throws away what is not sent yet, and lets the peer know that something broke.

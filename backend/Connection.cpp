@@ -104,9 +104,12 @@ asio::awaitable<Connection::Next> Connection::serveRequest(Stream& stream) {
     limitSilence();
     error_code error;
     idle_ = true;
-    co_await http::async_read(stream, buffer_, parser,
-                              asio::redirect_error(asio::use_awaitable, error));
+    co_await http::async_read_header(stream, buffer_, parser,
+                                     asio::redirect_error(asio::use_awaitable, error));
     idle_ = false;
+    if (!error)
+        co_await http::async_read(stream, buffer_, parser,
+                                  asio::redirect_error(asio::use_awaitable, error));
     if (error && !isProtocolError(error)) co_return Next::close;
     Request request = requestFrom(parser);
     if (error) co_return co_await refuse(stream, std::move(request), statusFor(error));
@@ -127,8 +130,9 @@ asio::awaitable<Connection::Next> Connection::answer(Stream& stream, Request req
     keepAlive = keepAlive && !endsConnection(exchange.reply);
     exchange.delivered = co_await deliver(stream, exchange, keepAlive);
     exchange.duration = std::chrono::steady_clock::now() - start;
-    if (premises_.options.finished) premises_.options.finished(exchange);
-    co_return exchange.delivered&& keepAlive ? Next::request : Next::close;
+    const bool goesOn = exchange.delivered && keepAlive;
+    if (premises_.options.finished) premises_.options.finished(std::move(exchange));
+    co_return goesOn ? Next::request : Next::close;
 }
 
 /// Whether the whole reply went out.
@@ -175,7 +179,7 @@ asio::awaitable<Connection::Next> Connection::refuse(Stream& stream, Request req
     Exchange exchange{.request = std::move(request)};
     exchange.reply.status = status;
     exchange.delivered = co_await deliver(stream, exchange, false);
-    if (premises_.options.finished) premises_.options.finished(exchange);
+    if (premises_.options.finished) premises_.options.finished(std::move(exchange));
     co_return Next::close;
 }
 

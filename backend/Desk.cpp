@@ -19,6 +19,11 @@ std::uint64_t randomSeed() {
     return std::uint64_t{device()} << 32 | device();
 }
 
+/// One for each source of chance: with one seed for two, what one draws would foretell the other.
+std::uint64_t seedOf(const DeskOptions& options, std::uint64_t source) {
+    return (options.seed ? *options.seed : randomSeed()) + source;
+}
+
 std::string whyNot(const std::system_error& error, const std::string& port,
                    const std::string& option) {
     if (error.code() == std::errc::permission_denied)
@@ -52,8 +57,8 @@ Desk::Desk(DeskOptions options, Journal::Observer observer)
     : options_(std::move(options)),
       service_(
           {.lifetimes = options_.lifetimes, .authRead = options_.authRead, .seed = options_.seed}),
-      faults_(options_.seed ? *options_.seed : randomSeed()),
-      chance_(options_.seed ? *options_.seed : randomSeed()) {
+      faults_(seedOf(options_, 0)),
+      chance_(seedOf(options_, 1)) {
     for (const auto& fault : options_.faults) faults_.add(fault);
     journal_.observe([this](const Entry& entry) { tally_.count(entry); });
     journal_.observe(std::move(observer));
@@ -103,7 +108,7 @@ ServerOptions Desk::serverOptions() {
             .greet = [this] { return greeting(); },
             .passage = options_.passage,
             .handshakeFailed = options_.handshakeFailed,
-            .finished = [this](const Exchange& exchange) { finished(exchange); }};
+            .finished = [this](Exchange exchange) { finished(std::move(exchange)); }};
 }
 
 Greeting Desk::greeting() {
@@ -129,11 +134,12 @@ Reply Desk::goodReply(const Request& request) {
     return service_.answer(request);
 }
 
-void Desk::finished(const Exchange& exchange) {
+void Desk::finished(Exchange exchange) {
     const auto image = imageAt(exchange.request.path());
-    journal_.record({.exchange = exchange,
-                     .violations = contractViolations(exchange.request),
-                     .imageHits = image ? images_.hits(*image) : 0});
+    const unsigned hits = image ? images_.hits(*image) : 0;
+    auto violations = contractViolations(exchange.request);
+    journal_.record(
+        {.exchange = std::move(exchange), .violations = std::move(violations), .imageHits = hits});
 }
 
 }  // namespace kivo::backend

@@ -76,7 +76,7 @@ private:
     Greeting greeting();
     Reply answer(const Request& request);
     Reply goodReply(const Request& request);
-    void finished(const Exchange& exchange);
+    void finished(Exchange exchange);
     ServerOptions serverOptions();
 
     const DeskOptions options_;

@@ -64,10 +64,11 @@ bool isAddress(std::string_view host) { return addressIn(host).has_value(); }
 
 bool isDnsName(std::string_view host) {
     constexpr std::string_view others = "-.0123456789";
-    return !host.empty() && std::ranges::all_of(host, [&](char letter) {
-        return (letter >= 'a' && letter <= 'z') || (letter >= 'A' && letter <= 'Z') ||
-               others.find(letter) != others.npos;
-    });
+    const bool beginsWell = !host.empty() && host.front() != '-' && host.front() != '.';
+    return beginsWell && std::ranges::all_of(host, [&](char letter) {
+               return (letter >= 'a' && letter <= 'z') || (letter >= 'A' && letter <= 'Z') ||
+                      others.find(letter) != others.npos;
+           });
 }
 
 }  // namespace kivo::backend

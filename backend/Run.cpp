@@ -20,6 +20,7 @@
 #include <array>
 #include <cstdlib>
 #include <iterator>
+#include <set>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -110,21 +111,46 @@ int verdict(const Tally& tally, int childStatus, bool strict) {
     return broken && childStatus == 0 ? EXIT_FAILURE : childStatus;
 }
 
+/// Leads the program to its hosts, but to those that are answered here, and says so once for each:
+/// it may be the one that was meant.
+class Passages {
+public:
+    explicit Passages(Interception interception) : interception_(std::move(interception)) {}
+
+    Passage operator()(const std::string& target) {
+        if (interception_.covers(target)) return Passage::here;
+        if (told_.size() < mostTold && told_.insert(target).second)
+            print(std::string(fromBackend) + "leads on to " + target + advice(target) + "\n");
+        return Passage::through;
+    }
+
+private:
+    static std::string advice(const std::string& target) {
+        const auto host = hostAndPort(target);
+        if (!host || isAddress(host->host)) return "";
+        return "; to have it answered here: --host " + target;
+    }
+
+    static constexpr std::size_t mostTold = 100;
+
+    Interception interception_;
+    std::set<std::string> told_;
+};
+
 void prepare(DeskOptions& desk, const Authority& authority, const Interception& interception) {
     desk.identity = identityFor(authority, interception.names());
-    desk.passage = [interception](const std::string& target) {
-        return interception.covers(target) ? Passage::here : Passage::through;
-    };
+    desk.passage = Passages(interception);
     desk.handshakeFailed = [](const auto& reason) { print(fromBackend + handshakeLine(reason)); };
 }
 
 /// From the program's start to its end.
 int supervise(Desk& desk, const RunOptions& options, const TrustFile& trust,
-              const GuardedSignals& signals) {
+              const GuardedSignals& signals, const std::string& box) {
     const Route route{
         .port = desk.port(), .trustFile = trust.path(), .adminPort = desk.adminPort()};
     const ChildProcess child(options.command, childEnvironment(ownEnvironment(), route),
                              signals.maskBefore());
+    print(box);
     const auto tidyUp = [path = trust.path()] { ::unlink(path.c_str()); };
     auto& watch = *new ChildWatch(child.id(), signals, tidyUp);
     follow(child, watch.ended());
@@ -148,8 +174,8 @@ int run(RunOptions options) {
     desk.open();
     const TrustFile trust(trustedAlready() + authority.certificate());
     keepFromPrograms(inherited);
-    print(readyBox(desk, interception, options.command.front()));
-    return supervise(desk, options, trust, signals);
+    return supervise(desk, options, trust, signals,
+                     readyBox(desk, interception, options.command.front()));
 }
 
 }  // namespace kivo::backend

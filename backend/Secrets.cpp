@@ -12,6 +12,7 @@ using nlohmann::json;
 constexpr std::size_t shownOfAnEnd = 4;
 constexpr std::size_t longEnoughForBothEnds = 24;
 constexpr std::size_t shortestToken = 32;
+constexpr int deepest = 32;
 constexpr std::string_view scheme = "Bearer";
 constexpr std::array secretKeys{"apiKey", "merchantToken", "userToken", "deviceToken"};
 
@@ -34,12 +35,23 @@ std::string withoutLongWords(std::string_view text, std::size_t shortest = short
     return shown;
 }
 
-void shortenIn(json& object) {
-    for (auto& [key, value] : object.items()) {
+void shortenIn(json& container) {
+    for (auto& [key, value] : container.items()) {
         const bool secret = std::ranges::find(secretKeys, key) != secretKeys.end();
         if (secret && value.is_string()) value = shortened(value.get_ref<std::string&>());
-        if (value.is_object()) shortenIn(value);
+        if (value.is_structured()) shortenIn(value);
     }
+}
+
+/// What is nested so deeply that walking it might take the whole stack is no JSON here.
+json shallowJson(const std::string& text) {
+    bool shallow = true;
+    const auto measure = [&](int depth, json::parse_event_t, const json&) {
+        shallow = shallow && depth <= deepest;
+        return shallow;
+    };
+    auto parsed = json::parse(text, measure, false);
+    return shallow ? parsed : json();
 }
 
 }  // namespace
@@ -58,7 +70,7 @@ Header withoutSecrets(const Header& header) {
 }
 
 std::string withoutSecrets(const std::string& body) {
-    auto json = json::parse(body, nullptr, false);
+    auto json = shallowJson(body);
     if (!json.is_object()) return withoutLongWords(body);
     shortenIn(json);
     return json.dump(-1, ' ', false, json::error_handler_t::replace);

@@ -13,8 +13,8 @@ std::string shortened(std::string_view secret);
 /// The header with its value shortened if that is a secret.
 Header withoutSecrets(const Header& header);
 
-/// A body with its tokens and keys shortened. What is no JSON object loses every long word that
-/// looks like a token.
+/// A body with its tokens and keys shortened. What is no JSON object, or one nested beyond all
+/// sense, loses every long word that looks like a token.
 std::string withoutSecrets(const std::string& body);
 
 }  // namespace kivo::backend

@@ -72,10 +72,14 @@ std::string faultLines(const Desk& desk) {
     return lines;
 }
 
-/// Requests that broke the contract are a failure to the strict.
+/// Requests that broke the contract are a failure to the strict. Known at once: whoever reads the
+/// output may keep the end from coming to it.
+void note(const Entry& entry, bool strict) {
+    if (strict && !entry.violations.empty()) exitStatus = EXIT_FAILURE;
+}
+
 void judge(std::uint64_t violations, bool strict) {
     if (!strict || violations == 0) return;
-    exitStatus = EXIT_FAILURE;
     printError("kivo-dev: --strict: " + std::to_string(violations) +
                (violations == 1 ? " request" : " requests") +
                " broke the contract; see the lines with BROKEN\n");
@@ -90,8 +94,10 @@ int serve(ServeOptions options) {
     options.desk.identity = store.authority.issue(loopbackHosts());
     options.desk.handshakeFailed = [](const auto& reason) { print(handshakeLine(reason)); };
     const bool showSecrets = options.desk.showSecrets;
-    Desk desk(std::move(options.desk),
-              [showSecrets](const Entry& entry) { print(requestLine(entry, showSecrets)); });
+    Desk desk(std::move(options.desk), [showSecrets, strict = options.strict](const Entry& entry) {
+        note(entry, strict);
+        print(requestLine(entry, showSecrets));
+    });
     desk.open();
     if (options.readyDescriptor) tellReady(*options.readyDescriptor, desk, store.trustFile);
     print(readyBox(desk, store.trustFile) + faultLines(desk));

@@ -15,7 +15,9 @@
 
 #include <future>
 #include <set>
+#include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 namespace kivo::backend {
@@ -94,9 +96,19 @@ private:
                 asio::steady_timer timer(context_, acceptPause);
                 co_await timer.async_wait(asio::use_awaitable);
             } else if (open_.size() < premises_.options.limits.connections) {
+                full_ = false;
                 asio::co_spawn(context_, serve(std::move(socket)), asio::detached);
+            } else {
+                turnAway();
             }
         }
+    }
+
+    /// Says so once, until there is room again.
+    void turnAway() {
+        if (std::exchange(full_, true) || !premises_.options.handshakeFailed) return;
+        premises_.options.handshakeFailed("turned away, as " + std::to_string(open_.size()) +
+                                          " clients are connected already");
     }
 
     asio::awaitable<void> serve(tcp::socket socket) {
@@ -114,6 +126,7 @@ private:
     Premises premises_;
     std::set<Connection*> open_;
     std::uint64_t connections_ = 0;
+    bool full_ = false;
     asio::io_context context_{1};
     std::vector<tcp::acceptor> acceptors_;
     std::thread thread_;

@@ -48,10 +48,11 @@ struct ServerOptions {
     std::function<Greeting()> greet = {};
     /// Asked on the server's thread for the "host:port" of a CONNECT; without it, all end here.
     std::function<Passage(const std::string& authority)> passage = {};
-    /// Told on the server's thread why a client's TLS handshake failed; may be empty.
+    /// Told on the server's thread why a client's TLS handshake failed, or why it never began; may
+    /// be empty.
     std::function<void(const std::string& reason)> handshakeFailed = {};
     /// Told of every exchange on the server's thread; may be empty.
-    std::function<void(const Exchange&)> finished = {};
+    std::function<void(Exchange)> finished = {};
     ServerLimits limits = {};
 };
 

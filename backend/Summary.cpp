@@ -22,7 +22,10 @@ std::string summaryOf(const Totals& totals) {
     std::string text;
     for (const auto& [endpoint, count] : totals.requests)
         text += "  " + endpoint + "  " + std::to_string(count) + "\n";
-    if (totals.requests.empty()) text = "  no request came\n";
+    if (totals.requests.empty())
+        text =
+            "  no request came; is the base URL's host among those answered here? A program that "
+            "does not go by https_proxy cannot be led here\n";
     return text + "  " + counted(totals.refreshes, "refresh", "refreshes") + ", " +
            counted(totals.violations, "request", "requests") + " that broke the contract\n";
 }

@@ -6,6 +6,7 @@
 #include <exception>
 #include <iostream>
 #include <string>
+#include <vector>
 
 namespace {
 
@@ -13,6 +14,10 @@ namespace {
 void openStandardStreams() {
     for (int number = STDIN_FILENO; number <= STDERR_FILENO; ++number)
         if (::fcntl(number, F_GETFD) < 0) ::open("/dev/null", O_RDWR);
+}
+
+std::string insteadOf(const std::vector<std::string>& words) {
+    return words.empty() ? "" : ", and \"" + words.front() + "\" is none";
 }
 
 }  // namespace
@@ -28,6 +33,10 @@ int main(int count, char** arguments) {
     try {
         program.parse(count, arguments);
         return action();
+    } catch (const CLI::RequiredError& error) {
+        std::cerr << "kivo-dev: " << error.what() << insteadOf(program.remaining())
+                  << "; see: kivo-dev --help, or kivo-dev COMMAND --help\n";
+        return EXIT_FAILURE;
     } catch (const CLI::ParseError& error) {
         return program.exit(error) == EXIT_SUCCESS ? EXIT_SUCCESS : EXIT_FAILURE;
     } catch (const std::exception& error) {

@@ -35,7 +35,8 @@ void describeDesk(CLI::App& command, DeskOptions& options, bool& strict) {
     };
     set(
         "--admin-port", [&](const auto& text) { options.adminPort = adminPortIn(text); },
-        "Port for the other commands; 0 takes a free one, off goes without");
+        "Port for the other commands: 8444 unless given, a free one with --port 0 and under run; 0 "
+        "takes a free one, off goes without");
     set(
         "--ttl", [&](const auto& text) { options.lifetimes = parseLifetimes(text); },
         "Time to live of tokens")

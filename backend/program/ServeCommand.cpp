@@ -28,7 +28,7 @@ void addServe(CLI::App& program, Action& action) {
         ->add_option("--ready-fd", options->readyDescriptor,
                      "Descriptor that gets the line \"PORT TRUST-FILE\" once the backend listens, "
                      "then the admin port on a line of its own")
-        ->check(CLI::Range(0, std::numeric_limits<int>::max()));
+        ->check(CLI::Range(3, std::numeric_limits<int>::max()));
     command->callback([command, options, &action] {
         chooseAdminPort(*command, options->desk);
         action = [options] { return serve(*options); };

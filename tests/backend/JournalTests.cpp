@@ -109,6 +109,12 @@ TEST(SecretsTest, AreShortenedWhereverTheyStand) {
               R"({"data":{"userToken":"eyJh…last"},"name":"Ana"})");
     EXPECT_EQ(withoutSecrets(R"({"apiKey":"12345678","deviceToken":"123456789"})"),
               R"({"apiKey":"…","deviceToken":"1234…"})");
+    EXPECT_EQ(withoutSecrets(R"({"a":[{"userToken":"123456789"}]})"),
+              R"({"a":[{"userToken":"1234…"}]})");
+    std::string deep;
+    for (int level = 0; level < 100'000; ++level) deep += "{\"\":";
+    EXPECT_EQ(withoutSecrets(deep + "\"" + token + "\"" + std::string(100'000, '}')),
+              deep + "\"eyJh…last\"" + std::string(100'000, '}'));
     EXPECT_EQ(withoutSecrets("{broken \"" + token), "{broken \"eyJh…last");
     EXPECT_EQ(withoutSecrets({"authorization", "Bearer " + token + ",Bearer abc"}).value,
               "Bearer eyJh…last,Bearer abc");

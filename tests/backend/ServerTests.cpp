@@ -107,17 +107,19 @@ TEST_F(ServerTest, StopsAtOnceWhileRepliesHang) {
 }
 
 TEST(ServerLimitsTest, NoticesWhoIsSilentAndWhoLeaves) {
-    std::promise<bool> delivered;
-    backend::Server server(
-        {.identity = backend::Authority::make().issue({"localhost"}),
-         .handler = [](const Request&) { return hanging(); },
-         .finished = [&](const auto& exchange) { delivered.set_value(exchange.delivered); },
-         .limits = {.idle = 50ms}});
-    EXPECT_EQ(answerTo(server.port(), ""), "");
-    tcp::iostream("127.0.0.1", std::to_string(server.port())) << get("/") << std::flush;
-    auto outcome = delivered.get_future();
-    ASSERT_EQ(outcome.wait_for(patience), std::future_status::ready);
-    EXPECT_FALSE(outcome.get());
+    for (const Reply& late : {hanging(), delayed(1h, {})}) {
+        std::promise<bool> delivered;
+        backend::Server server(
+            {.identity = backend::Authority::make().issue({"localhost"}),
+             .handler = [&](const Request&) { return late; },
+             .finished = [&](const auto& exchange) { delivered.set_value(exchange.delivered); },
+             .limits = {.idle = 50ms}});
+        EXPECT_EQ(answerTo(server.port(), ""), "");
+        tcp::iostream("127.0.0.1", std::to_string(server.port())) << get("/") << std::flush;
+        auto outcome = delivered.get_future();
+        ASSERT_EQ(outcome.wait_for(patience), std::future_status::ready);
+        EXPECT_FALSE(outcome.get());
+    }
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 #include "backend/Contract.h"
 #include "backend/FaultKinds.h"
 #include "backend/RequestParser.h"
+#include "backend/Secrets.h"
 #include "backend/Service.h"
 
 #include <boost/asio/buffer.hpp>
@@ -46,6 +47,7 @@ std::string_view argumentOf(const FaultKind& kind) {
 void answer(Service& service, const Request& request) {
     for (const auto& violation : contractViolations(request))
         if (violation.empty() || violation.size() > 400) std::abort();
+    if (withoutSecrets(request.body).empty() != request.body.empty()) std::abort();
     const auto good = service.answer(request);
     for (const auto& kind : faultKinds()) {
         const auto bad = kind.misbehave ? kind.misbehave(request, good, argumentOf(kind)) : good;
