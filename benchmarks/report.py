@@ -102,7 +102,7 @@ def machine():
     with open("/proc/cpuinfo") as information:
         model = next(line.split(":")[1].strip() for line in information if line.startswith("model name"))
     curl = subprocess.run(["curl-config", "--version"], capture_output=True, text=True).stdout.strip()
-    return f"{model}, Linux {platform.release()}, {curl}"
+    return f"{model}, Linux {platform.release().split('-')[0]}, {curl}"
 
 
 def markdown(figures):

@@ -24,10 +24,9 @@ TAIL = """
 - Fault rules of `kivo-dev`, line by line: `docs/FAULTS.md`, held by the tests. Fuzzing: `scripts/fuzz` (replies and
   stored records, addresses, redirects and headers, requests and rules).
 - Exported symbols: `tests/packaging`. None of the JSON library's is among them, so a host may carry a build of its own.
-- Other operations' delay amid an endless 401 is not measured.
 - Known limits. OpenSSL begins once: where one of its first allocations fails, TLS stays away for that process, and
   its operations end in their time limits. It also takes a reply without a length as whole when the connection ends
-  without TLS's own goodbye; half a JSON text does not decode. The exit hook's patience is 40 ms, of 50.
+  without TLS's own goodbye; half a JSON text does not decode. The exit hook gives up after 40 ms; 50 are allowed.
 - Not shown: a machine without power, a kernel out of memory, `tc netem` (delays and rates are made by a proxy instead),
   network namespaces (the proxies and 127/8 stand in), a reset at every single byte unless the long form is run.
 """
@@ -47,7 +46,13 @@ def run(row, often):
     return (row.name, row.done, times, row.expected, seen, verdict)
 
 
-def table(lines): return '\n'.join('| ' + ' | '.join(str(c).replace('|', '\\|') for c in line) + ' |' for line in lines)
+def shown(cell):
+    if isinstance(cell, set): cell = sorted(cell)
+    if isinstance(cell, list): cell = ', '.join(map(str, cell))
+    return str(cell).replace('|', '\\|')
+
+
+def table(lines): return '\n'.join('| ' + ' | '.join(map(shown, line)) + ' |' for line in lines)
 
 
 def main():
