@@ -8,6 +8,8 @@
 
 namespace kivo::platform {
 
+class NetworkLoop;
+
 /// The one thread that moves bytes: it owns the libcurl multi handle and all timers. Any thread may
 /// call; nothing here waits. No code of a caller's runs on it: completions and due jobs are handed
 /// to the pool.
@@ -32,12 +34,9 @@ public:
     static void stopAll(TimerQueue::Clock::time_point deadline);
 
 private:
-    class Loop;
-
     NetworkThread();
-    explicit NetworkThread(std::unique_ptr<Loop> loop);
 
-    Loop& loop_;
+    NetworkLoop& loop_;
 };
 
 }  // namespace kivo::platform

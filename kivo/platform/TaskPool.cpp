@@ -27,12 +27,17 @@ thread_local WorkQueue* gathering = nullptr;
 /// runs, nobody takes anything up.
 class TaskPool::State {
 public:
-    void start() {
-        startWorker("kivo-pool-1");
+    /// Makes one, which belongs to its threads as soon as there is one.
+    static State& begin() {
+        Process::prepare();
+        auto state = std::make_unique<State>();
+        state->startWorker("kivo-pool-1");
+        State& begun = *state.release();
         try {
-            startWorker("kivo-pool-2");
+            begun.startWorker("kivo-pool-2");
         } catch (const std::exception&) {  // One thread does the work of two, only later.
         }
+        return begun;
     }
 
     void push(Work::Kind kind, Job job) {
@@ -165,14 +170,7 @@ private:
     bool stopping_ = false;
 };
 
-TaskPool::TaskPool() : TaskPool((Process::prepare(), std::make_unique<State>())) {}
-
-/// The state belongs to the threads as soon as there is one.
-TaskPool::TaskPool(std::unique_ptr<State> state) : state_(*state) {
-    state_.start();
-    static_cast<void>(state.release());
-    started = true;
-}
+TaskPool::TaskPool() : state_(State::begin()) { started = true; }
 
 TaskPool& TaskPool::shared() {
     static TaskPool& pool = *new TaskPool;

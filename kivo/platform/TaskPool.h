@@ -2,7 +2,6 @@
 
 #include <chrono>
 #include <functional>
-#include <memory>
 
 #include "kivo/platform/Export.h"
 
@@ -59,7 +58,6 @@ private:
     class KIVO_HIDDEN State;
 
     KIVO_HIDDEN TaskPool();
-    KIVO_HIDDEN explicit TaskPool(std::unique_ptr<State> state);
 
     State& state_;
 };
