@@ -102,8 +102,15 @@ def fail_each(kind, times, forever=0, commands='fail everything await heal init 
 def no_memory(times): return fail_each('memory', times)
 
 
-@row('no threads', 'the k-th thread cannot be had', 'no crash, no hang; later operations work', short=10)
-def no_threads(times): return fail_each('thread', times)
+@row('no threads', 'the k-th thread cannot be had', 'no crash, no hang; later operations work, at the right backend', short=10)
+def no_threads(times):
+    seen, is_right = fail_each('thread', times)
+    def misled(k):
+        server = Server()  # Its certificate is good for the development backend alone.
+        host('fail init-production await heal init-production user await', server, shim={'FAIL_KIND': 'thread', 'FAIL_AT': k})
+        return len(server.requests)
+    wrong = sum(in_parallel(misled, (1, 2, 3)))
+    return f'{seen}; {wrong} requests to the wrong backend', is_right and wrong == 0
 
 
 @row('system calls fail', 'the k-th socket, connect, send, recv, mkdir, mknod fails', 'no crash, no hang; later operations work', short=30, long=200)
