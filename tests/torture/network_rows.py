@@ -86,15 +86,15 @@ def replies(times):
 
 
 @row('cut replies', 'the wire is reset, closed, silenced at a byte of what the server sends, TLS included', 'one outcome '
-     'line each; the next operation works', short=50, long=5000)
+     'line each; every operation but the one that was cut works', short=50, long=5000)
 def cut_replies(times):
     bad, server = [], Server()
     def one(turn):
         cut, then = 1 + turn * 3600 // times, ('reset', 'close', 'reset', 'close', 'silence')[turn % 5]
         wire = Wire(server, cut, then, only_first=True)
         ended = host('init await user await token await token await', wire)
-        *_, last = (m[0] for m in OUTCOME.finditer(ended.output))
-        if not is_clean(ended) or ended.outcomes != 4 or last != OK: bad.append(f'{cut} {then}: {brief(ended)}')
+        failed = len(re.findall('^Failed', ended.output, re.M))
+        if not is_clean(ended) or ended.outcomes != 4 or failed > 1: bad.append(f'{cut} {then}: {brief(ended)}')
     in_parallel(one, range(times), 16)
     return f'{times} positions, {len(bad)} bad {bad[:4] or ""}', not bad
 
