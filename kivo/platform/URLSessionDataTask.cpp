@@ -113,8 +113,9 @@ void URLSessionDataTask::urlProtocolDidFailWithError(std::exception_ptr error) {
 }
 
 /// The first call decides. The protocol is stopped and let go outside the lock, for it may call
-/// back.
+/// back, and before any handler runs: that of a load which it was making must not find it.
 void URLSessionDataTask::end(std::exception_ptr error) {
+    const TaskPool::Handover atLast;
     std::shared_ptr<URLProtocol> protocol;
     std::optional<TimerQueue::Timer> timeLimit;
     {
