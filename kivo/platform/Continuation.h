@@ -33,12 +33,11 @@ public:
             fatalError(std::string(shared_->label) +
                        " tried to resume its continuation more than once");
         shared_->slot = std::move(outcome);
-        shared_->kept = shared_;
-        pool.submitNext(*shared_);
+        pool.submitNext(shared_->resumption.of(shared_));
     }
 
 private:
-    struct Shared final : Work {
+    struct Shared {
         Shared(const char* name, std::coroutine_handle<> handle, std::optional<Result<T>>& result)
             : label(name), suspended(handle), slot(result) {}
         ~Shared() {
@@ -46,17 +45,14 @@ private:
                 std::fprintf(stderr, "%s leaked its continuation\n", label);
         }
 
-        void run() override {
-            const auto lastOfAll = std::exchange(kept, nullptr);
-            suspended.resume();
-        }
+        void goOn() { suspended.resume(); }
 
         const char* label;
         std::coroutine_handle<> suspended;
         // Lives in the suspended operation: not to be touched once it resumes.
         std::optional<Result<T>>& slot;
         std::atomic<bool> resumed{false};
-        std::shared_ptr<Shared> kept;  // Itself, while it waits to be run.
+        Step<Shared> resumption{&Shared::goOn};
     };
 
     std::shared_ptr<Shared> shared_;

@@ -10,6 +10,7 @@
 #include "kivo/platform/HeaderLines.h"
 #include "kivo/platform/Result.h"
 #include "kivo/platform/URLRequest.h"
+#include "kivo/platform/Work.h"
 
 namespace kivo::platform {
 
@@ -61,13 +62,11 @@ public:
     /// Whether the reply came over a connection that several transfers share.
     bool isMultiplexed() const { return isMultiplexed_; }
 
-    /// Hands the outcome over.
-    void complete();
-
-    /// Where a `TransferChain` keeps the one behind it.
-    std::shared_ptr<HTTPTransfer> next;
+    /// Hands the outcome over, on the pool.
+    Step<HTTPTransfer> completing{&HTTPTransfer::complete};
 
 private:
+    void complete();
     void configureMethod(CURL* easy) const;
     void configureHeaders(CURL* easy);
     bool receive(const char* bytes, std::size_t count);

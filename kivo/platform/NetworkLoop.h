@@ -16,10 +16,9 @@
 #include "kivo/platform/EasyHandles.h"
 #include "kivo/platform/HTTPTransfer.h"
 #include "kivo/platform/Process.h"
-#include "kivo/platform/TaskPool.h"
+#include "kivo/platform/TaskPool+Scopes.h"
 #include "kivo/platform/Thread.h"
 #include "kivo/platform/TimerQueue.h"
-#include "kivo/platform/TransferChain.h"
 #include "kivo/platform/TransferQueue.h"
 
 namespace kivo::platform {
@@ -28,7 +27,7 @@ namespace kivo::platform {
 /// guards what other threads hand in; the rest belongs to the thread alone.
 class NetworkLoop {
 public:
-    NetworkLoop() : multi_(curl_multi_init()) {
+    NetworkLoop() : pool_(TaskPool::shared()), multi_(curl_multi_init()) {
         // Without descriptors libcurl makes a handle that nobody can wake.
         if (multi_ == nullptr || curl_multi_wakeup(multi_) != CURLM_OK) {
             curl_multi_cleanup(multi_);
@@ -89,9 +88,7 @@ public:
             carryOutAll();
             int running = 0;
             curl_multi_perform(multi_, &running);
-            collectEnded();
-            beginConnected();
-            attempt([this] { submitEnded(); });
+            settle();
             curl_multi_poll(multi_, nullptr, 0, millisecondsToSleep(), nullptr);
         }
     }
@@ -144,7 +141,7 @@ private:
         const std::lock_guard lock(mutex_);
         sleeps_ = commands_.empty() && !stopping_;
         if (!sleeps_) return 0;
-        if (!ended_.isEmpty() || !dueJobs_.empty()) return retryMilliseconds;
+        if (!dueJobs_.empty()) return retryMilliseconds;
         const auto earliest = timers_.earliest();
         sleepsUntil_ = earliest.value_or(TimerQueue::Clock::time_point::max());
         if (!earliest) return INT_MAX;
@@ -167,13 +164,7 @@ private:
     /// the pool, as it may hold a caller's code.
     void submitDue() {
         for (; !dueJobs_.empty(); dueJobs_.erase(dueJobs_.begin()))
-            TaskPool::shared().submit(
-                [job = dueJobs_.begin()->second] { std::exchange(*job, nullptr)(); });
-    }
-
-    void submitEnded() {
-        for (; !ended_.isEmpty(); ended_.removeFirst())
-            TaskPool::shared().submit([transfer = ended_.first()] { transfer->complete(); });
+            pool_.submit([job = dueJobs_.begin()->second] { std::exchange(*job, nullptr)(); });
     }
 
     void admit(std::shared_ptr<HTTPTransfer> transfer) {
@@ -181,7 +172,7 @@ private:
             if (!queue_.admit(transfer)) return;
         } catch (const std::bad_alloc&) {
             transfer->conclude(nullptr, CURLE_OUT_OF_MEMORY);
-            return ended_.add(std::move(transfer));
+            return pool_.submitNext(transfer->completing.of(transfer));
         }
         begin(std::move(transfer));
     }
@@ -211,8 +202,8 @@ private:
 
     /// Ends the life of `object` on the pool: its destructor may be a caller's code.
     template <typename Object>
-    static void releaseOnPool(Object object) {
-        TaskPool::shared().submit([object = std::move(object)] {});
+    void releaseOnPool(Object object) {
+        pool_.submit([object = std::move(object)] {});
     }
 
     void abortActive(const std::shared_ptr<HTTPTransfer>& transfer) {
@@ -227,6 +218,13 @@ private:
         curl_multi_remove_handle(multi_, easy);
         curl_easy_cleanup(easy);
         beginNext(transfer->host(), false);
+    }
+
+    /// What has ended is handed to the pool together, once the next ones have begun.
+    void settle() {
+        const TaskPool::Handover together;
+        collectEnded();
+        beginConnected();
     }
 
     void collectEnded() {
@@ -245,7 +243,7 @@ private:
             generations_.renew(transfer->host(), transfer->generation());
         transfer->conclude(easy, code);
         handles_.giveBack(easy);
-        ended_.add(transfer);
+        pool_.submitNext(transfer->completing.of(transfer));
         beginNext(transfer->host(), transfer->isMultiplexed());
     }
 
@@ -259,12 +257,12 @@ private:
 
     static constexpr int retryMilliseconds = 100;
 
+    TaskPool& pool_;
     CURLM* multi_;
     std::unordered_map<CURL*, std::shared_ptr<HTTPTransfer>> active_;
     EasyHandles handles_;
     std::vector<Command> takenCommands_;
     TimerQueue::Jobs dueJobs_;
-    TransferChain ended_;  // Until the pool has them.
     TransferQueue queue_;
     ConnectionGenerations generations_;
 

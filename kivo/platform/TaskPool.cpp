@@ -41,16 +41,14 @@ public:
     }
 
     void push(Work::Kind kind, Job job) {
-        if (!Process::isOwn()) return;
-        Work& work = makeWork(std::move(job));
-        work.kind = kind;
-        push(work);
+        if (Process::isOwn()) push(makeWork(std::move(job), kind));
     }
 
-    void push(Work& work) {
+    /// `carriesOn` says that the calling thread, if it is one of the pool's, is about to be free.
+    void push(Work& work, bool carriesOn = false) {
         if (gathering != nullptr) return gathering->push(work);
         std::unique_lock lock(mutex_);
-        const bool isTakenNext = work.kind == Work::Kind::next && onPoolThread && queue_.isEmpty();
+        const bool isTakenNext = carriesOn && onPoolThread && queue_.isEmpty();
         pushLocked(work);
         if (!isTakenNext) unlockAndWakeOne(lock);
     }
@@ -120,7 +118,7 @@ private:
         std::unique_lock lock(mutex_);
         while (awaitWork(lock)) {
             Work& work = queue_.pop();
-            if (stopping_ && isTask(work)) {
+            if (stopping_ && work.kind == Work::Kind::task) {
                 abandoned_.push(work);
                 continue;
             }
@@ -144,10 +142,6 @@ private:
         --sleepers_;
         wakeIsDue_ = false;
         return canTake();
-    }
-
-    static bool isTask(const Work& work) {
-        return work.kind == Work::Kind::task || work.kind == Work::Kind::next;
     }
 
     static void run(Work& work) noexcept {
@@ -182,8 +176,7 @@ void TaskPool::submitBarrier(Job job) { state_.push(Work::Kind::barrier, std::mo
 void TaskPool::submitCommit(Job job) { state_.push(Work::Kind::commit, std::move(job)); }
 
 void TaskPool::submitNext(Work& work) noexcept {
-    work.kind = Work::Kind::next;
-    if (Process::isOwn()) state_.push(work);
+    if (Process::isOwn()) state_.push(work, true);
 }
 
 bool TaskPool::waitUntilIdle(std::chrono::milliseconds timeout) {

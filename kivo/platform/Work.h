@@ -11,18 +11,18 @@ namespace kivo::platform {
 /// takes no memory and cannot fail. It owns itself: nobody touches it after `run()`.
 class Work {
 public:
-    /// How the pool treats it: `next` is a task that carries on where the one that submits it ends.
-    enum class Kind : std::uint8_t { task, next, barrier, commit };
+    /// How the pool treats it.
+    enum class Kind : std::uint8_t { task, barrier, commit };
 
     virtual void run() = 0;
 
     Work(const Work&) = delete;
     Work& operator=(const Work&) = delete;
 
-    Kind kind = Kind::task;
+    const Kind kind;
 
 protected:
-    Work() = default;
+    explicit Work(Kind treated = Kind::task) : kind(treated) {}
     ~Work() = default;
 
 private:
@@ -51,10 +51,11 @@ private:
 };
 
 /// `function` as work, which frees itself when it has run.
-inline Work& makeWork(std::function<void()> function) {
+inline Work& makeWork(std::function<void()> function, Work::Kind kind = Work::Kind::task) {
     class Function final : public Work {
     public:
-        explicit Function(std::function<void()> function) : function_(std::move(function)) {}
+        Function(std::function<void()> function, Kind treated)
+            : Work(treated), function_(std::move(function)) {}
         void run() override {
             const std::unique_ptr<Function> self(this);
             function_();
@@ -63,7 +64,7 @@ inline Work& makeWork(std::function<void()> function) {
     private:
         const std::function<void()> function_;
     };
-    return *new Function(std::move(function));
+    return *new Function(std::move(function), kind);
 }
 
 /// One operation of `Owner` as work that is a part of it: having it run later cannot fail.
