@@ -111,13 +111,16 @@ std::variant<Value, std::string> attempt(const Data& data, Shape shape, bool isM
 
 }  // namespace
 
-/// A reply fails only for a malformed text that is read, so what does not parse gets a second try.
+/// A reply fails only for a malformed text that is read, so one that holds such gets a second try.
 Value parse(const Data& data, Shape shape) {
     if (data.empty()) refuse("there is no data");
     auto result = attempt(data, shape, false);
     if (auto* value = std::get_if<Value>(&result)) return std::move(*value);
-    auto marked = attempt(withMalformedTextMarked(data), shape, true);
-    if (auto* value = std::get_if<Value>(&marked)) return std::move(*value);
+    const Data marked = withMalformedTextMarked(data);
+    if (marked != data) {
+        auto second = attempt(marked, shape, true);
+        if (auto* value = std::get_if<Value>(&second)) return std::move(*value);
+    }
     refuse(std::get<std::string>(result));
 }
 
