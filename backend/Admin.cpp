@@ -19,7 +19,6 @@ namespace kivo::backend {
 namespace {
 
 using nlohmann::json;
-constexpr std::size_t longestUpload = 1024 * 1024;
 constexpr std::size_t manyConnections = 64;
 constexpr std::uint16_t anyPort = 80;
 
@@ -165,7 +164,7 @@ ServerOptions adminServerOptions(Desk& desk, std::uint16_t port) {
     return {.port = port,
             .handler = [&desk](const Request& request) { return signedAnswer(desk, request); },
             .passage = [](const std::string&) { return Passage::refused; },
-            .limits = {.bodyBytes = longestUpload, .connections = manyConnections}};
+            .limits = {.bodyBytes = Images::largest, .connections = manyConnections}};
 }
 
 }  // namespace kivo::backend

@@ -3,6 +3,7 @@
 #include "backend/AuthorityStore.h"
 #include "backend/Expectation.h"
 #include "backend/FileDescriptor.h"
+#include "backend/Images.h"
 #include "backend/Terminal.h"
 
 #include <boost/algorithm/string/case_conv.hpp>
@@ -18,7 +19,6 @@ namespace {
 
 using nlohmann::json;
 constexpr std::chrono::milliseconds pollingPause(100);
-constexpr std::uintmax_t largestImage = 1024 * 1024;
 
 std::string counted(const json& count, const std::string& one) {
     return count.dump() + " " + one + (count == 1 ? "" : "s");
@@ -66,7 +66,7 @@ std::string imageIn(const std::string& file) {
     const auto size = std::filesystem::file_size(file, error);
     if (error) throw std::runtime_error("cannot read " + file + ": " + error.message() + advice);
     if (size == 0) throw std::runtime_error(file + " is empty" + advice);
-    if (size > largestImage) throw std::runtime_error(file + " is larger than 1 MiB" + advice);
+    if (size > Images::largest) throw std::runtime_error(file + " is larger than 1 MiB" + advice);
     return contentOf(file);
 }
 

@@ -9,7 +9,6 @@ namespace kivo::backend {
 namespace {
 
 constexpr std::size_t keptImages = 16;
-constexpr std::size_t keptBytes = 16 * 1024 * 1024;
 
 /// Only an ending that is known becomes part of a name: names stand in addresses.
 const std::map<std::string_view, std::string_view>& types() {
@@ -36,8 +35,7 @@ std::string Images::add(std::string_view fileName, std::string bytes) {
     auto name = "push-" + std::to_string(++added_);
     if (types().contains(endingOf(fileName))) name.append(".").append(endingOf(fileName));
     images_.push_back({.name = name, .bytes = std::move(bytes)});
-    while (images_.size() > keptImages || (images_.size() > 1 && size() > keptBytes))
-        images_.pop_front();
+    if (images_.size() > keptImages) images_.pop_front();
     return name;
 }
 
@@ -68,12 +66,6 @@ std::vector<Images::Image> Images::list() const {
 void Images::clear() {
     const std::lock_guard lock(mutex_);
     images_.clear();
-}
-
-std::size_t Images::size() const {
-    std::size_t sum = 0;
-    for (const auto& image : images_) sum += image.bytes.size();
-    return sum;
 }
 
 }  // namespace kivo::backend

@@ -2,6 +2,7 @@
 
 #include "backend/Reply.h"
 
+#include <cstddef>
 #include <deque>
 #include <mutex>
 #include <optional>
@@ -11,10 +12,13 @@
 
 namespace kivo::backend {
 
-/// The pictures that were handed in, to be shown by notifications. The newest 16 are kept, and
-/// not more than 16 MiB of them. Any thread may call it.
+/// The pictures that were handed in, to be shown by notifications. The newest 16 are kept. Any
+/// thread may call it.
 class Images {
 public:
+    /// Of one picture, in bytes; whoever takes them in sees to it.
+    static constexpr std::size_t largest = 1024 * 1024;
+
     struct Image {
         std::string name;
         std::string bytes;
@@ -37,8 +41,6 @@ public:
     void clear();
 
 private:
-    std::size_t size() const;
-
     mutable std::mutex mutex_;
     std::deque<Image> images_;
     unsigned added_ = 0;
