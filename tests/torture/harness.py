@@ -100,6 +100,11 @@ def is_clean(ended):
     return ended.status == 0 and ended.errors == ''
 
 
+def told(cases, what='bad', most=4):
+    """How many there are, and some of them."""
+    return f'{len(cases)} {what}' + (f' {sorted(cases)[:most]}' if cases else '')
+
+
 def reply(body='{"success":true,"message":"ok","data":{"message":"ok"}}', status=200, extra=''):
     data = body.encode() if isinstance(body, str) else body
     return (f'HTTP/1.1 {status} X\r\nContent-Type: application/json\r\nContent-Length: {len(data)}\r\n'

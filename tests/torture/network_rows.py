@@ -82,7 +82,7 @@ def replies(times):
         if not is_clean(ended) or lines != [expected] or took > 45 or before[1] != after[1] or after[0] > before[0] + 64:
             bad.append(f'{name}: {lines} {ended.output[-300:]} {took:.0f} s {before} {after} {ended.errors[-100:]}')
     in_parallel(one, list(REPLIES) * times, 16)
-    return f'{len(REPLIES) * times} replies, {len(bad)} bad {bad or ""}; at most {most[0]} MB more', not bad
+    return f'{len(REPLIES) * times} replies, {told(bad)}; at most {most[0]} MB more', not bad
 
 
 @row('cut replies', 'the wire is reset, closed, silenced at a byte of what the server sends, TLS included', 'one outcome '
@@ -96,7 +96,7 @@ def cut_replies(times):
         failed = len(re.findall('^Failed', ended.output, re.M))
         if not is_clean(ended) or ended.outcomes != 4 or failed > 1: bad.append(f'{cut} {then}: {brief(ended)}')
     in_parallel(one, range(times), 16)
-    return f'{times} positions, {len(bad)} bad {bad[:4] or ""}', not bad
+    return f'{times} positions, {told(bad)}', not bad
 
 
 @row('endless 401', 'every request refused: with a token, with growing headers, on both authentications, without '
@@ -134,7 +134,7 @@ def endless_401(times):
         if not is_clean(ended) or ended.outcomes != count + 23 or took > 45 or late > count or megabytes > 200 or waited > 1:
             bad.append(f'{name}: {brief(ended)}')
     in_parallel(one, list(cases) * times, 8)
-    return '; '.join(f'{name}: {seen}' for name, seen in figures.items()) + f' {bad or ""}', not bad
+    return '; '.join(f'{name}: {seen}' for name, seen in figures.items()) + f'; {told(bad)}', not bad
 
 
 def slow(request, connection):
@@ -161,7 +161,7 @@ def redirects(times):
         if not is_clean(ended) or ended.outcomes != 4 or len(server.requests) > 60: bad.append(f'{status} {target}: {brief(ended)}')
     cases = [(s, t) for s in (300, 301, 302, 303, 304, 305, 307, 308) for t in targets + ['/update-device-token', '/image']]
     in_parallel(one, cases * times)
-    return f'{len(cases) * times} cases, {followed[0]} bare requests to other origins, {len(leaks)} secrets, {len(bad)} bad {bad[:4] or ""}', \
+    return f'{len(cases) * times} cases, {followed[0]} bare requests to other origins, {len(leaks)} secrets, {told(bad)}', \
         not bad and not leaks and followed[0] > 0
 
 
@@ -263,7 +263,7 @@ def connections(times):
             bad.append(f'{name}: {brief(ended)} {ended.output[-600:]}')
         if ended.seconds > slowest[1]: slowest[:] = [name, round(ended.seconds)]
     in_parallel(one, list(CONNECTIONS) * times, 18)
-    return f'{len(CONNECTIONS) * times} cases, {len(bad)} bad {bad or ""}; slowest: {slowest[0]}, {slowest[1]} s', not bad
+    return f'{len(CONNECTIONS) * times} cases, {told(bad)}; slowest: {slowest[0]}, {slowest[1]} s', not bad
 
 
 @row('dead DNS', 'a name server that never answers, 5 images on it, 20 other operations meanwhile', 'no other operation '

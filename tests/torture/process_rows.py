@@ -20,8 +20,7 @@ def ends(times):
         errors = re.sub(r'^hook \d+\n$', '', ended.errors)
         if ended.status != ENDINGS[ending] or errors: bad.append(f'{ending} {load}: {ended.status} {errors}')
     hooks.sort()
-    return (f'{len(bad)} bad ends; hook median {hooks[len(hooks) // 2]:.1f} ms, longest {hooks[-1]:.1f} ms'
-            f'{bad[:3] or ""}', not bad and hooks[-1] < 200)
+    return (f'{told(bad, "bad ends")}; hook median {hooks[len(hooks) // 2]:.1f} ms, longest {hooks[-1]:.1f} ms', not bad and hooks[-1] < 200)
 
 
 @row('ends, output stalled', 'exit with lines due while nobody reads the full pipe of standard output',
@@ -92,8 +91,8 @@ def fail_each(kind, times, forever=0, commands='fail everything await heal init 
             bad.append(f'{k}: {ended.status} {ended.errors[-200:]}')
     turns = sorted({1 + int(calls * (i / times) ** 3) for i in range(times)})  # More of the early ones.
     in_parallel(one, turns)
-    return (f'{len(turns)} of {calls} calls: {len(bad)} bad {sorted(bad)[:4] or ""}, {len(slow)} ended by a time '
-            f'limit, {len(dead)} left TLS without function {sorted(dead)[:9] or ""}',
+    return (f'{len(turns)} of {calls} calls: {told(bad)}, {len(slow)} ended by a time limit, '
+            f'{told(dead, "left TLS without function", 9)}',
             not bad and all(kind == 'memory' and k < first_load for k in dead))
 
 

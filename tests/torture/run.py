@@ -41,7 +41,7 @@ def run(row, often):
         except Exception: seen, is_right = traceback.format_exc(limit=-3), False
         runs, times = runs + 1, times + count
     verdict = {True: 'good', False: 'BAD', None: 'skipped'}[is_right]
-    seen = ' '.join(seen.split())[:3000].replace(' ,', ',').replace(' ;', ';')
+    seen = ' '.join(seen.split())[:3000]
     print(f'{verdict:8}{row.name:24}{times:6} times {time.monotonic() - began:6.1f} s  {seen}', flush=True)
     return (row.name, row.done, times, row.expected, seen, verdict)
 

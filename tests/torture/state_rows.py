@@ -85,7 +85,7 @@ def files_found(times):
            or (len(seen) != identifiers if identifiers else len(seen) < 3) or is_kept and not KEPT <= kept.keys():
             bad.append(f'{name}: {brief(*ended)} identifiers {len(seen)} kept {sorted(kept)} {modes}')
     in_parallel(one, list(BEFORE) * times)
-    return f'{len(BEFORE) * times} cases, {len(bad)} bad {bad or ""}', not bad
+    return f'{len(BEFORE) * times} cases, {told(bad)}', not bad
 
 
 @row('locked files', 'another process holds both databases for 5 s amid operations', 'every outcome, each identifier '
