@@ -5,14 +5,8 @@ include(CMakePackageConfigHelpers)
 
 set(packageDirectory "${CMAKE_INSTALL_LIBDIR}/cmake/Kivo")
 
-install(TARGETS kivo EXPORT KivoTargets INCLUDES DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}")
+install(TARGETS kivo EXPORT KivoTargets FILE_SET HEADERS DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}")
 install(EXPORT KivoTargets NAMESPACE Kivo:: DESTINATION "${packageDirectory}")
-
-foreach(header IN LISTS KIVO_PUBLIC_HEADERS)
-    get_filename_component(folder "${header}" DIRECTORY)
-    install(FILES "${PROJECT_SOURCE_DIR}/${header}"
-        DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/${folder}")
-endforeach()
 
 # Whoever links a static Kivo links its dependencies too; a shared one brings its own.
 get_target_property(KIVO_LIBRARY_TYPE kivo TYPE)

@@ -1,7 +1,7 @@
-#include "backend/AdminCommands.h"
-#include "backend/AdminPort.h"
-#include "backend/Duration.h"
-#include "backend/FaultKinds.h"
+#include "backend/admin/AdminCommands.h"
+#include "backend/admin/AdminPort.h"
+#include "backend/base/Duration.h"
+#include "backend/faults/FaultKinds.h"
 #include "backend/program/Commands.h"
 
 #include <memory>

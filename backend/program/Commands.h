@@ -1,6 +1,6 @@
 #pragma once
 
-#include "backend/Desk.h"
+#include "backend/desk/Desk.h"
 
 #include <CLI/CLI.hpp>
 

@@ -1,6 +1,6 @@
 #include "backend/program/Commands.h"
 
-#include "backend/FaultKinds.h"
+#include "backend/faults/FaultKinds.h"
 
 #include <memory>
 #include <stdexcept>

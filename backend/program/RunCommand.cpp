@@ -1,5 +1,5 @@
-#include "backend/Run.h"
 #include "backend/program/Commands.h"
+#include "backend/run/Run.h"
 
 #include <memory>
 #include <stdexcept>

@@ -1,6 +1,6 @@
-#include "backend/AdminPort.h"
-#include "backend/Serve.h"
+#include "backend/admin/AdminPort.h"
 #include "backend/program/Commands.h"
+#include "backend/run/Serve.h"
 
 #include <limits>
 #include <memory>

@@ -3,7 +3,7 @@
 #include <utility>
 
 #include "kivo/network/NetworkClient.h"
-#include "kivo/platform/Continuation.h"
+#include "kivo/platform/tasks/Continuation.h"
 
 namespace kivo {
 

@@ -6,9 +6,9 @@
 #include "kivo/core/KivoCore.h"
 #include "kivo/core/Operation.h"
 #include "kivo/platform/Console.h"
-#include "kivo/platform/Error.h"
-#include "kivo/platform/JSON.h"
-#include "kivo/platform/URLSession.h"
+#include "kivo/platform/base/Error.h"
+#include "kivo/platform/json/JSON.h"
+#include "kivo/platform/session/URLSession.h"
 
 namespace kivo {
 

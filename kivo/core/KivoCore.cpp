@@ -5,10 +5,10 @@
 
 #include "kivo/core/Operation.h"
 #include "kivo/platform/Console.h"
-#include "kivo/platform/Description.h"
-#include "kivo/platform/Error.h"
-#include "kivo/platform/Process.h"
-#include "kivo/platform/TaskPool+Scopes.h"
+#include "kivo/platform/base/Description.h"
+#include "kivo/platform/base/Error.h"
+#include "kivo/platform/system/Process.h"
+#include "kivo/platform/tasks/TaskPool+Scopes.h"
 #include "kivo/storage/CacheManager.h"
 
 namespace kivo {

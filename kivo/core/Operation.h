@@ -1,7 +1,7 @@
 #pragma once
 
-#include "kivo/platform/Process.h"
-#include "kivo/platform/TaskPool+Scopes.h"
+#include "kivo/platform/system/Process.h"
+#include "kivo/platform/tasks/TaskPool+Scopes.h"
 
 namespace kivo {
 

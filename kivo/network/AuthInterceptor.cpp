@@ -6,9 +6,9 @@
 #include "kivo/network/URLRequest+Token.h"
 #include "kivo/platform/Bundle.h"
 #include "kivo/platform/Console.h"
-#include "kivo/platform/Description.h"
-#include "kivo/platform/Error.h"
-#include "kivo/platform/FatalError.h"
+#include "kivo/platform/base/Description.h"
+#include "kivo/platform/base/Error.h"
+#include "kivo/platform/system/FatalError.h"
 #include "kivo/storage/AppKeychainManager.h"
 #include "kivo/storage/CacheManager.h"
 

@@ -6,7 +6,7 @@
 #include <string>
 
 #include "kivo/platform/Task.h"
-#include "kivo/platform/URLSession.h"
+#include "kivo/platform/session/URLSession.h"
 
 namespace kivo {
 

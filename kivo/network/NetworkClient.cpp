@@ -6,8 +6,8 @@
 #include "kivo/network/AuthInterceptor.h"
 #include "kivo/network/BaseURLs.h"
 #include "kivo/platform/Console.h"
-#include "kivo/platform/Error.h"
-#include "kivo/platform/FatalError.h"
+#include "kivo/platform/base/Error.h"
+#include "kivo/platform/system/FatalError.h"
 #include "kivo/storage/CacheManager.h"
 
 namespace kivo {

@@ -8,9 +8,9 @@
 #include <string_view>
 #include <utility>
 
-#include "kivo/platform/JSON.h"
-#include "kivo/platform/Result.h"
-#include "kivo/platform/URLSession.h"
+#include "kivo/platform/base/Result.h"
+#include "kivo/platform/json/JSON.h"
+#include "kivo/platform/session/URLSession.h"
 
 namespace kivo {
 

@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "kivo/platform/URLRequest.h"
+#include "kivo/platform/url/URLRequest.h"
 
 namespace kivo {
 

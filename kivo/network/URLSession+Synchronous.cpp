@@ -5,8 +5,8 @@
 #include <semaphore>
 #include <utility>
 
-#include "kivo/platform/FatalError.h"
 #include "kivo/platform/TaskPool.h"
+#include "kivo/platform/system/FatalError.h"
 
 namespace kivo {
 

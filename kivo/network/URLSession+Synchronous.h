@@ -1,6 +1,6 @@
 #pragma once
 
-#include "kivo/platform/URLSession.h"
+#include "kivo/platform/session/URLSession.h"
 
 namespace kivo {
 

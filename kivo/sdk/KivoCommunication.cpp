@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "kivo/platform/Process.h"
+#include "kivo/platform/system/Process.h"
 
 namespace kivo {
 

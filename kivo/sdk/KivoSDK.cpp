@@ -5,7 +5,7 @@
 
 #include "kivo/platform/Console.h"
 #include "kivo/platform/Guarded.h"
-#include "kivo/platform/Process.h"
+#include "kivo/platform/system/Process.h"
 #include "kivo/sdk/IdlePlugin.h"
 #include "kivo/sdk/KivoCommunication.h"
 

@@ -1,9 +1,9 @@
 #include "kivo/storage/AppKeychainManager.h"
 
 #include "kivo/platform/Console.h"
-#include "kivo/platform/Keychain.h"
-#include "kivo/platform/UTF8.h"
-#include "kivo/platform/UUID.h"
+#include "kivo/platform/base/UTF8.h"
+#include "kivo/platform/base/UUID.h"
+#include "kivo/platform/persistence/Keychain.h"
 
 namespace kivo {
 

@@ -4,7 +4,7 @@
 #include <string>
 #include <string_view>
 
-#include "kivo/platform/Data.h"
+#include "kivo/platform/base/Data.h"
 
 namespace kivo {
 

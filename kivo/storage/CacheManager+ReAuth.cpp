@@ -7,7 +7,7 @@
 
 #include "kivo/api/CoreRepository.h"
 #include "kivo/platform/Console.h"
-#include "kivo/platform/FatalError.h"
+#include "kivo/platform/system/FatalError.h"
 #include "kivo/storage/CacheManager.h"
 #include "kivo/storage/SDKError.h"
 

@@ -3,7 +3,7 @@
 #include <exception>
 #include <utility>
 
-#include "kivo/platform/JSON.h"
+#include "kivo/platform/json/JSON.h"
 
 namespace kivo {
 

@@ -5,9 +5,9 @@
 #include <string>
 
 #include "kivo/api/WireModels.h"
-#include "kivo/platform/DispatchQueue.h"
 #include "kivo/platform/Task.h"
-#include "kivo/platform/UserDefaults.h"
+#include "kivo/platform/persistence/UserDefaults.h"
+#include "kivo/platform/tasks/DispatchQueue.h"
 
 namespace kivo {
 

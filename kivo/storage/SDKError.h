@@ -3,7 +3,7 @@
 #include <functional>
 #include <string>
 
-#include "kivo/platform/Error.h"
+#include "kivo/platform/base/Error.h"
 
 namespace kivo {
 

@@ -1,6 +1,6 @@
-#include "backend/Admin.h"
+#include "backend/admin/Admin.h"
 
-#include "backend/Desk.h"
+#include "backend/desk/Desk.h"
 #include "tests/backend/Program.h"
 
 #include <gmock/gmock.h>

@@ -1,5 +1,5 @@
-#include "backend/AuthorityStore.h"
-#include "backend/Certificate.h"
+#include "backend/tls/AuthorityStore.h"
+#include "backend/tls/Certificate.h"
 #include "tests/support/TemporaryDirectory.h"
 
 #include <gmock/gmock.h>

@@ -1,8 +1,8 @@
-#include "backend/Faults.h"
+#include "backend/faults/Faults.h"
 
-#include "backend/Contract.h"
-#include "backend/Latency.h"
-#include "backend/Service.h"
+#include "backend/faults/Latency.h"
+#include "backend/journal/Contract.h"
+#include "backend/service/Service.h"
 
 #include <gmock/gmock.h>
 

@@ -1,8 +1,8 @@
-#include "backend/Expectation.h"
-#include "backend/RequestLine.h"
-#include "backend/Secrets.h"
-#include "backend/Service.h"
-#include "backend/Tally.h"
+#include "backend/admin/Expectation.h"
+#include "backend/journal/RequestLine.h"
+#include "backend/journal/Secrets.h"
+#include "backend/journal/Tally.h"
+#include "backend/service/Service.h"
 
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>

@@ -1,4 +1,4 @@
-#include "backend/Interception.h"
+#include "backend/run/Interception.h"
 #include "tests/backend/Program.h"
 
 #include <gmock/gmock.h>

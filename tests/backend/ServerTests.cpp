@@ -1,4 +1,4 @@
-#include "backend/Server.h"
+#include "backend/http/Server.h"
 
 #include "tests/support/Patience.h"
 #include "tests/support/ScriptedBackend.h"

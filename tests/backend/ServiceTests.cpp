@@ -1,6 +1,6 @@
-#include "backend/Service.h"
+#include "backend/service/Service.h"
 
-#include "backend/Base64Url.h"
+#include "backend/service/Base64Url.h"
 
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>

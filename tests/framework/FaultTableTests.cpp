@@ -3,8 +3,8 @@
 #include <regex>
 #include <set>
 
-#include "backend/Desk.h"
-#include "backend/FaultKinds.h"
+#include "backend/desk/Desk.h"
+#include "backend/faults/FaultKinds.h"
 #include "tests/framework/FrameworkTest.h"
 
 namespace kivo::tests {

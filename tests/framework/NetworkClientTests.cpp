@@ -5,7 +5,7 @@
 
 #include "kivo/api/WireModels.h"
 #include "kivo/network/URLSession+Synchronous.h"
-#include "kivo/platform/Error.h"
+#include "kivo/platform/base/Error.h"
 #include "tests/framework/FrameworkTest.h"
 
 namespace kivo::tests {

@@ -1,5 +1,5 @@
-#include "kivo/platform/Keychain.h"
-#include "kivo/platform/UserDefaults.h"
+#include "kivo/platform/persistence/Keychain.h"
+#include "kivo/platform/persistence/UserDefaults.h"
 #include "kivo/storage/AppKeychainManager.h"
 #include "kivo/storage/SDKError.h"
 #include "tests/framework/FrameworkTest.h"

@@ -6,8 +6,8 @@
 #include <cstdlib>
 #include <string>
 
-#include "kivo/platform/HTTPRedirect.h"
-#include "kivo/platform/URL.h"
+#include "kivo/platform/http/HTTPRedirect.h"
+#include "kivo/platform/url/URL.h"
 
 namespace {
 

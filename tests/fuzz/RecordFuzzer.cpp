@@ -6,8 +6,8 @@
 #include <string>
 
 #include "kivo/api/WireModels.h"
-#include "kivo/platform/Description.h"
-#include "kivo/platform/JSON.h"
+#include "kivo/platform/base/Description.h"
+#include "kivo/platform/json/JSON.h"
 
 namespace {
 

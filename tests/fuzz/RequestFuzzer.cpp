@@ -1,8 +1,8 @@
-#include "backend/Contract.h"
-#include "backend/FaultKinds.h"
-#include "backend/RequestParser.h"
-#include "backend/Secrets.h"
-#include "backend/Service.h"
+#include "backend/faults/FaultKinds.h"
+#include "backend/http/RequestParser.h"
+#include "backend/journal/Contract.h"
+#include "backend/journal/Secrets.h"
+#include "backend/service/Service.h"
 
 #include <boost/asio/buffer.hpp>
 #include <boost/asio/error.hpp>

@@ -1,6 +1,6 @@
-#include "backend/Fault.h"
-#include "backend/Latency.h"
-#include "backend/Lifetimes.h"
+#include "backend/faults/Fault.h"
+#include "backend/faults/Latency.h"
+#include "backend/service/Lifetimes.h"
 
 #include <cstdint>
 #include <cstdlib>

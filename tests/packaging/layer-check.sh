@@ -10,7 +10,7 @@ check="$1/scripts/check-layers"
 # write FILE INCLUDE: adds a file to the tree.
 write() {
     mkdir -p "$scratch/$(dirname "$1")"
-    printf '#include <string>\n#include "%s"\n' "$2" >"$scratch/$1"
+    printf '#include <string>\n#include %s\n' "$2" >"$scratch/$1"
 }
 
 refuses() {
@@ -19,14 +19,22 @@ refuses() {
     rm "$scratch/$1"
 }
 
-write kivo/core/KivoCore.h kivo/api/CoreRepository.h
-write kivo/api/CoreRepository.h kivo/sdk/KivoConfig.h
-write 'kivo/storage/CacheManager+ReAuth.cpp' kivo/api/CoreRepository.h
-write backend/Server.cpp backend/Server.h
+write include/kivo/core/KivoCore.h '"kivo/api/CoreRepository.h"'
+write include/kivo/api/CoreRepository.h '"kivo/sdk/KivoConfig.h"'
+write 'kivo/storage/CacheManager+ReAuth.cpp' '"kivo/api/CoreRepository.h"'
+write kivo/platform/http/TransferQueue.cpp '<curl/curl.h>'
+write backend/http/Server.cpp '"backend/tls/Certificate.h"'
+write backend/http/Listeners.cpp '<sys/socket.h>'
 expect_success "$check" "$scratch"
 
-refuses kivo/platform/Task.h kivo/sdk/KivoConfig.h 'layer 0 includes kivo/sdk/KivoConfig.h of layer 1'
-refuses kivo/storage/CacheManager.cpp kivo/network/NetworkClient.h 'layer 2 includes kivo/network/NetworkClient.h of layer 3'
-refuses kivo/core/KivoCore.cpp Task.h 'which is no file of a layer'
-refuses kivo/extras/Extra.h kivo/platform/Task.h 'belongs to no layer'
-refuses backend/Service.cpp kivo/platform/JSON.h 'the backend includes kivo/platform/JSON.h'
+refuses kivo/platform/http/Extra.cpp '"kivo/platform/session/URLSession.h"' \
+    'kivo/platform/http may not include kivo/platform/session/URLSession.h of kivo/platform/session'
+refuses include/kivo/platform/Task.h '"kivo/sdk/KivoConfig.h"' 'kivo/platform/tasks may not include kivo/sdk/KivoConfig.h'
+refuses kivo/storage/CacheManager.cpp '"kivo/api/CoreRepository.h"' 'kivo/storage may not include'
+refuses kivo/core/KivoCore.cpp '"Task.h"' 'in no folder of the table'
+refuses kivo/extras/Extra.h '"kivo/platform/Task.h"' 'kivo/extras is not a folder of the table'
+refuses backend/service/Service.cpp '"kivo/platform/json/JSON.h"' 'backend/service may not include'
+refuses backend/journal/Tally.cpp '<kivo/sdk/KivoSDK.h>' 'backend/journal may not include kivo/sdk/KivoSDK.h'
+refuses kivo/platform/system/Thread.cpp '<curl/curl.h>' 'may not include <curl/curl.h>'
+refuses kivo/sdk/KivoSDK.cpp '<sqlite3.h>' 'may not include <sqlite3.h>'
+refuses kivo/api/CoreRepository.cpp '<fmt/core.h>' 'of a library that the table does not name'

@@ -1,25 +1,18 @@
 #!/usr/bin/env bash
 # Each public header compiles alone where nothing but the public headers and the C++ standard library exists.
-# usage: public-headers.sh SOURCE_ROOT COMPILER "HEADER..."
+# usage: public-headers.sh SOURCE_ROOT COMPILER
 
 set -euo pipefail
 # shellcheck source=tests/packaging/lib.sh
 source "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
-source_root="$1"
+include="$1/include"
 compiler="$2"
-read -r -a headers <<<"$3"
-
-copy_headers() {
-    local header
-    for header in "${headers[@]}"; do
-        install -D -m 0644 "$source_root/$header" "$scratch/include/$header"
-    done
-}
+mapfile -t headers < <(cd "$include" && find . -name '*.h' -printf '%P\n')
 
 # A standard header's name has neither folder nor extension.
 refuse_foreign_includes() {
     local foreign
-    foreign="$(grep -rnE '#[[:space:]]*include[[:space:]]*<[^>]*[./][^>]*>' "$scratch/include")" || return 0
+    foreign="$(grep -rnE '#[[:space:]]*include[[:space:]]*<[^>]*[./][^>]*>' "$include")" || return 0
     fail "public headers include more than the C++ standard library:"$'\n'"$foreign"
 }
 
@@ -27,10 +20,10 @@ compile_alone() {
     local unit="$scratch/unit.cpp"
     printf '#include "%s"\n#include "%s"\n' "$1" "$1" >"$unit"
     expect_success "$compiler" -std=c++20 -fsyntax-only -Wall -Wextra -Wpedantic -Wshadow -Werror \
-        -I "$scratch/include" "$unit"
+        -I "$include" "$unit"
 }
 
-copy_headers
+((${#headers[@]} > 0)) || fail "no header under $include"
 refuse_foreign_includes
 for header in "${headers[@]}"; do compile_alone "$header"; done
 echo "${#headers[@]} headers stand alone"

@@ -1,10 +1,10 @@
-#include "kivo/platform/Environment.h"
+#include "kivo/platform/system/Environment.h"
 
 #include <gtest/gtest.h>
 
 #include <map>
 
-#include "kivo/platform/ApplicationFolder.h"
+#include "kivo/platform/system/ApplicationFolder.h"
 
 namespace kivo::platform {
 namespace {

@@ -5,7 +5,7 @@
 #include <set>
 #include <tuple>
 
-#include "kivo/platform/HTTPRedirect.h"
+#include "kivo/platform/http/HTTPRedirect.h"
 #include "tests/platform/Load.h"
 #include "tests/support/ScriptedBackend.h"
 #include "tests/support/TemporaryDirectory.h"

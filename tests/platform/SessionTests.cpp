@@ -1,6 +1,6 @@
 #include <gmock/gmock.h>
 
-#include "kivo/platform/HTTPTransfer.h"
+#include "kivo/platform/http/HTTPTransfer.h"
 #include "tests/platform/Load.h"
 
 namespace kivo::tests {

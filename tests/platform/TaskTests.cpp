@@ -2,10 +2,10 @@
 
 #include <fstream>
 
-#include "kivo/platform/Continuation.h"
-#include "kivo/platform/OperationQueue.h"
 #include "kivo/platform/Task.h"
-#include "kivo/platform/TaskPool+Scopes.h"
+#include "kivo/platform/tasks/Continuation.h"
+#include "kivo/platform/tasks/OperationQueue.h"
+#include "kivo/platform/tasks/TaskPool+Scopes.h"
 #include "tests/support/Background.h"
 
 namespace kivo::tests {

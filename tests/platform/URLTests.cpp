@@ -1,4 +1,4 @@
-#include "kivo/platform/URL.h"
+#include "kivo/platform/url/URL.h"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "backend/Envelope.h"
+#include "backend/service/Envelope.h"
 
 #include <chrono>
 #include <map>

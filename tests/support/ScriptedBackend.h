@@ -1,6 +1,6 @@
 #pragma once
 
-#include "backend/Server.h"
+#include "backend/http/Server.h"
 #include "tests/support/Replies.h"
 
 #include <condition_variable>

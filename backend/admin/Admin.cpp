@@ -1,0 +1,170 @@
+#include "backend/admin/Admin.h"
+
+#include "backend/admin/AdminPort.h"
+#include "backend/admin/Expectation.h"
+#include "backend/admin/Records.h"
+#include "backend/base/HostAndPort.h"
+#include "backend/base/Number.h"
+#include "backend/desk/Desk.h"
+#include "backend/journal/RequestLine.h"
+#include "backend/service/Envelope.h"
+
+#include <nlohmann/json.hpp>
+
+#include <array>
+#include <optional>
+#include <stdexcept>
+
+namespace kivo::backend {
+namespace {
+
+using nlohmann::json;
+constexpr std::size_t manyConnections = 64;
+constexpr std::uint16_t anyPort = 80;
+
+std::string queryValue(const Request& request, std::string_view name) {
+    const std::string_view target = request.target;
+    const auto start = target.find("?" + std::string(name) + "=");
+    return start == target.npos ? "" : std::string(target.substr(start + name.size() + 2));
+}
+
+json bodyOf(const Request& request) {
+    auto body = json::parse(request.body.empty() ? "{}" : request.body, nullptr, false);
+    if (!body.is_object()) throw std::invalid_argument("the body is no JSON object");
+    return body;
+}
+
+json state(Desk& desk, const Request&) {
+    return {{"baseUrl", desk.baseUrl()},
+            {"sessions", recordsOf(desk.service().sessions(), desk.showsSecrets())},
+            {"images", recordsOf(desk.images().list())},
+            {"faults", recordsOf(desk.faults().list())},
+            {"totals", recordOf(desk.tally().totals())}};
+}
+
+json requests(Desk& desk, const Request& request) {
+    const auto after = parseNumber<std::uint64_t>(queryValue(request, "after")).value_or(0);
+    json list = json::array();
+    for (const auto& entry : desk.journal().after(after))
+        list.push_back(recordOf(entry, desk.showsSecrets()));
+    return {{"requests", list}};
+}
+
+json faults(Desk& desk, const Request&) { return {{"faults", recordsOf(desk.faults().list())}}; }
+
+json addFault(Desk& desk, const Request& request) {
+    const auto fault = parseFault(bodyOf(request).value("rule", ""));
+    desk.addFault(fault);
+    return {{"added", ruleOf(fault)}};
+}
+
+json clearFaults(Desk& desk, const Request& request) {
+    const auto body = bodyOf(request);
+    if (!body.contains("rule")) return {{"cleared", desk.faults().clear()}};
+    return {{"cleared", desk.faults().clear(body.at("rule").get<std::string>())}};
+}
+
+json expire(Desk& desk, const Request& request) {
+    const auto kind = bodyOf(request).value("kind", "");
+    if (kind != "user" && kind != "merchant" && kind != "all")
+        throw std::invalid_argument("\"" + kind + "\" cannot expire; say user, merchant or all");
+    std::optional<TokenKind> meant;
+    if (kind != "all") meant = kind == "user" ? TokenKind::user : TokenKind::merchant;
+    desk.service().expire(meant);
+    return {{"expired", kind}};
+}
+
+json reset(Desk& desk, const Request&) {
+    desk.reset();
+    return {{"reset", true}};
+}
+
+json addImage(Desk& desk, const Request& request) {
+    const auto name = desk.images().add(queryValue(request, "file"), request.body);
+    return {{"url", desk.baseUrl() + "img/" + name}};
+}
+
+std::string lineOf(const Entry& entry, const Desk& desk) {
+    return requestLine(entry, desk.showsSecrets());
+}
+
+/// The line of the request that meets it, or else of the newest one to its endpoint.
+json expectation(Desk& desk, const Request& request) {
+    const auto words = bodyOf(request).value("words", std::vector<std::string>());
+    const auto hope = parseExpectation(words);
+    const auto entries = desk.journal().after();
+    const Entry* newest = nullptr;
+    for (const auto& entry : entries) {
+        if (meets(entry, hope)) return {{"met", true}, {"line", lineOf(entry, desk)}};
+        if (isForEndpoint(entry, hope)) newest = &entry;
+    }
+    return {{"met", false}, {"line", newest ? lineOf(*newest, desk) : ""}};
+}
+
+struct Operation {
+    std::string_view method;
+    std::string_view path;
+    json (*perform)(Desk&, const Request&);
+};
+
+constexpr std::array operations{
+    Operation{"GET", "/state", state},
+    Operation{"GET", "/requests", requests},
+    Operation{"GET", "/faults", faults},
+    Operation{"POST", "/faults", addFault},
+    Operation{"DELETE", "/faults", clearFaults},
+    Operation{"POST", "/expire", expire},
+    Operation{"POST", "/reset", reset},
+    Operation{"POST", "/images", addImage},
+    Operation{"POST", "/expectations", expectation},
+};
+
+/// A page from elsewhere can make a browser send requests here, under a name of its own that leads
+/// to loopback or with its own origin; both show in the headers.
+bool comesFromHere(const Request& request) {
+    const auto hosts = request.values("Host");
+    if (hosts.size() != 1) return false;
+    const auto host = hostAndPort(hosts.front(), anyPort);
+    if (!host || !isLoopback(host->host)) return false;
+    const auto origins = request.values("Origin");
+    return origins.empty() || (origins.size() == 1 && origins.front() == "http://" + hosts.front());
+}
+
+Reply perform(const Operation& operation, Desk& desk, const Request& request) {
+    try {
+        const auto answer = operation.perform(desk, request);
+        return Reply::json(200, answer.dump(-1, ' ', false, json::error_handler_t::replace));
+    } catch (const std::invalid_argument& error) {
+        return refusal(400, error.what());
+    } catch (const json::exception&) {
+        return refusal(400, "a value in the body has the wrong type");
+    }
+}
+
+Reply answer(Desk& desk, const Request& request) {
+    if (!comesFromHere(request))
+        return refusal(403, "only programs on this machine may ask, and no other site's pages");
+    for (const auto& operation : operations) {
+        if (operation.path == request.path() && operation.method == request.method)
+            return perform(operation, desk, request);
+    }
+    return refusal(
+        404, "the backend cannot do that: " + request.method + " " + std::string(request.path()));
+}
+
+Reply signedAnswer(Desk& desk, const Request& request) {
+    auto reply = answer(desk, request);
+    reply.headers.push_back({.name = "Server", .value = adminServerName});
+    return reply;
+}
+
+}  // namespace
+
+ServerOptions adminServerOptions(Desk& desk, std::uint16_t port) {
+    return {.port = port,
+            .handler = [&desk](const Request& request) { return signedAnswer(desk, request); },
+            .passage = [](const std::string&) { return Passage::refused; },
+            .limits = {.bodyBytes = Images::largest, .connections = manyConnections}};
+}
+
+}  // namespace kivo::backend

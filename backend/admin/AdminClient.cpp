@@ -1,0 +1,101 @@
+#include "backend/admin/AdminClient.h"
+
+#include "backend/admin/AdminPort.h"
+
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/ip/tcp.hpp>
+#include <boost/beast/core/flat_buffer.hpp>
+#include <boost/beast/core/tcp_stream.hpp>
+#include <boost/beast/http/parser.hpp>
+#include <boost/beast/http/read.hpp>
+#include <boost/beast/http/string_body.hpp>
+#include <boost/beast/http/write.hpp>
+#include <nlohmann/json.hpp>
+
+#include <chrono>
+#include <stdexcept>
+
+namespace kivo::backend {
+namespace asio = boost::asio;
+namespace beast = boost::beast;
+namespace http = beast::http;
+using boost::system::error_code;
+
+namespace {
+
+constexpr std::chrono::seconds patience(10);
+constexpr std::size_t longestAnswer = 64 * 1024 * 1024;
+
+using Request = http::request<http::string_body>;
+using Parser = http::response_parser<http::string_body>;
+
+/// One request and its answer, with a time limit on the whole.
+class Call {
+public:
+    Call(std::uint16_t port, Request request) : request_(std::move(request)) {
+        parser_.body_limit(longestAnswer);
+        stream_.expires_after(patience);
+        stream_.async_connect({asio::ip::address_v4::loopback(), port},
+                              [this](const error_code& error) { connected(error); });
+        context_.run();
+    }
+
+    const error_code& error() const { return error_; }
+    const http::response<http::string_body>& response() const { return parser_.get(); }
+
+private:
+    void connected(const error_code& error) {
+        if (failed(error)) return;
+        http::async_write(stream_, request_,
+                          [this](const error_code& sending, std::size_t) { sent(sending); });
+    }
+
+    void sent(const error_code& error) {
+        if (failed(error)) return;
+        http::async_read(stream_, buffer_, parser_,
+                         [this](const error_code& reading, std::size_t) { failed(reading); });
+    }
+
+    bool failed(const error_code& error) {
+        error_ = error;
+        return static_cast<bool>(error);
+    }
+
+    asio::io_context context_;
+    beast::tcp_stream stream_{context_};
+    beast::flat_buffer buffer_;
+    Request request_;
+    Parser parser_;
+    error_code error_;
+};
+
+Request requestFor(const std::string& method, const std::string& target, const std::string& body) {
+    Request request{http::string_to_verb(method), target, 11};
+    request.set(http::field::host, "localhost");
+    request.set(http::field::connection, "close");
+    request.body() = body;
+    request.prepare_payload();
+    return request;
+}
+
+[[noreturn]] void complain(std::uint16_t port, const std::string& what) {
+    throw std::runtime_error("no kivo-dev answers at admin port " + std::to_string(port) + " (" +
+                             what +
+                             "); start one with: kivo-dev serve, or name the port that it "
+                             "printed with --admin-port N");
+}
+
+}  // namespace
+
+std::string AdminClient::ask(const std::string& method, const std::string& target,
+                             const std::string& body) const {
+    const Call call(port_, requestFor(method, target, body));
+    if (call.error()) complain(port_, call.error().message());
+    const auto& answer = call.response();
+    if (answer[http::field::server] != adminServerName)
+        complain(port_, "something else listens there");
+    if (answer.result() == http::status::ok) return answer.body();
+    throw std::runtime_error(nlohmann::json::parse(answer.body()).value("message", ""));
+}
+
+}  // namespace kivo::backend

@@ -1,0 +1,188 @@
+#include "backend/admin/AdminCommands.h"
+
+#include "backend/admin/Expectation.h"
+#include "backend/base/FileDescriptor.h"
+#include "backend/base/Terminal.h"
+#include "backend/service/Images.h"
+#include "backend/tls/AuthorityStore.h"
+
+#include <boost/algorithm/string/case_conv.hpp>
+#include <nlohmann/json.hpp>
+
+#include <filesystem>
+#include <locale>
+#include <stdexcept>
+#include <thread>
+
+namespace kivo::backend::command {
+namespace {
+
+using nlohmann::json;
+constexpr std::chrono::milliseconds pollingPause(100);
+
+std::string counted(const json& count, const std::string& one) {
+    return count.dump() + " " + one + (count == 1 ? "" : "s");
+}
+
+std::string faultLine(const json& fault) {
+    return "  " + fault.at("rule").get<std::string>() + "  (" + counted(fault.at("hits"), "hit") +
+           ")\n";
+}
+
+std::string sessionLine(const json& session) {
+    std::string line = "  " + session.at("id").get<std::string>();
+    for (const auto* key : {"apiKey", "deviceToken", "permission"}) {
+        const auto value = session.at(key).get<std::string>();
+        if (!value.empty()) line += std::string("  ") + key + "=" + value;
+    }
+    if (!session.at("user").empty()) line += "  user=" + session.at("user").dump();
+    return line + "\n";
+}
+
+std::string imageLine(const json& image) {
+    return "  " + image.at("name").get<std::string>() + "  (" + counted(image.at("hits"), "hit") +
+           ")\n";
+}
+
+template <typename Line>
+std::string section(const std::string& title, const json& things, const Line& line) {
+    std::string text = title + (things.empty() ? ": none\n" : "\n");
+    for (const auto& thing : things) text += line(thing);
+    return text;
+}
+
+std::string totalsSection(const json& totals) {
+    std::string text = "requests\n";
+    for (const auto& [endpoint, count] : totals.at("requests").items())
+        text += "  " + endpoint + "  " + count.dump() + "\n";
+    return text + "  refreshes  " + totals.at("refreshes").dump() + "\n  broke the contract  " +
+           totals.at("violations").dump() + "\n";
+}
+
+std::string imageIn(const std::string& file) {
+    const std::string advice =
+        "; name a picture of at most 1 MiB, as in: kivo-dev push --image-file a.png";
+    std::error_code error;
+    const auto size = std::filesystem::file_size(file, error);
+    if (error) throw std::runtime_error("cannot read " + file + ": " + error.message() + advice);
+    if (size == 0) throw std::runtime_error(file + " is empty" + advice);
+    if (size > Images::largest) throw std::runtime_error(file + " is larger than 1 MiB" + advice);
+    return contentOf(file);
+}
+
+/// A name for the address of a request: only its ending counts, and that if it is a plain one.
+std::string safeName(const std::string& file) {
+    auto ending = std::filesystem::path(file).extension().string();
+    boost::algorithm::to_lower(ending, std::locale::classic());
+    const bool plain = ending.find_first_not_of(".abcdefghijklmnopqrstuvwxyz") == ending.npos;
+    return plain ? "image" + ending : "image";
+}
+
+std::string lossLine(std::uint64_t missing) {
+    return "kivo-dev: " + std::to_string(missing) +
+           " more came, too fast to be shown; only the newest are kept\n";
+}
+
+/// The number of the newest request that was shown.
+std::uint64_t showRequestsAfter(const AdminClient& backend, std::uint64_t number, bool asJson) {
+    const auto answer = json::parse(backend.get("/requests?after=" + std::to_string(number)));
+    for (const auto& request : answer.at("requests")) {
+        const auto missing = request.at("number").get<std::uint64_t>() - number - 1;
+        if (number > 0 && missing > 0) printError(lossLine(missing));
+        number = request.at("number");
+        print(asJson ? request.dump() + "\n" : request.at("line").get<std::string>());
+    }
+    return number;
+}
+
+void followRequests(const AdminClient& backend, std::uint64_t number, bool asJson) {
+    try {
+        for (;;) {
+            std::this_thread::sleep_for(pollingPause);
+            number = showRequestsAfter(backend, number, asJson);
+        }
+    } catch (const std::runtime_error& error) {
+        printError(std::string("kivo-dev: no more requests: ") + error.what() + "\n");
+    }
+}
+
+int disappointed(const json& answer, std::chrono::milliseconds within) {
+    const auto newest = answer.at("line").get<std::string>();
+    printError("kivo-dev: no such request came within " + std::to_string(within.count()) + " ms; " +
+               (newest.empty() ? "none came to that endpoint at all\n"
+                               : "the last one to that endpoint was\n  " + newest));
+    return EXIT_FAILURE;
+}
+
+}  // namespace
+
+void listFaults(const AdminClient& backend) {
+    const auto answer = json::parse(backend.get("/faults"));
+    print(section("faults", answer.at("faults"), faultLine));
+}
+
+void addFault(const AdminClient& backend, const std::string& rule) {
+    const auto answer = json::parse(backend.post("/faults", json{{"rule", rule}}.dump()));
+    print("added " + answer.at("added").get<std::string>() + "\n");
+}
+
+void clearFaults(const AdminClient& backend, const std::string& rule) {
+    const auto body = rule.empty() ? json::object() : json{{"rule", rule}};
+    const auto cleared = json::parse(backend.remove("/faults", body.dump())).at("cleared");
+    if (cleared == 0 && !rule.empty())
+        throw std::runtime_error("no fault is written " + rule + "; see: kivo-dev fault list");
+    print("cleared " + counted(cleared, "fault") + "\n");
+}
+
+void expire(const AdminClient& backend, const std::string& kind) {
+    backend.post("/expire", json{{"kind", kind}}.dump());
+    print("expired: " + kind + "\n");
+}
+
+void reset(const AdminClient& backend) {
+    backend.post("/reset", "{}");
+    print("reset\n");
+}
+
+void showState(const AdminClient& backend) {
+    const auto state = json::parse(backend.get("/state"));
+    print("base URL  " + state.at("baseUrl").get<std::string>() + "\n" +
+          section("sessions", state.at("sessions"), sessionLine) +
+          section("faults", state.at("faults"), faultLine) +
+          section("pushed images", state.at("images"), imageLine) +
+          totalsSection(state.at("totals")));
+}
+
+void showRequests(const AdminClient& backend, const RequestsOptions& options) {
+    const auto number = showRequestsAfter(backend, 0, options.json);
+    if (options.follow) followRequests(backend, number, options.json);
+}
+
+void push(const AdminClient& backend, const std::string& imageFile) {
+    const auto target = "/images?file=" + safeName(imageFile);
+    const auto url = json::parse(backend.post(target, imageIn(imageFile))).at("url");
+    const nlohmann::ordered_json notification{
+        {"title", "Hello"}, {"body", "From kivo-dev"}, {"image", url}};
+    print(nlohmann::ordered_json{{"notification", notification}}.dump(2) + "\n");
+    printError("kivo-dev: \"kivo-dev state\" shows how often the image was fetched\n");
+}
+
+int expect(const AdminClient& backend, const std::vector<std::string>& words,
+           std::chrono::milliseconds within) {
+    parseExpectation(words);  // A mistake is told even if no backend runs.
+    const auto body = json{{"words", words}}.dump();
+    const auto end = std::chrono::steady_clock::now() + within;
+    for (;;) {
+        const auto answer = json::parse(backend.post("/expectations", body));
+        if (answer.at("met")) {
+            print(answer.at("line"));
+            return EXIT_SUCCESS;
+        }
+        if (std::chrono::steady_clock::now() >= end) return disappointed(answer, within);
+        std::this_thread::sleep_for(pollingPause);
+    }
+}
+
+void showAuthorityPath() { print(openAuthorityStore(authorityFolder()).trustFile.string() + "\n"); }
+
+}  // namespace kivo::backend::command

@@ -1,0 +1,102 @@
+#include "backend/admin/Records.h"
+
+#include "backend/journal/RequestLine.h"
+#include "backend/journal/Secrets.h"
+#include "backend/journal/TokenNames.h"
+
+#include <nlohmann/json.hpp>
+
+namespace kivo::backend {
+namespace {
+
+using nlohmann::json;
+
+json namesOf(const std::vector<NamedToken>& tokens) {
+    json names = json::array();
+    for (const auto& token : tokens) names.push_back(token.name);
+    return names;
+}
+
+json recordsOf(const std::vector<Header>& headers, bool showSecrets) {
+    json list = json::array();
+    for (const auto& header : headers) {
+        const auto shown = showSecrets ? header : withoutSecrets(header);
+        list.push_back({shown.name, shown.value});
+    }
+    return list;
+}
+
+json messageOf(const std::vector<Header>& headers, const std::string& body, bool showSecrets) {
+    return {{"headers", recordsOf(headers, showSecrets)},
+            {"body", showSecrets ? body : withoutSecrets(body)}};
+}
+
+double millisecondsIn(std::chrono::steady_clock::duration duration) {
+    return std::chrono::duration<double, std::milli>(duration).count();
+}
+
+std::string shown(const std::string& secret, bool showSecrets) {
+    return showSecrets ? secret : shortened(secret);
+}
+
+json recordOf(const Session& session, bool showSecrets) {
+    return {{"id", session.id},
+            {"apiKey", shown(session.apiKey, showSecrets)},
+            {"user", session.user},
+            {"deviceToken", shown(session.deviceToken, showSecrets)},
+            {"permission", session.permission}};
+}
+
+template <typename Things, typename Describe>
+json listOf(const Things& things, const Describe& describe) {
+    json list = json::array();
+    for (const auto& thing : things) list.push_back(describe(thing));
+    return list;
+}
+
+}  // namespace
+
+json recordOf(const Entry& entry, bool showSecrets) {
+    const auto& [request, reply, duration, delivered] = entry.exchange;
+    return {{"number", entry.number},
+            {"time", localTime(request.arrival)},
+            {"line", requestLine(entry, showSecrets)},
+            {"method", request.method},
+            {"target", request.target},
+            {"authority", request.authority},
+            {"connection", request.connection},
+            {"status", reply.status},
+            {"milliseconds", millisecondsIn(duration)},
+            {"delivered", delivered},
+            {"carried", namesOf(carriedTokens(request))},
+            {"given", namesOf(givenTokens(reply))},
+            {"verdict", verdictOn(entry)},
+            {"violations", entry.violations},
+            {"fault", reply.fault},
+            {"imageHits", entry.imageHits},
+            {"request", messageOf(request.headers, request.body, showSecrets)},
+            {"reply", messageOf(reply.headers, reply.body, showSecrets)}};
+}
+
+json recordOf(const Totals& totals) {
+    return {{"requests", totals.requests},
+            {"refreshes", totals.refreshes},
+            {"violations", totals.violations}};
+}
+
+json recordsOf(const std::vector<Session>& sessions, bool showSecrets) {
+    return listOf(sessions, [&](const auto& session) { return recordOf(session, showSecrets); });
+}
+
+json recordsOf(const std::vector<Images::Image>& images) {
+    return listOf(
+        images, [](const auto& image) { return json{{"name", image.name}, {"hits", image.hits}}; });
+}
+
+json recordsOf(const std::vector<Faults::Active>& faults) {
+    return listOf(faults, [](const auto& active) {
+        return json{{"rule", ruleOf(active.fault)}, {"hits", active.hits}};
+    });
+}
+
+}  // namespace kivo::backend

@@ -1,0 +1,23 @@
+#pragma once
+
+#include "backend/faults/Faults.h"
+#include "backend/journal/Journal.h"
+#include "backend/journal/Tally.h"
+#include "backend/service/Images.h"
+#include "backend/service/Service.h"
+
+#include <nlohmann/json_fwd.hpp>
+
+#include <vector>
+
+namespace kivo::backend {
+
+/// What the backend knows, as the JSON that commands and pages read. Secrets are shortened unless
+/// they are to be shown.
+nlohmann::json recordOf(const Entry& entry, bool showSecrets);
+nlohmann::json recordOf(const Totals& totals);
+nlohmann::json recordsOf(const std::vector<Session>& sessions, bool showSecrets);
+nlohmann::json recordsOf(const std::vector<Images::Image>& images);
+nlohmann::json recordsOf(const std::vector<Faults::Active>& faults);
+
+}  // namespace kivo::backend

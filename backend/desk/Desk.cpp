@@ -1,0 +1,145 @@
+#include "backend/desk/Desk.h"
+
+#include "backend/admin/Admin.h"
+#include "backend/faults/FaultKinds.h"
+#include "backend/journal/Contract.h"
+#include "backend/service/Endpoints.h"
+
+#include <stdexcept>
+#include <system_error>
+#include <utility>
+
+namespace kivo::backend {
+namespace {
+
+constexpr std::chrono::milliseconds departureLimit(50);
+
+std::uint64_t randomSeed() {
+    std::random_device device;
+    return std::uint64_t{device()} << 32 | device();
+}
+
+/// One for each source of chance: with one seed for two, what one draws would foretell the other.
+std::uint64_t seedOf(const DeskOptions& options, std::uint64_t source) {
+    return (options.seed ? *options.seed : randomSeed()) + source;
+}
+
+std::string whyNot(const std::system_error& error, const std::string& port,
+                   const std::string& option) {
+    if (error.code() == std::errc::permission_denied)
+        return "port " + port + " needs privileges; choose one above 1023 with " + option + " N";
+    if (error.code() != std::errc::address_in_use) return error.what();
+    return "port " + port +
+           " is taken, perhaps by another kivo-dev; end that one, or choose a port with " + option +
+           " N (0 takes a free one)";
+}
+
+std::unique_ptr<Server> listen(ServerOptions options, const std::string& option) {
+    const auto port = std::to_string(options.port);
+    try {
+        return std::make_unique<Server>(std::move(options));
+    } catch (const std::system_error& error) {
+        throw std::runtime_error(whyNot(error, port, option));
+    }
+}
+
+/// What goes to the client in place of the good reply.
+Reply misconduct(const Request& request, Reply good, const Fault& fault) {
+    const auto* kind = faultKindNamed(fault.kind);
+    auto reply = kind->misbehave(request, std::move(good), fault.argument);
+    reply.fault = ruleOf(fault);
+    return reply;
+}
+
+}  // namespace
+
+Desk::Desk(DeskOptions options, Journal::Observer observer)
+    : options_(std::move(options)),
+      service_(
+          {.lifetimes = options_.lifetimes, .authRead = options_.authRead, .seed = options_.seed}),
+      faults_(seedOf(options_, 0)),
+      chance_(seedOf(options_, 1)) {
+    for (const auto& fault : options_.faults) faults_.add(fault);
+    journal_.observe([this](const Entry& entry) { tally_.count(entry); });
+    journal_.observe(std::move(observer));
+}
+
+Desk::~Desk() = default;
+
+void Desk::open() {
+    server_ = listen(serverOptions(), "--port");
+    if (options_.adminPort)
+        adminServer_ = listen(adminServerOptions(*this, *options_.adminPort), "--admin-port");
+}
+
+void Desk::settle() { server_->awaitDeparture(departureLimit); }
+
+void Desk::close() {
+    if (adminServer_) adminServer_->stop();
+    settle();
+    server_->stop();
+}
+
+std::optional<std::uint16_t> Desk::adminPort() const {
+    return adminServer_ ? std::optional(adminServer_->port()) : std::nullopt;
+}
+
+std::string Desk::baseUrl() const { return "https://localhost:" + std::to_string(port()) + "/"; }
+
+/// One that befalls connections would be missed by a client that keeps the ones it has.
+void Desk::addFault(Fault fault) {
+    const bool hangUp = befallsConnections(fault);
+    faults_.add(std::move(fault));
+    if (hangUp) server_->hangUp();
+}
+
+void Desk::reset() {
+    service_.reset();
+    faults_.clear();
+    images_.clear();
+    journal_.clear();
+    tally_.clear();
+}
+
+ServerOptions Desk::serverOptions() {
+    return {.port = options_.port,
+            .identity = options_.identity,
+            .handler = [this](const Request& request) { return answer(request); },
+            .greet = [this] { return greeting(); },
+            .passage = options_.passage,
+            .handshakeFailed = options_.handshakeFailed,
+            .finished = [this](Exchange exchange) { finished(std::move(exchange)); }};
+}
+
+Greeting Desk::greeting() {
+    const auto greeting = faults_.drawGreeting();
+    if (greeting == Greeting::refusal && options_.handshakeFailed)
+        options_.handshakeFailed("refused on purpose, by a fault");
+    return greeting;
+}
+
+Reply Desk::answer(const Request& request) {
+    auto reply = goodReply(request);
+    if (const auto fault = faults_.draw(request))
+        reply = misconduct(request, std::move(reply), *fault);
+    reply.delay += options_.latency.draw(chance_);
+    return reply;
+}
+
+Reply Desk::goodReply(const Request& request) {
+    const auto image = imageAt(request.path());
+    if (image && request.method == "GET") {
+        if (auto pushed = images_.serve(*image)) return std::move(*pushed);
+    }
+    return service_.answer(request);
+}
+
+void Desk::finished(Exchange exchange) {
+    const auto image = imageAt(exchange.request.path());
+    const unsigned hits = image ? images_.hits(*image) : 0;
+    auto violations = contractViolations(exchange.request);
+    journal_.record(
+        {.exchange = std::move(exchange), .violations = std::move(violations), .imageHits = hits});
+}
+
+}  // namespace kivo::backend

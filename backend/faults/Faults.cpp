@@ -1,0 +1,75 @@
+#include "backend/faults/Faults.h"
+
+#include "backend/faults/BrokenTransport.h"
+#include "backend/faults/FaultKinds.h"
+#include "backend/service/Endpoints.h"
+
+#include <ranges>
+#include <stdexcept>
+#include <utility>
+
+namespace kivo::backend {
+namespace {
+
+constexpr std::size_t mostFaults = 1000;
+
+bool isUsedUp(const Faults::Active& active) {
+    return active.fault.times && active.hits >= *active.fault.times;
+}
+
+std::string_view endpointOf(const Request& request) {
+    if (imageAt(request.path())) return "img";
+    const auto* endpoint = endpointAt(request.path());
+    return endpoint ? endpoint->name : "";
+}
+
+}  // namespace
+
+bool befallsConnections(const Fault& fault) { return !faultKindNamed(fault.kind)->misbehave; }
+
+void Faults::add(Fault fault) {
+    const std::lock_guard lock(mutex_);
+    if (active_.size() >= mostFaults)
+        throw std::invalid_argument("there are 1000 faults; remove some: kivo-dev fault clear");
+    active_.push_back({.fault = std::move(fault)});
+}
+
+std::size_t Faults::clear(const std::optional<std::string>& rule) {
+    const auto meant = rule ? ruleOf(parseFault(*rule)) : "";
+    const std::lock_guard lock(mutex_);
+    return std::erase_if(
+        active_, [&](const Active& active) { return !rule || ruleOf(active.fault) == meant; });
+}
+
+std::vector<Faults::Active> Faults::list() const {
+    const std::lock_guard lock(mutex_);
+    return active_;
+}
+
+template <typename Fits>
+std::optional<Fault> Faults::drawNewest(const Fits& fits) {
+    const std::lock_guard lock(mutex_);
+    std::uniform_real_distribution<> dice(0, 1);
+    for (auto& active : std::views::reverse(active_)) {
+        if (isUsedUp(active) || !fits(active.fault)) continue;
+        if (dice(chance_) >= active.fault.probability) continue;
+        ++active.hits;
+        return active.fault;
+    }
+    return std::nullopt;
+}
+
+std::optional<Fault> Faults::draw(const Request& request) {
+    if (wasRedirected(request)) return std::nullopt;
+    const auto endpoint = endpointOf(request);
+    return drawNewest([&](const Fault& fault) {
+        return !befallsConnections(fault) && (fault.endpoint == "*" || fault.endpoint == endpoint);
+    });
+}
+
+Greeting Faults::drawGreeting() {
+    const auto fault = drawNewest(befallsConnections);
+    return fault ? faultKindNamed(fault->kind)->greeting : Greeting::proper;
+}
+
+}  // namespace kivo::backend

@@ -1,0 +1,78 @@
+#pragma once
+
+#include "backend/http/Server.h"
+
+#include <boost/asio/awaitable.hpp>
+#include <boost/asio/ip/tcp.hpp>
+#include <boost/asio/ssl/context.hpp>
+#include <boost/beast/core/flat_buffer.hpp>
+#include <boost/beast/core/tcp_stream.hpp>
+
+#include <chrono>
+#include <cstdint>
+
+namespace kivo::backend {
+
+/// What all connections of one server share.
+struct Premises {
+    ServerOptions options;
+    boost::asio::ssl::context tls{boost::asio::ssl::context::tls_server};
+    boost::asio::ssl::context untrusted{boost::asio::ssl::context::tls_server};
+};
+
+/// One client's connection, from its first byte to the last. Lives on the server's thread.
+class Connection {
+public:
+    Connection(boost::asio::ip::tcp::socket socket, Premises& premises, std::uint64_t number);
+
+    /// Ends when the connection has; throws what the peer or the network did to it.
+    boost::asio::awaitable<void> serve();
+
+    /// Lets a reply go that hangs.
+    void release();
+
+    /// Closes the connection if it waits for a request.
+    void hangUp();
+
+private:
+    enum class Next { request, tunnel, close };
+    static constexpr std::chrono::seconds partingLimit{1};
+
+    boost::asio::awaitable<Next> serveLayer();
+    boost::asio::awaitable<Next> greet();
+    boost::asio::awaitable<Next> serveTls(boost::asio::ssl::context& context);
+    boost::asio::awaitable<Next> refuseTls();
+    template <typename Stream>
+    boost::asio::awaitable<Next> serveRequests(Stream& stream);
+    template <typename Stream>
+    boost::asio::awaitable<Next> serveRequest(Stream& stream);
+    template <typename Stream>
+    boost::asio::awaitable<Next> answer(Stream& stream, Request request, bool keepAlive);
+    template <typename Stream>
+    boost::asio::awaitable<bool> deliver(Stream& stream, Exchange& exchange, bool keepAlive);
+    template <typename Stream>
+    boost::asio::awaitable<Next> refuse(Stream& stream, Request request, int status);
+    boost::asio::awaitable<Next> openTunnel(std::string authority);
+    void reportFailedHandshake(const boost::system::error_code& error) const;
+    template <typename Stream>
+    boost::asio::awaitable<bool> send(Stream& stream, std::string_view text, const Reply& reply);
+    template <typename Stream>
+    boost::asio::awaitable<bool> repeatBody(Stream& stream, const Reply& reply);
+    boost::asio::awaitable<void> holdBack(const Reply& reply);
+    boost::asio::awaitable<void> pause(std::chrono::milliseconds duration);
+    void reset();
+    boost::asio::awaitable<void> untilReleased();
+    boost::asio::awaitable<void> drain();
+    void limitSilence();
+
+    boost::beast::tcp_stream stream_;
+    boost::beast::flat_buffer buffer_;  // Bounded: a chunk's header, for one, may never end.
+    Premises& premises_;
+    const std::uint64_t number_;
+    std::string authority_;
+    bool tls_ = false;
+    bool hanging_ = false;
+    bool idle_ = false;
+};
+
+}  // namespace kivo::backend

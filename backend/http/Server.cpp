@@ -1,0 +1,158 @@
+#include "backend/http/Server.h"
+
+#include "backend/http/Connection.h"
+#include "backend/http/Listeners.h"
+
+#include <openssl/ssl.h>
+#include <boost/asio/co_spawn.hpp>
+#include <boost/asio/detached.hpp>
+#include <boost/asio/post.hpp>
+#include <boost/asio/redirect_error.hpp>
+#include <boost/asio/steady_timer.hpp>
+#include <boost/asio/use_awaitable.hpp>
+
+#include <pthread.h>
+
+#include <future>
+#include <set>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+namespace kivo::backend {
+namespace asio = boost::asio;
+using asio::ip::tcp;
+
+namespace {
+
+constexpr std::chrono::milliseconds acceptPause(50);
+constexpr std::chrono::milliseconds departurePause(1);
+
+int chooseHttp1(SSL*, const unsigned char** chosen, unsigned char* size,
+                const unsigned char* offered, unsigned int offeredSize, void*) {
+    static constexpr unsigned char http1[] = "\x08http/1.1";
+    unsigned char* choice = nullptr;
+    const int outcome =
+        SSL_select_next_proto(&choice, size, http1, sizeof http1 - 1, offered, offeredSize);
+    *chosen = choice;
+    return outcome == OPENSSL_NPN_NEGOTIATED ? SSL_TLSEXT_ERR_OK : SSL_TLSEXT_ERR_NOACK;
+}
+
+void configure(asio::ssl::context& tls, const Identity& identity) {
+    if (identity.certificate.empty()) return;
+    tls.use_certificate_chain(asio::buffer(identity.certificate));
+    tls.use_private_key(asio::buffer(identity.privateKey), asio::ssl::context::pem);
+    SSL_CTX_set_min_proto_version(tls.native_handle(), TLS1_2_VERSION);
+    SSL_CTX_set_alpn_select_cb(tls.native_handle(), chooseHttp1, nullptr);
+}
+
+}  // namespace
+
+class Server::Machinery {
+public:
+    explicit Machinery(ServerOptions&& options)
+        : premises_{.options = std::move(options)},
+          acceptors_(listenOnLoopback(context_, premises_.options.port)) {
+        configure(premises_.tls, premises_.options.identity);
+        configure(premises_.untrusted, Authority::make().issue(loopbackHosts()));
+        for (auto& acceptor : acceptors_)
+            asio::co_spawn(context_, accept(acceptor), asio::detached);
+        thread_ = std::thread([this] { run(); });
+    }
+
+    ~Machinery() {
+        context_.stop();
+        thread_.join();
+    }
+
+    std::uint16_t port() const { return acceptors_.front().local_endpoint().port(); }
+
+    void tellAll(void (Connection::*message)()) {
+        asio::post(context_, [this, message] {
+            for (auto* connection : open_) (connection->*message)();
+        });
+    }
+
+    bool isEmpty() {
+        std::promise<bool> empty;
+        asio::post(context_, [&] { empty.set_value(open_.empty()); });
+        return empty.get_future().get();
+    }
+
+private:
+    void run() {
+        pthread_setname_np(pthread_self(), "kivo-backend");
+        context_.run();
+    }
+
+    /// Goes on after every error: running out of descriptors, for one, passes.
+    asio::awaitable<void> accept(tcp::acceptor& acceptor) {
+        for (;;) {
+            boost::system::error_code error;
+            auto socket =
+                co_await acceptor.async_accept(asio::redirect_error(asio::use_awaitable, error));
+            if (error) {
+                asio::steady_timer timer(context_, acceptPause);
+                co_await timer.async_wait(asio::use_awaitable);
+            } else if (open_.size() < premises_.options.limits.connections) {
+                full_ = false;
+                asio::co_spawn(context_, serve(std::move(socket)), asio::detached);
+            } else {
+                turnAway();
+            }
+        }
+    }
+
+    /// Says so once, until there is room again.
+    void turnAway() {
+        if (std::exchange(full_, true) || !premises_.options.handshakeFailed) return;
+        premises_.options.handshakeFailed("turned away, as " + std::to_string(open_.size()) +
+                                          " clients are connected already");
+    }
+
+    asio::awaitable<void> serve(tcp::socket socket) {
+        socket.set_option(tcp::no_delay(true));
+        Connection connection(std::move(socket), premises_, ++connections_);
+        open_.insert(&connection);
+        try {
+            co_await connection.serve();
+        } catch (const std::exception&) {
+            // The peer has gone or broke TLS: nobody is left to be told.
+        }
+        open_.erase(&connection);
+    }
+
+    Premises premises_;
+    std::set<Connection*> open_;
+    std::uint64_t connections_ = 0;
+    bool full_ = false;
+    asio::io_context context_{1};
+    std::vector<tcp::acceptor> acceptors_;
+    std::thread thread_;
+};
+
+Server::Server(ServerOptions options)
+    : machinery_(std::make_unique<Machinery>(std::move(options))), port_(machinery_->port()) {}
+
+Server::~Server() = default;
+
+std::uint16_t Server::port() const { return port_; }
+
+void Server::release() {
+    if (machinery_) machinery_->tellAll(&Connection::release);
+}
+
+void Server::hangUp() {
+    if (machinery_) machinery_->tellAll(&Connection::hangUp);
+}
+
+void Server::awaitDeparture(std::chrono::milliseconds limit) {
+    const auto end = std::chrono::steady_clock::now() + limit;
+    while (machinery_ && !machinery_->isEmpty() && std::chrono::steady_clock::now() < end)
+        std::this_thread::sleep_for(departurePause);
+}
+
+void Server::stop() { machinery_.reset(); }
+
+}  // namespace kivo::backend

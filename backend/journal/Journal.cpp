@@ -1,0 +1,73 @@
+#include "backend/journal/Journal.h"
+
+#include <utility>
+
+namespace kivo::backend {
+namespace {
+
+void cut(std::string& body, std::size_t limit) {
+    if (body.size() <= limit) return;
+    const auto whole = body.size();
+    body.resize(limit);
+    body.shrink_to_fit();
+    body += "… (" + std::to_string(whole) + " bytes in all)";
+}
+
+std::size_t sizeOf(const std::vector<Header>& headers) {
+    std::size_t size = headers.size() * sizeof(Header);
+    for (const auto& header : headers) size += header.name.size() + header.value.size();
+    return size;
+}
+
+std::size_t sizeOf(const Exchange& exchange) {
+    const auto& [request, reply, duration, delivered] = exchange;
+    return request.target.size() + request.body.size() + reply.body.size() +
+           sizeOf(request.headers) + sizeOf(reply.headers);
+}
+
+}  // namespace
+
+void Journal::observe(Observer observer) {
+    const std::lock_guard lock(mutex_);
+    observers_.push_back(std::move(observer));
+}
+
+void Journal::record(Entry entry) {
+    cut(entry.exchange.request.body, limits_.bodyBytes);
+    cut(entry.exchange.reply.body, limits_.bodyBytes);
+    std::unique_lock lock(mutex_);
+    entry.number = ++recorded_;
+    keep(entry);
+    const auto observers = observers_;
+    lock.unlock();
+    for (const auto& observer : observers) observer(entry);
+}
+
+void Journal::keep(const Entry& entry) {
+    entries_.push_back(entry);
+    bytes_ += sizeOf(entry.exchange);
+    while (entries_.size() > limits_.entries) dropOldest();
+    while (entries_.size() > 1 && bytes_ > limits_.bytes) dropOldest();
+}
+
+void Journal::dropOldest() {
+    bytes_ -= sizeOf(entries_.front().exchange);
+    entries_.pop_front();
+}
+
+std::vector<Entry> Journal::after(std::uint64_t number) const {
+    const std::lock_guard lock(mutex_);
+    std::vector<Entry> later;
+    for (const auto& entry : entries_) {
+        if (entry.number > number) later.push_back(entry);
+    }
+    return later;
+}
+
+void Journal::clear() {
+    const std::lock_guard lock(mutex_);
+    entries_.clear();
+    bytes_ = 0;
+}
+
+}  // namespace kivo::backend

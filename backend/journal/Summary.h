@@ -1,0 +1,15 @@
+#pragma once
+
+#include "backend/journal/Tally.h"
+
+#include <string>
+
+namespace kivo::backend {
+
+/// A few lines for the end of a run: requests by endpoint, refreshes, broken contracts.
+std::string summaryOf(const Totals& totals);
+
+/// A line for a TLS handshake that failed, with what to do about it where that is known.
+std::string handshakeLine(const std::string& reason);
+
+}  // namespace kivo::backend

@@ -1,0 +1,108 @@
+#include "backend/run/ChildProcess.h"
+
+#include <fcntl.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <stdexcept>
+#include <system_error>
+
+namespace kivo::backend {
+namespace {
+
+constexpr int killedBySignal = 128;
+
+std::vector<char*> pointersTo(const std::vector<std::string>& texts) {
+    std::vector<char*> pointers;
+    pointers.reserve(texts.size() + 1);
+    for (const auto& text : texts) pointers.push_back(const_cast<char*>(text.c_str()));
+    pointers.push_back(nullptr);
+    return pointers;
+}
+
+std::string whatToDo(int error) {
+    if (error == ENOENT) return "; is its path right, as in: kivo-dev run -- ./app";
+    if (error == EACCES) return "; is it executable?";
+    return "";
+}
+
+/// We may have been told to ignore these, or ignore them ourselves; a program starts afresh.
+const sigset_t& restored() {
+    static const sigset_t signals = [] {
+        sigset_t set;
+        sigemptyset(&set);
+        for (const int signal : {SIGINT, SIGQUIT, SIGPIPE}) sigaddset(&set, signal);
+        return set;
+    }();
+    return signals;
+}
+
+/// What posix_spawn(3) is told about the new process.
+class Instructions {
+public:
+    explicit Instructions(const sigset_t& mask) {
+        posix_spawn_file_actions_init(&actions_);
+        posix_spawnattr_init(&attributes_);
+        posix_spawnattr_setsigmask(&attributes_, &mask);
+        posix_spawnattr_setsigdefault(&attributes_, &restored());
+        posix_spawnattr_setflags(&attributes_, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
+    }
+    ~Instructions() {
+        posix_spawnattr_destroy(&attributes_);
+        posix_spawn_file_actions_destroy(&actions_);
+    }
+    Instructions(const Instructions&) = delete;
+    Instructions& operator=(const Instructions&) = delete;
+
+    void give(const FileDescriptor& ours, int theirs) {
+        posix_spawn_file_actions_adddup2(&actions_, ours.number(), theirs);
+    }
+    const posix_spawn_file_actions_t* actions() const { return &actions_; }
+    const posix_spawnattr_t* attributes() const { return &attributes_; }
+
+private:
+    posix_spawn_file_actions_t actions_{};
+    posix_spawnattr_t attributes_{};
+};
+
+}  // namespace
+
+ChildProcess::ChildProcess(const std::vector<std::string>& command,
+                           const std::vector<std::string>& environment, const sigset_t& mask)
+    : output_(makePipe()), errors_(makePipe()) {
+    start(command, environment, mask);
+    output_.writing.close();
+    errors_.writing.close();
+}
+
+ChildProcess::Pipe ChildProcess::makePipe() {
+    std::array<int, 2> ends{-1, -1};
+    if (::pipe2(ends.data(), O_CLOEXEC) != 0) throwLastError("a pipe");
+    ::fcntl(ends[0], F_SETFL, O_NONBLOCK);
+    return {.reading = FileDescriptor(ends[0], "a pipe"),
+            .writing = FileDescriptor(ends[1], "a pipe")};
+}
+
+void ChildProcess::start(const std::vector<std::string>& command,
+                         const std::vector<std::string>& environment, const sigset_t& mask) {
+    Instructions instructions(mask);
+    instructions.give(output_.writing, STDOUT_FILENO);
+    instructions.give(errors_.writing, STDERR_FILENO);
+    const int error = ::posix_spawnp(&id_, command.front().c_str(), instructions.actions(),
+                                     instructions.attributes(), pointersTo(command).data(),
+                                     pointersTo(environment).data());
+    if (error == 0) return;
+    throw std::runtime_error("cannot start " + command.front() + ": " +
+                             std::generic_category().message(error) + whatToDo(error));
+}
+
+std::optional<int> reap(pid_t id) {
+    int status = 0;
+    if (::waitpid(id, &status, WNOHANG) != id) return std::nullopt;
+    return WIFSIGNALED(status) ? killedBySignal + WTERMSIG(status) : WEXITSTATUS(status);
+}
+
+}  // namespace kivo::backend

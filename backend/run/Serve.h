@@ -1,0 +1,24 @@
+#pragma once
+
+#include "backend/desk/Desk.h"
+
+#include <optional>
+
+namespace kivo::backend {
+
+struct ServeOptions {
+    /// Its identity and its handlers are filled in by serve().
+    DeskOptions desk = {};
+    /// Fail at the end if a request broke the contract.
+    bool strict = false;
+    /// A descriptor that gets the line "PORT TRUST-FILE" once the backend listens, then one with
+    /// the admin port if there is one, and is then closed.
+    std::optional<int> readyDescriptor = {};
+};
+
+/// Runs the backend until SIGINT or SIGTERM; returns the exit status. Must come before any other
+/// thread of the process. Throws what keeps it from starting, with a text for the person at the
+/// keyboard.
+int serve(ServeOptions options);
+
+}  // namespace kivo::backend

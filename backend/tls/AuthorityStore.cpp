@@ -1,0 +1,88 @@
+#include "backend/tls/AuthorityStore.h"
+
+#include "backend/base/FileDescriptor.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <stdexcept>
+
+namespace kivo::backend {
+namespace {
+
+namespace fs = std::filesystem;
+constexpr ::mode_t ownerOnly = 0600;
+constexpr ::mode_t readable = 0644;
+
+std::string textOf(const fs::path& file) { return fs::exists(file) ? contentOf(file) : ""; }
+
+void prepare(const fs::path& folder) {
+    fs::create_directories(folder);
+    fs::permissions(folder, fs::perms::owner_all);
+}
+
+/// Held until the descriptor is closed.
+FileDescriptor lockIn(const fs::path& folder) {
+    const fs::path file = folder / "lock";
+    FileDescriptor lock(::open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, ownerOnly), file);
+    while (::flock(lock.number(), LOCK_EX) != 0) {
+        if (errno != EINTR) throwLastError(file);
+    }
+    return lock;
+}
+
+/// Readers see the old text or the whole new one, after a crash as well.
+void replace(const fs::path& file, const std::string& text, ::mode_t mode) {
+    const fs::path draft = file.string() + ".new";
+    fs::remove(draft);
+    const FileDescriptor output(
+        ::open(draft.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode), draft);
+    output.write(text);
+    if (::fsync(output.number()) != 0) throwLastError(draft);
+    fs::rename(draft, file);
+}
+
+Authority authorityIn(const fs::path& file) {
+    if (auto kept = Authority::read(textOf(file))) return std::move(*kept);
+    auto made = Authority::make();
+    replace(file, made.pem(), ownerOnly);
+    return made;
+}
+
+fs::path dataHome() {
+    const char* xdg = std::getenv("XDG_DATA_HOME");
+    if (xdg && fs::path(xdg).is_absolute()) return xdg;
+    const char* home = std::getenv("HOME");
+    if (home && *home) return fs::path(home) / ".local/share";
+    throw std::runtime_error(
+        "there is no place to keep the certificate authority: set HOME or XDG_DATA_HOME");
+}
+
+StoredAuthority openIn(const fs::path& folder) {
+    prepare(folder);
+    const auto lock = lockIn(folder);
+    auto authority = authorityIn(folder / "authority.pem");
+    const auto trustFile = folder / "ca.pem";
+    if (textOf(trustFile) != authority.certificate())
+        replace(trustFile, authority.certificate(), readable);
+    return {.authority = std::move(authority), .trustFile = trustFile};
+}
+
+}  // namespace
+
+StoredAuthority openAuthorityStore(const fs::path& folder) {
+    try {
+        return openIn(folder);
+    } catch (const std::system_error& error) {
+        throw std::runtime_error(
+            "there is no place to keep the certificate authority: " + std::string(error.what()) +
+            "; correct that, or set XDG_DATA_HOME to a folder of yours");
+    }
+}
+
+fs::path authorityFolder() { return dataHome() / "kivo-dev"; }
+
+}  // namespace kivo::backend

@@ -1,0 +1,53 @@
+#pragma once
+
+#include <curl/curl.h>
+
+#include <cstddef>
+#include <new>
+#include <vector>
+
+#include "kivo/platform/http/HTTPTransfer.h"
+
+namespace kivo::platform {
+
+/// libcurl's handles for single exchanges, reused: making one costs more than a request does. For
+/// the network thread alone.
+class EasyHandles {
+public:
+    EasyHandles() { idle_.reserve(kept); }
+
+    /// A handle that holds what every exchange has in common, or null where there is no memory for
+    /// one.
+    CURL* take() {
+        if (idle_.empty()) return make();
+        CURL* easy = idle_.back();
+        idle_.pop_back();
+        return easy;
+    }
+
+    /// Takes a handle back, or null, for which it does nothing. Never needs memory.
+    void giveBack(CURL* easy) {
+        if (easy == nullptr) return;
+        if (idle_.size() >= kept) return curl_easy_cleanup(easy);
+        idle_.push_back(easy);
+    }
+
+private:
+    static CURL* make() {
+        CURL* easy = curl_easy_init();
+        if (easy == nullptr) return nullptr;
+        try {
+            HTTPTransfer::prepare(easy);
+            return easy;
+        } catch (const std::bad_alloc&) {
+            curl_easy_cleanup(easy);
+            return nullptr;
+        }
+    }
+
+    static constexpr std::size_t kept = 24;
+
+    std::vector<CURL*> idle_;
+};
+
+}  // namespace kivo::platform

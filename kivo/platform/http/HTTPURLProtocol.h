@@ -1,0 +1,37 @@
+#pragma once
+
+#include <memory>
+#include <mutex>
+
+#include "kivo/platform/http/HTTPTransfer.h"
+#include "kivo/platform/url/URLProtocol.h"
+
+namespace kivo::platform {
+
+/// The built-in protocol: serves http and https over the network thread and follows redirects. It
+/// delivers a reply whole, response first, so that an errored transfer hands over nothing.
+class HTTPURLProtocol final : public URLProtocol {
+public:
+    using URLProtocol::URLProtocol;
+
+    static bool canInit(const URLRequest& request);
+    static URLRequest canonicalRequest(const URLRequest& request) { return request; }
+
+    void startLoading() override { send(request()); }
+    void stopLoading() override;
+
+private:
+    void send(const URLRequest& request);
+    void transferEnded(Result<HTTPReply> outcome);
+    std::shared_ptr<HTTPTransfer> takeTransfer();
+    void deliver(const URLRequest& sent, HTTPReply reply);
+    void fail(std::exception_ptr error);
+    std::shared_ptr<HTTPURLProtocol> self();
+
+    int redirects_ = 0;
+    std::mutex mutex_;  // A time limit may stop the load while it is being sent.
+    std::shared_ptr<HTTPTransfer> transfer_;
+    bool stopped_ = false;
+};
+
+}  // namespace kivo::platform

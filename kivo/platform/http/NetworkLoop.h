@@ -1,0 +1,279 @@
+#pragma once
+
+#include <curl/curl.h>
+
+#include <algorithm>
+#include <climits>
+#include <condition_variable>
+#include <memory>
+#include <mutex>
+#include <new>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+#include "kivo/platform/http/ConnectionGenerations.h"
+#include "kivo/platform/http/EasyHandles.h"
+#include "kivo/platform/http/HTTPTransfer.h"
+#include "kivo/platform/http/TimerQueue.h"
+#include "kivo/platform/http/TransferQueue.h"
+#include "kivo/platform/system/Process.h"
+#include "kivo/platform/system/Thread.h"
+#include "kivo/platform/tasks/TaskPool+Scopes.h"
+
+namespace kivo::platform {
+
+/// What the network thread does: it drives libcurl's multi handle and keeps the timers. The mutex
+/// guards what other threads hand in; the rest belongs to the thread alone.
+class NetworkLoop {
+public:
+    NetworkLoop() : pool_(TaskPool::shared()), multi_(curl_multi_init()) {
+        // Without descriptors libcurl makes a handle that nobody can wake.
+        if (multi_ == nullptr || curl_multi_wakeup(multi_) != CURLM_OK) {
+            curl_multi_cleanup(multi_);
+            throw std::bad_alloc();
+        }
+        HTTPTransfer::lackOfMemory();
+        // libcurl's own limit follows the transfers of the moment, and closes what the next ones
+        // need.
+        constexpr long keptConnections = 16;
+        curl_multi_setopt(multi_, CURLMOPT_MAXCONNECTS, keptConnections);
+    }
+
+    /// Makes one that runs on a thread of its own, to which it belongs from then on.
+    static NetworkLoop& begin() {
+        Process::prepare();
+        auto loop = std::make_unique<NetworkLoop>();
+        startThread("kivo-network", [loop = loop.get()] {
+            loop->run();
+            parkThread();
+        });
+        return *loop.release();
+    }
+
+    /// For one whose thread could not be had.
+    ~NetworkLoop() { curl_multi_cleanup(multi_); }
+    NetworkLoop(const NetworkLoop&) = delete;
+    NetworkLoop& operator=(const NetworkLoop&) = delete;
+
+    void hand(bool starts, std::shared_ptr<HTTPTransfer> transfer) {
+        std::unique_lock lock(mutex_);
+        commands_.push_back({starts, std::move(transfer)});
+        unlockAndWake(lock);
+    }
+
+    TimerQueue::Timer schedule(TimerQueue::Clock::time_point deadline, TimerQueue::Job job) {
+        std::unique_lock lock(mutex_);
+        const auto timer = timers_.add(deadline, std::move(job));
+        if (deadline < sleepsUntil_) unlockAndWake(lock);
+        return timer;
+    }
+
+    TimerQueue::Job unschedule(const TimerQueue::Timer& timer) {
+        const std::lock_guard lock(mutex_);
+        return timers_.remove(timer);
+    }
+
+    void stop(TimerQueue::Clock::time_point deadline) {
+        std::unique_lock lock(mutex_);
+        stopping_ = true;
+        unlockAndWake(lock);
+        lock.lock();
+        parkedChanged_.wait_until(lock, deadline, [this] { return parked_; });
+    }
+
+    void run() {
+        while (takeWork()) {
+            attempt([this] { submitDue(); });
+            carryOutAll();
+            int running = 0;
+            curl_multi_perform(multi_, &running);
+            settle();
+            curl_multi_poll(multi_, nullptr, 0, millisecondsToSleep(), nullptr);
+        }
+    }
+
+private:
+    struct Command {
+        bool starts;
+        std::shared_ptr<HTTPTransfer> transfer;
+    };
+
+    /// The thread needs the lock at once, so it is woken outside; awake, it looks by itself before
+    /// it sleeps.
+    void unlockAndWake(std::unique_lock<std::mutex>& lock) {
+        const bool isNeeded = std::exchange(sleeps_, false);
+        lock.unlock();
+        if (isNeeded && curl_multi_wakeup(multi_) != CURLM_OK) wakeAgain();
+    }
+
+    /// The kernel may refuse a byte for want of memory. If it does so twice, the next who hands
+    /// something in tries anew.
+    void wakeAgain() {
+        if (curl_multi_wakeup(multi_) == CURLM_OK) return;
+        const std::lock_guard lock(mutex_);
+        sleeps_ = true;
+    }
+
+    /// Takes what has been handed in; false once the process ends.
+    bool takeWork() {
+        const std::lock_guard lock(mutex_);
+        sleeps_ = false;
+        std::swap(takenCommands_, commands_);
+        timers_.takeDue(TimerQueue::Clock::now(), dueJobs_);
+        if (!stopping_) return true;
+        parked_ = true;
+        parkedChanged_.notify_all();
+        return false;
+    }
+
+    /// Without memory a step is left unfinished; the next turn takes it up again.
+    template <typename Step>
+    static void attempt(const Step& step) noexcept {
+        try {
+            step();
+        } catch (...) {
+        }
+    }
+
+    /// From here on the thread must be woken for what is handed in.
+    int millisecondsToSleep() {
+        const std::lock_guard lock(mutex_);
+        sleeps_ = commands_.empty() && !stopping_;
+        if (!sleeps_) return 0;
+        if (!dueJobs_.empty()) return retryMilliseconds;
+        const auto earliest = timers_.earliest();
+        sleepsUntil_ = earliest.value_or(TimerQueue::Clock::time_point::max());
+        if (!earliest) return INT_MAX;
+        const auto left =
+            std::chrono::ceil<std::chrono::milliseconds>(*earliest - TimerQueue::Clock::now());
+        return static_cast<int>(std::clamp<long long>(left.count(), 0, INT_MAX));
+    }
+
+    void carryOutAll() {
+        for (auto& command : takenCommands_) carryOut(command);
+        takenCommands_.clear();
+    }
+
+    void carryOut(Command& command) {
+        if (command.starts) return admit(std::move(command.transfer));
+        attempt([&] { abort(std::move(command.transfer)); });
+    }
+
+    /// What is not handed to the pool, for want of memory, stays for the next turn. The job ends on
+    /// the pool, as it may hold a caller's code.
+    void submitDue() {
+        for (; !dueJobs_.empty(); dueJobs_.erase(dueJobs_.begin()))
+            pool_.submit([job = dueJobs_.begin()->second] { std::exchange(*job, nullptr)(); });
+    }
+
+    void admit(std::shared_ptr<HTTPTransfer> transfer) {
+        try {
+            if (!queue_.admit(transfer)) return;
+        } catch (const std::bad_alloc&) {
+            transfer->conclude(nullptr, CURLE_OUT_OF_MEMORY);
+            return pool_.submitNext(transfer->completing.of(transfer));
+        }
+        begin(std::move(transfer));
+    }
+
+    void begin(std::shared_ptr<HTTPTransfer> transfer) {
+        CURL* easy = handles_.take();
+        if (!prepare(easy, transfer)) conclude(easy, std::move(transfer), CURLE_OUT_OF_MEMORY);
+    }
+
+    /// False when there is no memory for it.
+    bool prepare(CURL* easy, const std::shared_ptr<HTTPTransfer>& transfer) {
+        if (easy == nullptr) return false;
+        try {
+            active_.emplace(easy, transfer);
+            transfer->configure(easy, generations_.of(transfer->host()));
+            if (curl_multi_add_handle(multi_, easy) == CURLM_OK) return true;
+        } catch (const std::bad_alloc&) {  // Told by the answer.
+        }
+        active_.erase(easy);
+        return false;
+    }
+
+    void abort(std::shared_ptr<HTTPTransfer> transfer) {
+        if (!queue_.withdraw(transfer)) abortActive(transfer);
+        releaseOnPool(std::move(transfer));
+    }
+
+    /// Ends the life of `object` on the pool: its destructor may be a caller's code.
+    template <typename Object>
+    void releaseOnPool(Object object) {
+        pool_.submit([object = std::move(object)] {});
+    }
+
+    void abortActive(const std::shared_ptr<HTTPTransfer>& transfer) {
+        const auto found = std::find_if(active_.begin(), active_.end(), [&](const auto& entry) {
+            return entry.second == transfer;
+        });
+        if (found == active_.end()) return;
+        CURL* easy = found->first;
+        active_.erase(found);
+        generations_.renew(transfer->host(), transfer->generation());
+        curl_easy_setopt(easy, CURLOPT_FORBID_REUSE, 1L);
+        curl_multi_remove_handle(multi_, easy);
+        curl_easy_cleanup(easy);
+        beginNext(transfer->host(), false);
+    }
+
+    /// What has ended is handed to the pool together, once the next ones have begun.
+    void settle() {
+        const TaskPool::Handover together;
+        collectEnded();
+        beginConnected();
+    }
+
+    void collectEnded() {
+        int left = 0;
+        while (const CURLMsg* message = curl_multi_info_read(multi_, &left)) {
+            CURL* easy = message->easy_handle;
+            const CURLcode code = message->data.result;
+            curl_multi_remove_handle(multi_, easy);
+            auto ended = active_.extract(easy);
+            conclude(easy, std::move(ended.mapped()), code);
+        }
+    }
+
+    void conclude(CURL* easy, std::shared_ptr<HTTPTransfer> transfer, CURLcode code) {
+        if (code == CURLE_OPERATION_TIMEDOUT)
+            generations_.renew(transfer->host(), transfer->generation());
+        transfer->conclude(easy, code);
+        handles_.giveBack(easy);
+        pool_.submitNext(transfer->completing.of(transfer));
+        beginNext(transfer->host(), transfer->isMultiplexed());
+    }
+
+    void beginNext(const std::string& host, bool isMultiplexed) {
+        for (auto& next : queue_.ended(host, isMultiplexed)) begin(std::move(next));
+    }
+
+    void beginConnected() {
+        for (auto& next : queue_.connected()) begin(std::move(next));
+    }
+
+    static constexpr int retryMilliseconds = 100;
+
+    TaskPool& pool_;
+    CURLM* multi_;
+    std::unordered_map<CURL*, std::shared_ptr<HTTPTransfer>> active_;
+    EasyHandles handles_;
+    std::vector<Command> takenCommands_;
+    TimerQueue::Jobs dueJobs_;
+    TransferQueue queue_;
+    ConnectionGenerations generations_;
+
+    std::mutex mutex_;
+    std::vector<Command> commands_;
+    TimerQueue timers_;
+    bool sleeps_ = false;
+    TimerQueue::Clock::time_point sleepsUntil_{};  // While it sleeps; libcurl may wake it earlier.
+    bool stopping_ = false;
+    bool parked_ = false;
+    std::condition_variable parkedChanged_;
+};
+
+}  // namespace kivo::platform

@@ -1,0 +1,54 @@
+#include "kivo/platform/http/TrustStore.h"
+
+#include <curl/curl.h>
+
+#include <algorithm>
+#include <cctype>
+#include <filesystem>
+#include <string_view>
+#include <system_error>
+
+#include "kivo/platform/system/Environment.h"
+
+namespace kivo::platform {
+
+namespace {
+
+/// Whether `name` is how OpenSSL looks a certificate up: eight hexadecimal digits, a dot and a
+/// number.
+bool isHashedLink(std::string_view name) {
+    constexpr std::size_t hashLength = 8;
+    const auto isDigit = [](unsigned char c) { return std::isdigit(c) != 0; };
+    const auto isHexadecimal = [](unsigned char c) { return std::isxdigit(c) != 0; };
+    return name.size() > hashLength + 1 && name[hashLength] == '.' &&
+           std::all_of(name.begin(), name.begin() + hashLength, isHexadecimal) &&
+           std::all_of(name.begin() + hashLength + 1, name.end(), isDigit);
+}
+
+bool holdsHashedLink(const char* directory) {
+    std::error_code failure;
+    auto entry = std::filesystem::directory_iterator(directory, failure);
+    for (; !failure && entry != std::filesystem::directory_iterator(); entry.increment(failure))
+        if (isHashedLink(entry->path().filename().string())) return true;
+    return false;
+}
+
+TrustStore find() {
+    const Environment& environment = Environment::current();
+    TrustStore store{.file = environment.sslCertFile, .directory = environment.sslCertDir};
+    const char* compiledIn = curl_version_info(CURLVERSION_NOW)->capath;
+    if (!store.file && !store.directory && compiledIn != nullptr && holdsHashedLink(compiledIn)) {
+        store.directory = compiledIn;
+        store.directoryAlone = true;
+    }
+    return store;
+}
+
+}  // namespace
+
+const TrustStore& TrustStore::current() {
+    static const TrustStore& store = *new TrustStore(find());
+    return store;
+}
+
+}  // namespace kivo::platform

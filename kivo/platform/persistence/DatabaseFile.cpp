@@ -1,0 +1,126 @@
+#include "kivo/platform/persistence/DatabaseFile.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <string>
+#include <utility>
+
+namespace kivo::platform {
+
+namespace {
+
+using Path = std::filesystem::path;
+
+constexpr mode_t directoryMode = 0700;
+constexpr mode_t fileMode = 0600;
+constexpr int mostSetAside = 99;
+
+/// Creates what is missing on the way; what is there stays as it is. A umask can only have taken
+/// rights away.
+void makeDirectories(const Path& directory) {
+    if (mkdir(directory.c_str(), directoryMode) != 0) {
+        if (errno != ENOENT || !directory.has_relative_path()) return;
+        makeDirectories(directory.parent_path());
+        if (mkdir(directory.c_str(), directoryMode) != 0) return;
+    }
+    chmod(directory.c_str(), directoryMode);
+}
+
+/// Without opening it: closing a descriptor would drop the locks that another connection of this
+/// process has on it.
+bool makeEmptyFile(const Path& file) {
+    if (mknod(file.c_str(), S_IFREG | fileMode, 0) != 0) return false;
+    chmod(file.c_str(), fileMode);
+    return true;
+}
+
+void makeIfMissing(const Path& file) {
+    if (makeEmptyFile(file) || errno != ENOENT) return;
+    makeDirectories(file.parent_path());
+    makeEmptyFile(file);
+}
+
+using Identity = std::optional<std::pair<dev_t, ino_t>>;
+
+Identity identityOf(const Path& file) {
+    struct stat found{};
+    if (stat(file.c_str(), &found) != 0) return std::nullopt;
+    return std::pair(found.st_dev, found.st_ino);
+}
+
+bool renameToFreeName(const Path& from, const Path& to) {
+    return renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0;
+}
+
+Path suffixed(Path file, const std::string& suffix) { return file += suffix; }
+
+/// Under the first number that is free for both files. The journal goes first: were it left alone,
+/// SQLite would play it back into the fresh file.
+void setAside(const Path& file) {
+    for (int number = 1; number <= mostSetAside; ++number) {
+        const Path aside = suffixed(file, ".damaged-" + std::to_string(number));
+        if (identityOf(aside)) continue;
+        const bool isBlocked =
+            !renameToFreeName(suffixed(file, "-journal"), suffixed(aside, "-journal")) &&
+            errno == EEXIST;
+        if (isBlocked) continue;
+        if (renameToFreeName(file, aside) || errno != EEXIST) return;
+    }
+}
+
+}  // namespace
+
+DatabaseFile::DatabaseFile(std::filesystem::path path, const char* schema)
+    : path_(std::move(path)), schema_(schema) {}
+
+void DatabaseFile::read(const Work& work) { perform(work); }
+
+void DatabaseFile::write(const Work& work) {
+    const auto whole = [&](Database& database) {
+        Transaction transaction(database);
+        database.execute(schema_);
+        work(database);
+        transaction.commit();
+    };
+    makeIfMissing(path_);
+    try {
+        perform(whole);
+    } catch (const DatabaseError& error) {
+        if (!error.saysDamaged()) throw;
+        makeIfMissing(path_);  // It has been set aside.
+        perform(whole);
+    }
+}
+
+Database& DatabaseFile::connection() {
+    if (connection_ && connection_->hasMoved()) connection_.reset();
+    if (!connection_) connection_.emplace(path_);
+    return *connection_;
+}
+
+void DatabaseFile::perform(const Work& work) {
+    try {
+        return work(connection());
+    } catch (const DatabaseError& error) {
+        connection_.reset();
+        if (!error.saysDamaged()) throw;
+    }
+    performOnFreshConnection(work);
+}
+
+void DatabaseFile::performOnFreshConnection(const Work& work) {
+    const Identity suspect = identityOf(path_);
+    try {
+        work(connection());
+    } catch (const DatabaseError& error) {
+        connection_.reset();
+        // Another process may have begun a fresh file meanwhile: that one stays.
+        if (error.saysDamaged() && identityOf(path_) == suspect) setAside(path_);
+        throw;
+    }
+}
+
+}  // namespace kivo::platform

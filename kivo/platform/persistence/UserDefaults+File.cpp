@@ -1,0 +1,111 @@
+// How the table is read from its file, once, and how changes are taken there.
+
+#include <exception>
+#include <utility>
+
+#include "kivo/platform/persistence/UserDefaults.h"
+
+namespace kivo::platform {
+
+namespace {
+
+/// Whether the file was begun just now; marks it as not so any more.
+bool isFresh(Database& database) {
+    Statement version = database.prepare("PRAGMA user_version");
+    const bool isUnmarked = version.step() && version.integer(0) == 0;
+    version.run();
+    if (isUnmarked) database.execute("PRAGMA user_version = 1");
+    return isUnmarked;
+}
+
+}  // namespace
+
+void UserDefaults::load() {
+    std::call_once(loaded_, [this] { readFile(); });
+}
+
+/// A file that is missing, locked, unreadable or of another shape leaves the table empty.
+void UserDefaults::readFile() {
+    if (!file_) return;
+    const auto readAll = [this](Database& database) {
+        table_.clear();
+        Statement rows = database.prepare("SELECT key, value FROM defaults");
+        while (rows.step()) readRow(rows);
+    };
+    try {
+        file_->read(readAll);
+        isFileKnown_ = true;
+    } catch (const std::exception&) {
+        table_.clear();
+    }
+}
+
+void UserDefaults::readRow(const Statement& row) {
+    const auto keep = [&](Value value) { table_.insert_or_assign(row.bytes(0), std::move(value)); };
+    switch (row.type(1)) {
+        case Statement::Type::integer: return keep(row.integer(1) != 0);
+        case Statement::Type::text: return keep(row.bytes(1));
+        case Statement::Type::blob: return keep(Changes::Bytes{row.bytes(1)});
+        default: return;  // Nothing that this version writes.
+    }
+}
+
+void UserDefaults::commit() {
+    for (Edits edits = takeEdits(); !edits.empty(); edits = takeEdits())
+        if (!write(edits) && !giveBack(std::move(edits))) return;
+}
+
+UserDefaults::Edits UserDefaults::takeEdits() {
+    const std::lock_guard lock(mutex_);
+    commitIsScheduled_ = !uncommitted_.empty();
+    return std::exchange(uncommitted_, {});
+}
+
+/// Keeps what could not be committed, below anything newer. Returns whether there is such: it
+/// deserves a try of its own.
+bool UserDefaults::giveBack(Edits edits) {
+    const std::lock_guard lock(mutex_);
+    commitIsScheduled_ = !uncommitted_.empty();
+    uncommitted_.merge(edits);
+    return commitIsScheduled_;
+}
+
+bool UserDefaults::write(const Edits& edits) {
+    const auto writeAll = [&](Database& database) {
+        const Edits wanted = isFresh(database) ? wholeTable() : edits;
+        Statement set =
+            database.prepare("INSERT OR REPLACE INTO defaults (key, value) VALUES (?, ?)");
+        Statement remove = database.prepare("DELETE FROM defaults WHERE key = ?");
+        for (const auto& [key, value] : wanted) {
+            Statement& statement = value ? set : remove;
+            statement.bindText(1, key);
+            if (value) bindValue(statement, *value);
+            statement.run();
+        }
+    };
+    try {
+        file_->write(writeAll);
+        return true;
+    } catch (const std::exception&) {
+        return false;
+    }
+}
+
+/// What a file gets that was begun afresh, since the old one was lost or set aside.
+UserDefaults::Edits UserDefaults::wholeTable() {
+    const std::lock_guard lock(mutex_);
+    return {table_.begin(), table_.end()};
+}
+
+void UserDefaults::bindValue(Statement& statement, const Value& value) {
+    constexpr int parameter = 2;
+    if (const auto* text = std::get_if<std::string>(&value)) {
+        statement.bindText(parameter, *text);
+    } else if (const auto* bytes = std::get_if<Changes::Bytes>(&value)) {
+        statement.bindBlob(parameter, bytes->content);
+    } else {
+        statement.bind(parameter, std::get<bool>(value) ? 1 : 0);
+    }
+}
+
+}  // namespace kivo::platform

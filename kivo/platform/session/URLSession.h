@@ -1,0 +1,50 @@
+#pragma once
+
+#include <chrono>
+#include <memory>
+#include <utility>
+#include <vector>
+
+#include "kivo/platform/Task.h"
+#include "kivo/platform/session/URLSessionDataTask.h"
+#include "kivo/platform/tasks/OperationQueue.h"
+#include "kivo/platform/url/URLProtocol.h"
+
+namespace kivo::platform {
+
+struct URLSessionConfiguration {
+    /// Asked in order; a request that none accepts is served by the built-in HTTP protocol.
+    std::vector<URLProtocolClass> protocolClasses;
+    /// How long a transfer of the built-in protocol may be idle, if its request does not set less.
+    std::chrono::milliseconds timeoutIntervalForRequest = std::chrono::seconds(60);
+    /// How long a whole load may take from `resume()` on, whatever happens meanwhile.
+    std::chrono::milliseconds timeoutIntervalForResource = std::chrono::hours(7 * 24);
+};
+
+/// Makes tasks that load requests through the protocols of its configuration. Completion handlers
+/// of one session run one at a time, on the pool. Any thread may call. A session may go before its
+/// tasks.
+class URLSession {
+public:
+    using CompletionHandler = URLSessionDataTask::CompletionHandler;
+    using DataAndResponse = std::pair<Data, std::shared_ptr<const URLResponse>>;
+
+    explicit URLSession(URLSessionConfiguration configuration);
+
+    /// The process's own plain session.
+    static URLSession& shared();
+
+    /// A task that has not begun: `resume()` begins it. The session keeps it until it has ended.
+    std::shared_ptr<URLSessionDataTask> dataTask(URLRequest request,
+                                                 CompletionHandler handler) const;
+
+    /// Loads `request`; throws its error, or "There was a bad response from the server." when none
+    /// came.
+    Task<DataAndResponse> data(URLRequest request) const;
+
+private:
+    std::shared_ptr<const URLSessionConfiguration> configuration_;
+    std::shared_ptr<OperationQueue> delegateQueue_;
+};
+
+}  // namespace kivo::platform

@@ -1,0 +1,77 @@
+#pragma once
+
+#include <chrono>
+#include <exception>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+
+#include "kivo/platform/http/TimerQueue.h"
+#include "kivo/platform/tasks/OperationQueue.h"
+#include "kivo/platform/tasks/TaskPool+Scopes.h"
+#include "kivo/platform/url/URLProtocol.h"
+
+namespace kivo::platform {
+
+struct URLSessionConfiguration;
+
+/// One load of a session, and the client of the protocol that serves it. It owns the protocol
+/// object until the load has ended: by the protocol's first terminal call, by the session's time
+/// limit, or by `cancel()`.
+class URLSessionDataTask final : public URLProtocolClient,
+                                 public std::enable_shared_from_this<URLSessionDataTask> {
+public:
+    /// Receives the data (empty when the load finished without any) and the response, or the error
+    /// alone.
+    using CompletionHandler =
+        std::function<void(std::optional<Data> data, std::shared_ptr<const URLResponse> response,
+                           std::exception_ptr error)>;
+
+    URLSessionDataTask(std::shared_ptr<const URLSessionConfiguration> configuration,
+                       std::shared_ptr<OperationQueue> delegateQueue, URLRequest request,
+                       CompletionHandler handler);
+
+    /// Begins the load and its time limit; a second call does nothing. The handler then runs once
+    /// on the session's queue. Throws, with nothing begun, when memory or threads cannot be had.
+    void resume();
+
+    /// Ends the load with "cancelled" (-999) unless it has ended already.
+    void cancel();
+
+    void urlProtocolDidReceive(std::shared_ptr<const URLResponse> response,
+                               CacheStoragePolicy policy) override;
+    void urlProtocolDidLoad(Data data) override;
+    void urlProtocolDidFinishLoading() override;
+    void urlProtocolDidFailWithError(std::exception_ptr error) override;
+
+private:
+    TimerQueue::Timer scheduleTimeLimit();
+    void startLoading();
+    std::shared_ptr<URLProtocol> makeProtocol();
+    bool adopt(const std::shared_ptr<URLProtocol>& protocol);
+    bool hasEnded();
+    void end(std::exception_ptr error);
+    void complete();
+
+    Step<URLSessionDataTask> start_{&URLSessionDataTask::startLoading};
+    Step<URLSessionDataTask> completion_{&URLSessionDataTask::complete};
+
+    const std::shared_ptr<const URLSessionConfiguration> configuration_;
+    const std::shared_ptr<OperationQueue> delegateQueue_;
+    URLRequest request_;  // Until the protocol has it.
+    CompletionHandler handler_;
+
+    std::mutex mutex_;  // Guards all below: a protocol, a time limit and a caller may end the load
+                        // at once.
+    bool resumed_ = false;
+    bool ended_ = false;
+    std::optional<TaskPool::Activity> unfinished_;
+    std::optional<TimerQueue::Timer> timeLimit_;
+    std::shared_ptr<URLProtocol> protocol_;
+    std::shared_ptr<const URLResponse> response_;
+    Data data_;
+    std::exception_ptr error_;
+};
+
+}  // namespace kivo::platform

@@ -1,0 +1,73 @@
+#include "kivo/platform/Console.h"
+
+#include <stdio_ext.h>
+
+#include <cstdio>
+#include <memory>
+#include <mutex>
+#include <utility>
+
+#include "kivo/platform/system/OutputSignals.h"
+#include "kivo/platform/system/Process.h"
+
+namespace kivo::platform {
+
+namespace {
+
+struct Destination {
+    std::mutex mutex;
+    std::shared_ptr<const Console::Output> output;  // Null for standard output.
+};
+
+Destination& destination() {
+    static Destination& shared = *new Destination;
+    return shared;
+}
+
+std::shared_ptr<const Console::Output> currentOutput() {
+    const std::lock_guard lock(destination().mutex);
+    return destination().output;
+}
+
+/// A failure that cost only our line is not left behind as a mark that the host might take for its
+/// own.
+void writeLocked(const std::string& text) {
+    const bool isHostsToo = ferror_unlocked(stdout) != 0 || __fpending(stdout) > 0;
+    const bool isWritten = fwrite_unlocked(text.data(), 1, text.size(), stdout) == text.size();
+    if ((!isWritten || fflush_unlocked(stdout) != 0) && !isHostsToo) clearerr_unlocked(stdout);
+}
+
+void writeToStandardOutput(std::string line) {
+    line += '\n';
+    const OutputSignals masked;
+    flockfile(stdout);
+    writeLocked(line);
+    funlockfile(stdout);
+}
+
+}  // namespace
+
+void Console::print(std::string line) noexcept {
+    if (!Process::isUsable()) return;
+    try {
+        if (const auto output = currentOutput()) {
+            (*output)(line);
+        } else {
+            writeToStandardOutput(std::move(line));
+        }
+    } catch (
+        ...) {  // A line is lost; neither the host's fault nor a lack of memory may go further.
+    }
+}
+
+void Console::setOutput(Output output) noexcept {
+    if (!Process::isOwn()) return;
+    try {
+        auto next = output ? std::make_shared<const Output>(std::move(output)) : nullptr;
+        const std::lock_guard lock(destination().mutex);
+        destination().output.swap(next);
+    } catch (...) {  // No memory: lines go where they went before.
+    }
+}
+
+}  // namespace kivo::platform

@@ -1,0 +1,32 @@
+#include "kivo/platform/system/FatalError.h"
+
+#include <sys/uio.h>
+#include <unistd.h>
+
+#include <array>
+#include <cstdlib>
+
+#include "kivo/platform/system/OutputSignals.h"
+
+namespace kivo::platform {
+
+namespace {
+
+iovec piece(std::string_view text) {
+    return {.iov_base = const_cast<char*>(text.data()), .iov_len = text.size()};
+}
+
+}  // namespace
+
+void fatalError(std::string_view message) noexcept {
+    const OutputSignals masked;  // A broken standard error must not hide the abort.
+    const std::array pieces = {piece("Fatal error: "), piece(message), piece("\n")};
+    [[maybe_unused]] const auto written = writev(STDERR_FILENO, pieces.data(), pieces.size());
+    std::abort();
+}
+
+void foundNil() noexcept {
+    fatalError("Unexpectedly found nil while unwrapping an Optional value");
+}
+
+}  // namespace kivo::platform

@@ -1,0 +1,95 @@
+#pragma once
+
+#include <atomic>
+#include <coroutine>
+#include <cstdio>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+
+#include "kivo/platform/TaskPool.h"
+#include "kivo/platform/base/Result.h"
+#include "kivo/platform/system/FatalError.h"
+#include "kivo/platform/system/Process.h"
+#include "kivo/platform/tasks/Work.h"
+
+namespace kivo::platform {
+
+/// The right to resume a suspended operation, exactly once, from any thread. Copies share it. The
+/// operation goes on on the pool. Resuming twice is a programming error and stops the process;
+/// never resuming leaves the operation suspended for good and says so on standard error, under the
+/// label it was made with.
+template <typename T>
+class CheckedContinuation {
+public:
+    CheckedContinuation(const char* label, std::coroutine_handle<> suspended,
+                        std::optional<Result<T>>& slot)
+        : shared_(std::make_shared<Shared>(label, suspended, slot)) {}
+
+    void resume(Result<T> outcome) const {
+        auto& pool = TaskPool::shared();
+        if (shared_->resumed.exchange(true))
+            fatalError(std::string(shared_->label) +
+                       " tried to resume its continuation more than once");
+        shared_->slot = std::move(outcome);
+        pool.submitNext(shared_->resumption.of(shared_));
+    }
+
+private:
+    struct Shared {
+        Shared(const char* name, std::coroutine_handle<> handle, std::optional<Result<T>>& result)
+            : label(name), suspended(handle), slot(result) {}
+        ~Shared() {
+            if (!resumed && Process::isUsable())
+                std::fprintf(stderr, "%s leaked its continuation\n", label);
+        }
+
+        void goOn() { suspended.resume(); }
+
+        const char* label;
+        std::coroutine_handle<> suspended;
+        // Lives in the suspended operation: not to be touched once it resumes.
+        std::optional<Result<T>>& slot;
+        std::atomic<bool> resumed{false};
+        Step<Shared> resumption{&Shared::goOn};
+    };
+
+    std::shared_ptr<Shared> shared_;
+};
+
+/// Suspends the awaiting operation and calls `start` with the continuation that will resume it.
+/// `start` may resume it before it returns; an error that it throws resumes the operation with that
+/// error.
+template <typename T, typename Start>
+class [[nodiscard]] ContinuationAwaiter {
+public:
+    ContinuationAwaiter(const char* label, Start start) : label_(label), start_(std::move(start)) {}
+
+    bool await_ready() const noexcept { return false; }
+
+    void await_suspend(std::coroutine_handle<> suspended) {
+        Start start =
+            std::move(start_);  // The operation, and this awaiter with it, may end while it runs.
+        const CheckedContinuation<T> continuation(label_, suspended, outcome_);
+        try {
+            start(continuation);
+        } catch (...) {
+            continuation.resume(std::current_exception());
+        }
+    }
+
+    T await_resume() { return get(std::move(*outcome_)); }
+
+private:
+    const char* label_;
+    Start start_;
+    std::optional<Result<T>> outcome_;
+};
+
+template <typename T, typename Start>
+auto withCheckedThrowingContinuation(const char* label, Start start) {
+    return ContinuationAwaiter<T, Start>(label, std::move(start));
+}
+
+}  // namespace kivo::platform

@@ -1,0 +1,29 @@
+#include "kivo/platform/tasks/OperationQueue.h"
+
+#include "kivo/platform/TaskPool.h"
+
+namespace kivo::platform {
+
+void OperationQueue::addOperation(Work& operation) {
+    auto& pool = TaskPool::shared();
+    const std::lock_guard lock(mutex_);
+    waiting_.push(operation);
+    if (!std::exchange(runs_, true)) pool.submitNext(turn_.of(shared_from_this()));
+}
+
+void OperationQueue::runAll() {
+    while (Work* operation = next()) {
+        try {
+            operation->run();
+        } catch (...) {  // The next operation still gets its turn.
+        }
+    }
+}
+
+Work* OperationQueue::next() {
+    const std::lock_guard lock(mutex_);
+    runs_ = !waiting_.isEmpty();
+    return runs_ ? &waiting_.pop() : nullptr;
+}
+
+}  // namespace kivo::platform

@@ -1,0 +1,27 @@
+#pragma once
+
+#include <memory>
+#include <mutex>
+
+#include "kivo/platform/tasks/Work.h"
+
+namespace kivo::platform {
+
+/// Runs its operations on the shared pool one at a time, in the order in which they came. An
+/// operation that throws is dropped. Made shared, so that it lives until the last of its operations
+/// has run.
+class OperationQueue : public std::enable_shared_from_this<OperationQueue> {
+public:
+    void addOperation(Work& operation);
+
+private:
+    void runAll();
+    Work* next();
+
+    std::mutex mutex_;
+    WorkQueue waiting_;
+    bool runs_ = false;
+    Step<OperationQueue> turn_{&OperationQueue::runAll};
+};
+
+}  // namespace kivo::platform

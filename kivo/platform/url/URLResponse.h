@@ -1,0 +1,42 @@
+#pragma once
+
+#include <utility>
+
+#include "kivo/platform/url/URL.h"
+
+namespace kivo::platform {
+
+/// What a load received besides its body. Handed out shared and const.
+class URLResponse {
+public:
+    explicit URLResponse(URL url) : url_(std::move(url)) {}
+    virtual ~URLResponse() = default;
+    URLResponse(const URLResponse&) = delete;
+    URLResponse& operator=(const URLResponse&) = delete;
+
+    /// Where the reply came from, after redirects.
+    const URL& url() const { return url_; }
+
+private:
+    URL url_;
+};
+
+/// The reply of an HTTP server.
+class HTTPURLResponse final : public URLResponse {
+public:
+    HTTPURLResponse(URL url, int statusCode)
+        : URLResponse(std::move(url)), statusCode_(statusCode) {}
+
+    int statusCode() const { return statusCode_; }
+
+private:
+    int statusCode_;
+};
+
+/// The status of `response` if it is an HTTP response, else 0.
+inline int httpStatusCode(const URLResponse* response) {
+    const auto* http = dynamic_cast<const HTTPURLResponse*>(response);
+    return http == nullptr ? 0 : http->statusCode();
+}
+
+}  // namespace kivo::platform

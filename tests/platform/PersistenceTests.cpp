@@ -1,0 +1,131 @@
+#include <gmock/gmock.h>
+#include <sys/stat.h>
+
+#include <fstream>
+
+#include "kivo/platform/persistence/Keychain.h"
+#include "kivo/platform/persistence/UserDefaults.h"
+#include "tests/support/Background.h"
+#include "tests/support/TemporaryDirectory.h"
+
+namespace kivo::platform {
+namespace {
+
+using namespace std::literals;
+using tests::ChildProcess;
+using Path = std::filesystem::path;
+
+const auto commitAtOnce = [](const auto& job) { job(); };
+const std::string noDatabase(4096, 'x');
+
+std::string contentOf(const Path& file) {
+    std::ifstream stream(file, std::ios::binary);
+    return {std::istreambuf_iterator<char>(stream), {}};
+}
+
+void overwrite(const Path& file, const std::string& content) { std::ofstream(file) << content; }
+
+/// Defaults that have kept one value, "old", and a keychain that is not there yet.
+class StateTest : public testing::Test {
+protected:
+    StateTest() { set(defaults, "old", "1"); }
+
+    static void set(UserDefaults& changed, const std::string& key, const std::string& value) {
+        changed.update([&](auto& changes) { changes.setString(key, value); });
+    }
+
+    /// What the next launch reads.
+    UserDefaults launch() const { return {file, commitAtOnce}; }
+    std::optional<std::string> stored(const char* key) const { return launch().string(key); }
+
+    tests::TemporaryDirectory directory;
+    const Path file = directory.path() / "defaults.db";
+    UserDefaults defaults = launch();
+    const Path keychainFile = directory.path() / "share" / "kivo" / "keychain.db";
+    Keychain keychain{keychainFile};
+};
+
+TEST_F(StateTest, DefaultsWriteOnlyWhatChanged) {
+    auto other = launch();
+    EXPECT_EQ(other.string("old"), "1");
+    defaults.update([](auto& changes) { changes.remove("old"); });
+    set(other, "old", "1");
+    set(other, "new", "a\0ü\xFF"s);
+    EXPECT_EQ(stored("old"), std::nullopt);
+    EXPECT_EQ(stored("new"), "a\0ü\xFF"s);
+}
+
+TEST_F(StateTest, TornPairsDoNotSurviveKills) {
+    for (unsigned round = 0; round < 12; ++round) {
+        std::string value = stored("a").value_or("");
+        ChildProcess writer([&] {
+            const auto addToBoth = [&](auto& changes) {
+                for (const char* key : {"a", "b"}) changes.setString(key, value + 'x');
+            };
+            for (auto own = launch();; ChildProcess::signal(), value += 'x') own.update(addToBoth);
+        });
+        const auto acknowledged = writer.read(1 + round % 5).size();
+        std::this_thread::sleep_for(round * 2ms);  // Spreads the kills over the next commit.
+        writer.end(SIGKILL);
+        EXPECT_EQ(stored("a"), stored("b"));
+        EXPECT_GE(stored("a").value_or("").size(), value.size() + acknowledged);
+    }
+}
+
+TEST_F(StateTest, DefaultsSetADamagedFileAsideAndBeginAFreshOne) {
+    auto broken = contentOf(file);
+    broken.replace(100, broken.size(), broken.size() - 100, '\xEE');
+    for (const auto& damage : {noDatabase, broken}) {
+        overwrite(file, damage);
+        auto later = launch();
+        EXPECT_EQ(later.string("old"), std::nullopt);
+        set(later, "new", "2");
+        EXPECT_EQ(stored("new"), "2");
+    }
+    EXPECT_EQ(contentOf(file.string() + ".damaged-2"), broken);
+    overwrite(file, noDatabase);
+    set(defaults, "newer", "3");
+    EXPECT_EQ(stored("newer"), "3") << "a commit may be the first to find it";
+    EXPECT_EQ(stored("old"), "1") << "a file begun afresh gets all that memory holds";
+
+    Database writer(file);
+    writer.execute("BEGIN IMMEDIATE; UPDATE defaults SET value = 'unfinished'");
+    overwrite(file, noDatabase);
+    EXPECT_EQ(stored("newer"), std::nullopt);
+    EXPECT_TRUE(std::filesystem::exists(file.string() + ".damaged-4-journal"));
+}
+
+TEST_F(StateTest, DefaultsCommitWithTheNextChangeWhatALockHeldBack) {
+    auto blind = launch();
+    Database other(file);
+    other.execute("BEGIN EXCLUSIVE");
+    set(defaults, "held", "back");
+    EXPECT_EQ(defaults.string("held"), "back");
+    EXPECT_EQ(blind.string("old"), std::nullopt);
+    other.execute("COMMIT");
+    EXPECT_EQ(stored("held"), std::nullopt);
+    set(defaults, "other", "3");
+    EXPECT_EQ(stored("held"), "back");
+    EXPECT_EQ(stored("old"), "1");
+    blind.update([](auto& changes) { changes.remove("old"); });
+    EXPECT_EQ(stored("old"), std::nullopt) << "it did not know of it, and yet it was to go";
+}
+
+TEST_F(StateTest, AKeychainSaysWhenItCannotKeepAnItem) {
+    EXPECT_FALSE(keychain.copyMatching("s", "a") || exists(keychainFile));
+    EXPECT_EQ(Keychain(std::nullopt).add("s", "a", "d"), Keychain::notAvailable);
+    umask(0);
+    EXPECT_EQ(keychain.add("s", "a", "old"), Keychain::success);
+    EXPECT_EQ(status(keychainFile).permissions(), std::filesystem::perms(0600));
+    EXPECT_EQ(status(keychainFile.parent_path()).permissions(), std::filesystem::perms(0700));
+    EXPECT_EQ(Keychain(keychainFile / "below").add("s", "a", "d"), Keychain::ioError);
+    overwrite(keychainFile, noDatabase);
+    EXPECT_EQ(keychain.add("s", "a", "new"), Keychain::success);
+    EXPECT_EQ(contentOf(keychainFile.string() + ".damaged-1"), noDatabase);
+    std::filesystem::remove(keychainFile);
+    EXPECT_EQ(keychain.add("s", "a", "newest"), Keychain::success);
+    EXPECT_EQ(Keychain(keychainFile).copyMatching("s", "a"), "newest");
+}
+
+}  // namespace
+}  // namespace kivo::platform
