@@ -29,7 +29,7 @@ private:
         if (line.find(" successfully: Optional(") != std::string_view::npos)
             static_cast<OutcomeLines*>(lines)->ended_.release();
         if (line.starts_with("Failed")) giveUp(std::string(line));
-        return ::write(STDOUT_FILENO, text, size);
+        return write(STDOUT_FILENO, text, size);
     }
 
     std::counting_semaphore<> ended_{0};

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <nlohmann/json.hpp>
 #include <sys/resource.h>
 
 #include <array>
@@ -8,7 +9,6 @@
 #include <cstdlib>
 #include <ctime>
 #include <fstream>
-#include <nlohmann/json.hpp>
 #include <string>
 #include <string_view>
 

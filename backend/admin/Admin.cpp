@@ -1,5 +1,11 @@
 #include "backend/admin/Admin.h"
 
+#include <nlohmann/json.hpp>
+
+#include <array>
+#include <optional>
+#include <stdexcept>
+
 #include "backend/admin/AdminPort.h"
 #include "backend/admin/Expectation.h"
 #include "backend/admin/Records.h"
@@ -9,13 +15,8 @@
 #include "backend/journal/RequestLine.h"
 #include "backend/service/Envelope.h"
 
-#include <nlohmann/json.hpp>
-
-#include <array>
-#include <optional>
-#include <stdexcept>
-
 namespace kivo::backend {
+
 namespace {
 
 using nlohmann::json;

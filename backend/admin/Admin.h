@@ -1,8 +1,8 @@
 #pragma once
 
-#include "backend/http/Server.h"
-
 #include <cstdint>
+
+#include "backend/http/Server.h"
 
 namespace kivo::backend {
 

@@ -1,7 +1,5 @@
 #include "backend/admin/AdminClient.h"
 
-#include "backend/admin/AdminPort.h"
-
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/beast/core/flat_buffer.hpp>
@@ -15,7 +13,10 @@
 #include <chrono>
 #include <stdexcept>
 
+#include "backend/admin/AdminPort.h"
+
 namespace kivo::backend {
+
 namespace asio = boost::asio;
 namespace beast = boost::beast;
 namespace http = beast::http;

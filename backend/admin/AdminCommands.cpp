@@ -1,11 +1,5 @@
 #include "backend/admin/AdminCommands.h"
 
-#include "backend/admin/Expectation.h"
-#include "backend/base/FileDescriptor.h"
-#include "backend/base/Terminal.h"
-#include "backend/service/Images.h"
-#include "backend/tls/AuthorityStore.h"
-
 #include <boost/algorithm/string/case_conv.hpp>
 #include <nlohmann/json.hpp>
 
@@ -14,7 +8,14 @@
 #include <stdexcept>
 #include <thread>
 
+#include "backend/admin/Expectation.h"
+#include "backend/base/FileDescriptor.h"
+#include "backend/base/Terminal.h"
+#include "backend/service/Images.h"
+#include "backend/tls/AuthorityStore.h"
+
 namespace kivo::backend::command {
+
 namespace {
 
 using nlohmann::json;

@@ -1,10 +1,10 @@
 #pragma once
 
-#include "backend/admin/AdminClient.h"
-
 #include <chrono>
 #include <string>
 #include <vector>
+
+#include "backend/admin/AdminClient.h"
 
 /// What the commands print, and the exit status of the one that can fail without a mistake. Each
 /// throws std::runtime_error with a text for the person at the keyboard.

@@ -1,15 +1,16 @@
 #include "backend/admin/Expectation.h"
 
-#include "backend/base/Number.h"
-#include "backend/service/Endpoints.h"
-
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
 #include <sstream>
 #include <stdexcept>
 
+#include "backend/base/Number.h"
+#include "backend/service/Endpoints.h"
+
 namespace kivo::backend {
+
 namespace {
 
 constexpr const char* example = "expect 'user/update-device-token deviceToken=X status=200'";

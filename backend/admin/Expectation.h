@@ -1,12 +1,12 @@
 #pragma once
 
-#include "backend/journal/Journal.h"
-
 #include <map>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "backend/journal/Journal.h"
 
 namespace kivo::backend {
 

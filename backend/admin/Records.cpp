@@ -1,12 +1,13 @@
 #include "backend/admin/Records.h"
 
+#include <nlohmann/json.hpp>
+
 #include "backend/journal/RequestLine.h"
 #include "backend/journal/Secrets.h"
 #include "backend/journal/TokenNames.h"
 
-#include <nlohmann/json.hpp>
-
 namespace kivo::backend {
+
 namespace {
 
 using nlohmann::json;

@@ -1,14 +1,14 @@
 #pragma once
 
+#include <nlohmann/json_fwd.hpp>
+
+#include <vector>
+
 #include "backend/faults/Faults.h"
 #include "backend/journal/Journal.h"
 #include "backend/journal/Tally.h"
 #include "backend/service/Images.h"
 #include "backend/service/Service.h"
-
-#include <nlohmann/json_fwd.hpp>
-
-#include <vector>
 
 namespace kivo::backend {
 

@@ -1,11 +1,12 @@
 #include "backend/base/Duration.h"
 
-#include "backend/base/Number.h"
-
 #include <algorithm>
 #include <cstdint>
 
+#include "backend/base/Number.h"
+
 namespace kivo::backend {
+
 namespace {
 
 constexpr std::chrono::milliseconds longest = std::chrono::hours(10'000);

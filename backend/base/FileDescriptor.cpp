@@ -37,11 +37,11 @@ void FileDescriptor::write(std::string_view text) const {
 }
 
 std::string contentOf(const std::filesystem::path& file) {
-    const FileDescriptor input(::open(file.c_str(), O_RDONLY | O_CLOEXEC), file);
+    const FileDescriptor input(open(file.c_str(), O_RDONLY | O_CLOEXEC), file);
     std::string content;
     std::array<char, 16 * 1024> piece{};
     for (ssize_t size = 1; size != 0;) {
-        size = ::read(input.number(), piece.data(), piece.size());
+        size = read(input.number(), piece.data(), piece.size());
         if (size < 0 && errno != EINTR) throwLastError(file);
         if (size > 0) content.append(piece.data(), static_cast<std::size_t>(size));
     }

@@ -1,14 +1,15 @@
 #include "backend/base/HostAndPort.h"
 
-#include "backend/base/Number.h"
-
 #include <boost/algorithm/string/case_conv.hpp>
 #include <boost/asio/ip/address.hpp>
 
 #include <algorithm>
 #include <locale>
 
+#include "backend/base/Number.h"
+
 namespace kivo::backend {
+
 namespace {
 
 constexpr std::uint16_t httpsPort = 443;

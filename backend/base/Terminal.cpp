@@ -3,6 +3,7 @@
 #include <cstdio>
 
 namespace kivo::backend {
+
 namespace {
 
 void write(const std::string& text, std::FILE* stream) {

@@ -1,15 +1,16 @@
 #include "backend/desk/Desk.h"
 
+#include <stdexcept>
+#include <system_error>
+#include <utility>
+
 #include "backend/admin/Admin.h"
 #include "backend/faults/FaultKinds.h"
 #include "backend/journal/Contract.h"
 #include "backend/service/Endpoints.h"
 
-#include <stdexcept>
-#include <system_error>
-#include <utility>
-
 namespace kivo::backend {
+
 namespace {
 
 constexpr std::chrono::milliseconds departureLimit(50);

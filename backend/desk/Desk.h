@@ -1,13 +1,5 @@
 #pragma once
 
-#include "backend/faults/Faults.h"
-#include "backend/faults/Latency.h"
-#include "backend/http/Server.h"
-#include "backend/journal/Journal.h"
-#include "backend/journal/Tally.h"
-#include "backend/service/Images.h"
-#include "backend/service/Service.h"
-
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -15,6 +7,14 @@
 #include <random>
 #include <string>
 #include <vector>
+
+#include "backend/faults/Faults.h"
+#include "backend/faults/Latency.h"
+#include "backend/http/Server.h"
+#include "backend/journal/Journal.h"
+#include "backend/journal/Tally.h"
+#include "backend/service/Images.h"
+#include "backend/service/Service.h"
 
 namespace kivo::backend {
 

@@ -1,14 +1,15 @@
 #include "backend/faults/BrokenContent.h"
 
-#include "backend/base/Number.h"
-#include "backend/service/Envelope.h"
-
 #include <nlohmann/json.hpp>
 
 #include <string>
 #include <utility>
 
+#include "backend/base/Number.h"
+#include "backend/service/Envelope.h"
+
 namespace kivo::backend {
+
 namespace {
 
 using nlohmann::json;

@@ -1,9 +1,9 @@
 #pragma once
 
+#include <string_view>
+
 #include "backend/http/Reply.h"
 #include "backend/http/Request.h"
-
-#include <string_view>
 
 /// Answers that arrive well and say something wrong. Each takes the good answer; one that is no
 /// JSON object stays as it is where the fault is about what the object holds.

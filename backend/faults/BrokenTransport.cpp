@@ -1,14 +1,15 @@
 #include "backend/faults/BrokenTransport.h"
 
-#include "backend/base/Duration.h"
-#include "backend/faults/ZippedZeros.h"
-
 #include <algorithm>
 #include <array>
 #include <string>
 #include <utility>
 
+#include "backend/base/Duration.h"
+#include "backend/faults/ZippedZeros.h"
+
 namespace kivo::backend {
+
 namespace {
 
 constexpr std::string_view redirectMark = "?redirected";

@@ -1,9 +1,9 @@
 #pragma once
 
+#include <string_view>
+
 #include "backend/http/Reply.h"
 #include "backend/http/Request.h"
-
-#include <string_view>
 
 /// Good answers that arrive late, in part, without end or elsewhere.
 namespace kivo::backend {

@@ -1,14 +1,15 @@
 #include "backend/faults/Fault.h"
 
-#include "backend/base/Number.h"
-#include "backend/faults/FaultKinds.h"
-#include "backend/service/Endpoints.h"
-
 #include <array>
 #include <charconv>
 #include <stdexcept>
 
+#include "backend/base/Number.h"
+#include "backend/faults/FaultKinds.h"
+#include "backend/service/Endpoints.h"
+
 namespace kivo::backend {
+
 namespace {
 
 [[noreturn]] void reject(std::string_view part, const std::string& advice) {

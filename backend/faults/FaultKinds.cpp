@@ -1,12 +1,13 @@
 #include "backend/faults/FaultKinds.h"
 
-#include "backend/faults/BrokenContent.h"
-#include "backend/faults/BrokenTransport.h"
-
 #include <algorithm>
 #include <array>
 
+#include "backend/faults/BrokenContent.h"
+#include "backend/faults/BrokenTransport.h"
+
 namespace kivo::backend {
+
 namespace {
 
 bool isNothing(std::string_view argument) { return argument.empty(); }

@@ -1,12 +1,12 @@
 #pragma once
 
-#include "backend/http/Greeting.h"
-#include "backend/http/Reply.h"
-#include "backend/http/Request.h"
-
 #include <span>
 #include <string>
 #include <string_view>
+
+#include "backend/http/Greeting.h"
+#include "backend/http/Reply.h"
+#include "backend/http/Request.h"
 
 namespace kivo::backend {
 

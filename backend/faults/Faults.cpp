@@ -1,14 +1,15 @@
 #include "backend/faults/Faults.h"
 
-#include "backend/faults/BrokenTransport.h"
-#include "backend/faults/FaultKinds.h"
-#include "backend/service/Endpoints.h"
-
 #include <ranges>
 #include <stdexcept>
 #include <utility>
 
+#include "backend/faults/BrokenTransport.h"
+#include "backend/faults/FaultKinds.h"
+#include "backend/service/Endpoints.h"
+
 namespace kivo::backend {
+
 namespace {
 
 constexpr std::size_t mostFaults = 1000;

@@ -1,9 +1,5 @@
 #pragma once
 
-#include "backend/faults/Fault.h"
-#include "backend/http/Greeting.h"
-#include "backend/http/Request.h"
-
 #include <cstdint>
 #include <mutex>
 #include <optional>
@@ -11,6 +7,10 @@
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "backend/faults/Fault.h"
+#include "backend/http/Greeting.h"
+#include "backend/http/Request.h"
 
 namespace kivo::backend {
 

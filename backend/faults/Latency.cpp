@@ -1,12 +1,13 @@
 #include "backend/faults/Latency.h"
 
-#include "backend/base/Duration.h"
-
 #include <algorithm>
 #include <stdexcept>
 #include <string>
 
+#include "backend/base/Duration.h"
+
 namespace kivo::backend {
+
 namespace {
 
 std::optional<std::chrono::milliseconds> parseSpread(const std::string& text) {

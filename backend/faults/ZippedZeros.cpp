@@ -7,6 +7,7 @@
 #include <stdexcept>
 
 namespace kivo::backend {
+
 namespace {
 
 namespace zlib = boost::beast::zlib;

@@ -1,7 +1,5 @@
 // How a connection waits, and how it ends.
 
-#include "backend/http/Connection.h"
-
 #include <boost/asio/redirect_error.hpp>
 #include <boost/asio/steady_timer.hpp>
 #include <boost/asio/use_awaitable.hpp>
@@ -9,7 +7,10 @@
 #include <array>
 #include <memory>
 
+#include "backend/http/Connection.h"
+
 namespace kivo::backend {
+
 namespace asio = boost::asio;
 using boost::system::error_code;
 

@@ -1,8 +1,5 @@
 #include "backend/http/Connection.h"
 
-#include "backend/http/RequestParser.h"
-#include "backend/http/Tunnel.h"
-
 #include <boost/asio/redirect_error.hpp>
 #include <boost/asio/ssl/stream.hpp>
 #include <boost/asio/use_awaitable.hpp>
@@ -12,7 +9,11 @@
 
 #include <utility>
 
+#include "backend/http/RequestParser.h"
+#include "backend/http/Tunnel.h"
+
 namespace kivo::backend {
+
 namespace asio = boost::asio;
 namespace beast = boost::beast;
 namespace http = beast::http;

@@ -1,7 +1,5 @@
 #pragma once
 
-#include "backend/http/Server.h"
-
 #include <boost/asio/awaitable.hpp>
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/asio/ssl/context.hpp>
@@ -10,6 +8,8 @@
 
 #include <chrono>
 #include <cstdint>
+
+#include "backend/http/Server.h"
 
 namespace kivo::backend {
 

@@ -4,6 +4,7 @@
 #include <boost/asio/ip/address_v6.hpp>
 
 namespace kivo::backend {
+
 namespace asio = boost::asio;
 using asio::ip::tcp;
 using boost::system::error_code;

@@ -6,6 +6,7 @@
 #include <string_view>
 
 namespace kivo::backend {
+
 namespace {
 
 bool has(const Reply& reply, std::string_view name) {

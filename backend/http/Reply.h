@@ -1,14 +1,14 @@
 #pragma once
 
-#include "backend/http/Header.h"
-#include "backend/http/Request.h"
-
 #include <chrono>
 #include <cstdint>
 #include <functional>
 #include <limits>
 #include <string>
 #include <vector>
+
+#include "backend/http/Header.h"
+#include "backend/http/Request.h"
 
 namespace kivo::backend {
 

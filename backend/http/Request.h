@@ -1,12 +1,12 @@
 #pragma once
 
-#include "backend/http/Header.h"
-
 #include <chrono>
 #include <cstdint>
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "backend/http/Header.h"
 
 namespace kivo::backend {
 

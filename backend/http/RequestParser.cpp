@@ -5,6 +5,7 @@
 #include <utility>
 
 namespace kivo::backend {
+
 namespace http = boost::beast::http;
 
 RequestParser::RequestParser(const ServerLimits& limits) {

@@ -1,9 +1,9 @@
 #pragma once
 
-#include "backend/http/Server.h"
-
 #include <boost/beast/http/parser.hpp>
 #include <boost/beast/http/string_body.hpp>
+
+#include "backend/http/Server.h"
 
 namespace kivo::backend {
 

@@ -1,16 +1,12 @@
 #include "backend/http/Server.h"
 
-#include "backend/http/Connection.h"
-#include "backend/http/Listeners.h"
-
-#include <openssl/ssl.h>
 #include <boost/asio/co_spawn.hpp>
 #include <boost/asio/detached.hpp>
 #include <boost/asio/post.hpp>
 #include <boost/asio/redirect_error.hpp>
 #include <boost/asio/steady_timer.hpp>
 #include <boost/asio/use_awaitable.hpp>
-
+#include <openssl/ssl.h>
 #include <pthread.h>
 
 #include <future>
@@ -20,7 +16,11 @@
 #include <utility>
 #include <vector>
 
+#include "backend/http/Connection.h"
+#include "backend/http/Listeners.h"
+
 namespace kivo::backend {
+
 namespace asio = boost::asio;
 using asio::ip::tcp;
 

@@ -1,15 +1,15 @@
 #pragma once
 
-#include "backend/http/Greeting.h"
-#include "backend/http/Reply.h"
-#include "backend/http/Request.h"
-#include "backend/tls/Authority.h"
-
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <memory>
+
+#include "backend/http/Greeting.h"
+#include "backend/http/Reply.h"
+#include "backend/http/Request.h"
+#include "backend/tls/Authority.h"
 
 namespace kivo::backend {
 

@@ -1,7 +1,5 @@
 #include "backend/http/Tunnel.h"
 
-#include "backend/base/HostAndPort.h"
-
 #include <boost/asio/connect.hpp>
 #include <boost/asio/experimental/awaitable_operators.hpp>
 #include <boost/asio/ip/tcp.hpp>
@@ -13,7 +11,10 @@
 #include <utility>
 #include <vector>
 
+#include "backend/base/HostAndPort.h"
+
 namespace kivo::backend {
+
 namespace asio = boost::asio;
 using asio::ip::tcp;
 using boost::system::error_code;

@@ -1,15 +1,16 @@
 #include "backend/journal/Contract.h"
 
-#include "backend/service/AuthRead.h"
-#include "backend/service/Endpoints.h"
-
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
 #include <array>
 #include <utility>
 
+#include "backend/service/AuthRead.h"
+#include "backend/service/Endpoints.h"
+
 namespace kivo::backend {
+
 namespace {
 
 using Violations = std::vector<std::string>;

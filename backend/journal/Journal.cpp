@@ -3,6 +3,7 @@
 #include <utility>
 
 namespace kivo::backend {
+
 namespace {
 
 void cut(std::string& body, std::size_t limit) {

@@ -1,7 +1,5 @@
 #pragma once
 
-#include "backend/http/Server.h"
-
 #include <cstddef>
 #include <cstdint>
 #include <deque>
@@ -9,6 +7,8 @@
 #include <mutex>
 #include <string>
 #include <vector>
+
+#include "backend/http/Server.h"
 
 namespace kivo::backend {
 

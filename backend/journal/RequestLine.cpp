@@ -1,15 +1,16 @@
 #include "backend/journal/RequestLine.h"
 
-#include "backend/journal/TokenNames.h"
-#include "backend/service/Endpoints.h"
-
 #include <algorithm>
 #include <array>
 #include <cstdio>
 #include <ctime>
 #include <string_view>
 
+#include "backend/journal/TokenNames.h"
+#include "backend/service/Endpoints.h"
+
 namespace kivo::backend {
+
 namespace {
 
 constexpr std::size_t shownOfAPath = 200;

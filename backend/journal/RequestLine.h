@@ -1,9 +1,9 @@
 #pragma once
 
-#include "backend/journal/Journal.h"
-
 #include <chrono>
 #include <string>
+
+#include "backend/journal/Journal.h"
 
 namespace kivo::backend {
 

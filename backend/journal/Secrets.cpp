@@ -6,6 +6,7 @@
 #include <array>
 
 namespace kivo::backend {
+
 namespace {
 
 using nlohmann::json;

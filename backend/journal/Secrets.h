@@ -1,9 +1,9 @@
 #pragma once
 
-#include "backend/http/Header.h"
-
 #include <string>
 #include <string_view>
+
+#include "backend/http/Header.h"
 
 namespace kivo::backend {
 

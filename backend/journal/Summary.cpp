@@ -1,10 +1,11 @@
 #include "backend/journal/Summary.h"
 
-#include "backend/journal/RequestLine.h"
-
 #include <chrono>
 
+#include "backend/journal/RequestLine.h"
+
 namespace kivo::backend {
+
 namespace {
 
 std::string counted(std::uint64_t count, const char* one, const char* many) {

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "backend/journal/Tally.h"
-
 #include <string>
+
+#include "backend/journal/Tally.h"
 
 namespace kivo::backend {
 

@@ -1,10 +1,11 @@
 #include "backend/journal/Tally.h"
 
-#include "backend/service/Endpoints.h"
-
 #include <utility>
 
+#include "backend/service/Endpoints.h"
+
 namespace kivo::backend {
+
 namespace {
 
 std::string groupOf(std::string_view path) {

@@ -1,11 +1,11 @@
 #pragma once
 
-#include "backend/journal/Journal.h"
-
 #include <cstdint>
 #include <map>
 #include <mutex>
 #include <string>
+
+#include "backend/journal/Journal.h"
 
 namespace kivo::backend {
 

@@ -1,14 +1,15 @@
 #include "backend/journal/TokenNames.h"
 
-#include "backend/service/AuthRead.h"
-#include "backend/service/Tokens.h"
-
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
 #include <ranges>
 
+#include "backend/service/AuthRead.h"
+#include "backend/service/Tokens.h"
+
 namespace kivo::backend {
+
 namespace {
 
 using nlohmann::json;

@@ -1,11 +1,11 @@
 #pragma once
 
-#include "backend/http/Reply.h"
-#include "backend/http/Request.h"
-
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "backend/http/Reply.h"
+#include "backend/http/Request.h"
 
 namespace kivo::backend {
 

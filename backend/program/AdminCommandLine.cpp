@@ -1,14 +1,15 @@
+#include <memory>
+#include <stdexcept>
+#include <string>
+
 #include "backend/admin/AdminCommands.h"
 #include "backend/admin/AdminPort.h"
 #include "backend/base/Duration.h"
 #include "backend/faults/FaultKinds.h"
 #include "backend/program/Commands.h"
 
-#include <memory>
-#include <stdexcept>
-#include <string>
-
 namespace kivo::backend {
+
 namespace {
 
 /// What the commands' options and arguments are read into; each command uses some.

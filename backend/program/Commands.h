@@ -1,10 +1,10 @@
 #pragma once
 
-#include "backend/desk/Desk.h"
-
 #include <CLI/CLI.hpp>
 
 #include <functional>
+
+#include "backend/desk/Desk.h"
 
 namespace kivo::backend {
 

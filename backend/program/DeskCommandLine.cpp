@@ -1,12 +1,12 @@
-#include "backend/program/Commands.h"
-
-#include "backend/faults/FaultKinds.h"
-
 #include <memory>
 #include <stdexcept>
 #include <string>
 
+#include "backend/faults/FaultKinds.h"
+#include "backend/program/Commands.h"
+
 namespace kivo::backend {
+
 namespace {
 
 AuthRead authReadNamed(const std::string& name) {

@@ -1,8 +1,8 @@
-#include "backend/program/Commands.h"
-#include "backend/run/Run.h"
-
 #include <memory>
 #include <stdexcept>
+
+#include "backend/program/Commands.h"
+#include "backend/run/Run.h"
 
 namespace kivo::backend {
 

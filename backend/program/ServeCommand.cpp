@@ -1,11 +1,12 @@
+#include <limits>
+#include <memory>
+
 #include "backend/admin/AdminPort.h"
 #include "backend/program/Commands.h"
 #include "backend/run/Serve.h"
 
-#include <limits>
-#include <memory>
-
 namespace kivo::backend {
+
 namespace {
 
 constexpr std::uint16_t usualPort = 8443;

@@ -1,5 +1,3 @@
-#include "backend/program/Commands.h"
-
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -8,12 +6,14 @@
 #include <string>
 #include <vector>
 
+#include "backend/program/Commands.h"
+
 namespace {
 
 /// Where one is closed, the next file or connection would take its number, and what is printed.
 void openStandardStreams() {
     for (int number = STDIN_FILENO; number <= STDERR_FILENO; ++number)
-        if (::fcntl(number, F_GETFD) < 0) ::open("/dev/null", O_RDWR);
+        if (fcntl(number, F_GETFD) < 0) open("/dev/null", O_RDWR);
 }
 
 std::string insteadOf(const std::vector<std::string>& words) {

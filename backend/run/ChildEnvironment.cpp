@@ -1,14 +1,15 @@
 #include "backend/run/ChildEnvironment.h"
 
-#include "backend/admin/AdminPort.h"
-
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <string_view>
 
+#include "backend/admin/AdminPort.h"
+
 namespace kivo::backend {
+
 namespace {
 
 /// Those by which OpenSSL and the curl tool find what they trust.

@@ -11,6 +11,7 @@
 #include <system_error>
 
 namespace kivo::backend {
+
 namespace {
 
 constexpr int killedBySignal = 128;
@@ -80,8 +81,8 @@ ChildProcess::ChildProcess(const std::vector<std::string>& command,
 
 ChildProcess::Pipe ChildProcess::makePipe() {
     std::array<int, 2> ends{-1, -1};
-    if (::pipe2(ends.data(), O_CLOEXEC) != 0) throwLastError("a pipe");
-    ::fcntl(ends[0], F_SETFL, O_NONBLOCK);
+    if (pipe2(ends.data(), O_CLOEXEC) != 0) throwLastError("a pipe");
+    fcntl(ends[0], F_SETFL, O_NONBLOCK);
     return {.reading = FileDescriptor(ends[0], "a pipe"),
             .writing = FileDescriptor(ends[1], "a pipe")};
 }
@@ -91,9 +92,9 @@ void ChildProcess::start(const std::vector<std::string>& command,
     Instructions instructions(mask);
     instructions.give(output_.writing, STDOUT_FILENO);
     instructions.give(errors_.writing, STDERR_FILENO);
-    const int error = ::posix_spawnp(&id_, command.front().c_str(), instructions.actions(),
-                                     instructions.attributes(), pointersTo(command).data(),
-                                     pointersTo(environment).data());
+    const int error = posix_spawnp(&id_, command.front().c_str(), instructions.actions(),
+                                   instructions.attributes(), pointersTo(command).data(),
+                                   pointersTo(environment).data());
     if (error == 0) return;
     throw std::runtime_error("cannot start " + command.front() + ": " +
                              std::generic_category().message(error) + whatToDo(error));
@@ -101,7 +102,7 @@ void ChildProcess::start(const std::vector<std::string>& command,
 
 std::optional<int> reap(pid_t id) {
     int status = 0;
-    if (::waitpid(id, &status, WNOHANG) != id) return std::nullopt;
+    if (waitpid(id, &status, WNOHANG) != id) return std::nullopt;
     return WIFSIGNALED(status) ? killedBySignal + WTERMSIG(status) : WEXITSTATUS(status);
 }
 

@@ -1,13 +1,13 @@
 #pragma once
 
-#include "backend/base/FileDescriptor.h"
-
 #include <sys/types.h>
 
 #include <csignal>
 #include <optional>
 #include <string>
 #include <vector>
+
+#include "backend/base/FileDescriptor.h"
 
 namespace kivo::backend {
 

@@ -1,7 +1,5 @@
 #include "backend/run/ChildWatch.h"
 
-#include "backend/run/ChildProcess.h"
-
 #include <sys/eventfd.h>
 #include <unistd.h>
 
@@ -10,7 +8,10 @@
 #include <cstdlib>
 #include <thread>
 
+#include "backend/run/ChildProcess.h"
+
 namespace kivo::backend {
+
 namespace {
 
 constexpr std::chrono::milliseconds patienceAtTheEnd(150);
@@ -29,19 +30,19 @@ ChildWatch::ChildWatch(pid_t child, const GuardedSignals& signals, std::function
     : child_(child),
       signals_(signals.set()),
       lastAct_(std::move(lastAct)),
-      ended_(::eventfd(0, EFD_CLOEXEC), "an event") {
+      ended_(eventfd(0, EFD_CLOEXEC), "an event") {
     sigpending(&early_);
     std::thread([this] { watch(); }).detach();
 }
 
 void ChildWatch::endWith(int status) {
     status_ = status;
-    ::kill(::getpid(), SIGTERM);
+    kill(getpid(), SIGTERM);
 }
 
 void ChildWatch::watch() {
     status_ = awaitChild();
-    ::eventfd_write(ended_.number(), 1);
+    eventfd_write(ended_.number(), 1);
     while (!askedToEnd_) awaitSignal();
     std::this_thread::sleep_for(patienceAtTheEnd);
     lastAct_();
@@ -57,7 +58,7 @@ int ChildWatch::awaitChild() {
 
 siginfo_t ChildWatch::awaitSignal() {
     siginfo_t signal{};
-    while (::sigwaitinfo(&signals_, &signal) < 0) continue;
+    while (sigwaitinfo(&signals_, &signal) < 0) continue;
     askedToEnd_ = askedToEnd_ || signal.si_signo != SIGCHLD;
     return signal;
 }
@@ -67,10 +68,10 @@ siginfo_t ChildWatch::awaitSignal() {
 void ChildWatch::handOn(const siginfo_t& signal) {
     if (signal.si_signo == SIGCHLD) return;
     const bool fromTerminal = signal.si_code > 0;
-    const bool sharesGroup = ::getpgid(child_) == ::getpgrp();
+    const bool sharesGroup = getpgid(child_) == getpgrp();
     const bool early = sigismember(&early_, signal.si_signo) == 1;
     sigdelset(&early_, signal.si_signo);
-    if (early || !fromTerminal || !sharesGroup) ::kill(child_, signal.si_signo);
+    if (early || !fromTerminal || !sharesGroup) kill(child_, signal.si_signo);
 }
 
 }  // namespace kivo::backend

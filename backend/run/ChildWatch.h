@@ -1,12 +1,12 @@
 #pragma once
 
-#include "backend/base/FileDescriptor.h"
-
 #include <sys/types.h>
 
 #include <atomic>
 #include <csignal>
 #include <functional>
+
+#include "backend/base/FileDescriptor.h"
 
 namespace kivo::backend {
 

@@ -17,13 +17,13 @@ std::set<int> openDescriptors() {
         std::from_chars(name.data(), name.data() + name.size(), number);
         numbers.insert(number);
     }
-    std::erase_if(numbers, [](int number) { return ::fcntl(number, F_GETFD) < 0; });
+    std::erase_if(numbers, [](int number) { return fcntl(number, F_GETFD) < 0; });
     return numbers;
 }
 
 void keepFromPrograms(const std::set<int>& inherited) {
     for (const int number : openDescriptors()) {
-        if (!inherited.contains(number)) ::fcntl(number, F_SETFD, FD_CLOEXEC);
+        if (!inherited.contains(number)) fcntl(number, F_SETFD, FD_CLOEXEC);
     }
 }
 

@@ -4,6 +4,7 @@
 #include <stdexcept>
 
 namespace kivo::backend {
+
 namespace {
 
 constexpr std::uint16_t anyPort = 1;

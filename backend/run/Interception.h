@@ -1,11 +1,11 @@
 #pragma once
 
-#include "backend/base/HostAndPort.h"
-
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "backend/base/HostAndPort.h"
 
 namespace kivo::backend {
 

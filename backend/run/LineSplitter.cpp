@@ -1,6 +1,7 @@
 #include "backend/run/LineSplitter.h"
 
 namespace kivo::backend {
+
 namespace {
 
 constexpr std::size_t longestLine = 64 * 1024;

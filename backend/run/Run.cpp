@@ -1,17 +1,5 @@
 #include "backend/run/Run.h"
 
-#include "backend/base/Terminal.h"
-#include "backend/journal/RequestLine.h"
-#include "backend/journal/Summary.h"
-#include "backend/run/ChildEnvironment.h"
-#include "backend/run/ChildProcess.h"
-#include "backend/run/ChildWatch.h"
-#include "backend/run/Descriptors.h"
-#include "backend/run/Interception.h"
-#include "backend/run/LineSplitter.h"
-#include "backend/tls/Authority.h"
-#include "backend/tls/TrustFile.h"
-
 #include <poll.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
@@ -25,7 +13,20 @@
 #include <string_view>
 #include <utility>
 
+#include "backend/base/Terminal.h"
+#include "backend/journal/RequestLine.h"
+#include "backend/journal/Summary.h"
+#include "backend/run/ChildEnvironment.h"
+#include "backend/run/ChildProcess.h"
+#include "backend/run/ChildWatch.h"
+#include "backend/run/Descriptors.h"
+#include "backend/run/Interception.h"
+#include "backend/run/LineSplitter.h"
+#include "backend/tls/Authority.h"
+#include "backend/tls/TrustFile.h"
+
 namespace kivo::backend {
+
 namespace {
 
 constexpr const char* fromApp = "app     | ";
@@ -44,9 +45,9 @@ public:
     /// Takes what there is at this moment and no more: the program may never stop printing.
     void drain() {
         int waiting = 0;
-        ::ioctl(pipe_, FIONREAD, &waiting);
+        ioctl(pipe_, FIONREAD, &waiting);
         std::string piece(static_cast<std::size_t>(std::max(waiting, 1)), '\0');
-        const auto size = open_ ? ::read(pipe_, piece.data(), piece.size()) : 0;
+        const auto size = open_ ? read(pipe_, piece.data(), piece.size()) : 0;
         if (size < 0) return;
         open_ = size > 0;
         lines_.add(std::string_view(piece).substr(0, static_cast<std::size_t>(size)));
@@ -86,7 +87,7 @@ void follow(const ChildProcess& child, const FileDescriptor& ended) {
     pollfd end{.fd = ended.number(), .events = POLLIN, .revents = 0};
     while (end.revents == 0) {
         std::array questions{output.question(), errors.question(), end};
-        if (::poll(questions.data(), questions.size(), -1) < 0) continue;
+        if (poll(questions.data(), questions.size(), -1) < 0) continue;
         output.drain();
         errors.drain();
         end = questions.back();
@@ -151,7 +152,7 @@ int supervise(Desk& desk, const RunOptions& options, const TrustFile& trust,
     const ChildProcess child(options.command, childEnvironment(ownEnvironment(), route),
                              signals.maskBefore());
     print(box);
-    const auto tidyUp = [path = trust.path()] { ::unlink(path.c_str()); };
+    const auto tidyUp = [path = trust.path()] { unlink(path.c_str()); };
     auto& watch = *new ChildWatch(child.id(), signals, tidyUp);
     follow(child, watch.ended());
     desk.settle();

@@ -1,9 +1,9 @@
 #pragma once
 
-#include "backend/desk/Desk.h"
-
 #include <string>
 #include <vector>
+
+#include "backend/desk/Desk.h"
 
 namespace kivo::backend {
 

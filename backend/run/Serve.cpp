@@ -1,11 +1,5 @@
 #include "backend/run/Serve.h"
 
-#include "backend/base/FileDescriptor.h"
-#include "backend/base/Terminal.h"
-#include "backend/journal/RequestLine.h"
-#include "backend/journal/Summary.h"
-#include "backend/tls/AuthorityStore.h"
-
 #include <fcntl.h>
 #include <pthread.h>
 
@@ -18,7 +12,14 @@
 #include <string>
 #include <thread>
 
+#include "backend/base/FileDescriptor.h"
+#include "backend/base/Terminal.h"
+#include "backend/journal/RequestLine.h"
+#include "backend/journal/Summary.h"
+#include "backend/tls/AuthorityStore.h"
+
 namespace kivo::backend {
+
 namespace {
 
 constexpr std::chrono::milliseconds patienceAtTheEnd(150);
@@ -45,7 +46,7 @@ void watchForTheEnd() {
 }
 
 void requireOpen(const std::optional<int>& descriptor) {
-    if (!descriptor || ::fcntl(*descriptor, F_GETFD) >= 0) return;
+    if (!descriptor || fcntl(*descriptor, F_GETFD) >= 0) return;
     throw std::runtime_error(
         "descriptor " + std::to_string(*descriptor) +
         " is not open; open it first, as in: kivo-dev serve --ready-fd 3 3>ready");

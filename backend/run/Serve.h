@@ -1,8 +1,8 @@
 #pragma once
 
-#include "backend/desk/Desk.h"
-
 #include <optional>
+
+#include "backend/desk/Desk.h"
 
 namespace kivo::backend {
 

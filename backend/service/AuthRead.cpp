@@ -4,6 +4,7 @@
 #include <string_view>
 
 namespace kivo::backend {
+
 namespace {
 
 std::string tokenIn(std::string_view value) {

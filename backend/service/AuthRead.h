@@ -1,9 +1,9 @@
 #pragma once
 
-#include "backend/http/Request.h"
-
 #include <string>
 #include <vector>
+
+#include "backend/http/Request.h"
 
 namespace kivo::backend {
 

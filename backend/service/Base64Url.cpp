@@ -5,6 +5,7 @@
 #include <algorithm>
 
 namespace kivo::backend {
+
 namespace {
 
 const unsigned char* bytesOf(std::string_view text) {

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 namespace kivo::backend {
+
 namespace {
 
 constexpr std::string_view root = "/api/communication/";

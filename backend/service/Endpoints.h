@@ -1,11 +1,11 @@
 #pragma once
 
-#include "backend/service/Tokens.h"
-
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "backend/service/Tokens.h"
 
 namespace kivo::backend {
 

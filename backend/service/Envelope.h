@@ -1,9 +1,9 @@
 #pragma once
 
-#include "backend/http/Reply.h"
-
 #include <map>
 #include <string>
+
+#include "backend/http/Reply.h"
 
 namespace kivo::backend {
 

@@ -6,6 +6,7 @@
 #include <utility>
 
 namespace kivo::backend {
+
 namespace {
 
 constexpr std::size_t keptImages = 16;

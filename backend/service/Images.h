@@ -1,7 +1,5 @@
 #pragma once
 
-#include "backend/http/Reply.h"
-
 #include <cstddef>
 #include <deque>
 #include <mutex>
@@ -9,6 +7,8 @@
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "backend/http/Reply.h"
 
 namespace kivo::backend {
 

@@ -1,11 +1,12 @@
 #include "backend/service/Lifetimes.h"
 
-#include "backend/base/Duration.h"
-
 #include <stdexcept>
 #include <string>
 
+#include "backend/base/Duration.h"
+
 namespace kivo::backend {
+
 namespace {
 
 [[noreturn]] void reject(std::string_view part) {

@@ -1,8 +1,5 @@
 #include "backend/service/Service.h"
 
-#include "backend/service/Envelope.h"
-#include "backend/service/TinyImage.h"
-
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
@@ -10,7 +7,11 @@
 #include <string_view>
 #include <utility>
 
+#include "backend/service/Envelope.h"
+#include "backend/service/TinyImage.h"
+
 namespace kivo::backend {
+
 namespace {
 
 constexpr std::size_t rememberedSessions = 256;

@@ -1,12 +1,5 @@
 #pragma once
 
-#include "backend/http/Reply.h"
-#include "backend/http/Request.h"
-#include "backend/service/AuthRead.h"
-#include "backend/service/Endpoints.h"
-#include "backend/service/Lifetimes.h"
-#include "backend/service/Tokens.h"
-
 #include <cstdint>
 #include <deque>
 #include <map>
@@ -14,6 +7,13 @@
 #include <optional>
 #include <string>
 #include <vector>
+
+#include "backend/http/Reply.h"
+#include "backend/http/Request.h"
+#include "backend/service/AuthRead.h"
+#include "backend/service/Endpoints.h"
+#include "backend/service/Lifetimes.h"
+#include "backend/service/Tokens.h"
 
 namespace kivo::backend {
 

@@ -5,6 +5,7 @@
 #include <cstdint>
 
 namespace kivo::backend {
+
 namespace {
 
 using namespace std::string_view_literals;

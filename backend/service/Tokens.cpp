@@ -1,19 +1,20 @@
 #include "backend/service/Tokens.h"
 
-#include "backend/base/Number.h"
-#include "backend/service/Base64Url.h"
-
+#include <nlohmann/json.hpp>
 #include <openssl/crypto.h>
 #include <openssl/evp.h>
 #include <openssl/hmac.h>
 #include <openssl/rand.h>
-#include <nlohmann/json.hpp>
 
 #include <random>
 #include <stdexcept>
 #include <utility>
 
+#include "backend/base/Number.h"
+#include "backend/service/Base64Url.h"
+
 namespace kivo::backend {
+
 namespace {
 
 using nlohmann::json;

@@ -1,7 +1,5 @@
 #pragma once
 
-#include "backend/service/Lifetimes.h"
-
 #include <array>
 #include <chrono>
 #include <cstdint>
@@ -10,6 +8,8 @@
 #include <optional>
 #include <string>
 #include <string_view>
+
+#include "backend/service/Lifetimes.h"
 
 namespace kivo::backend {
 

@@ -1,15 +1,16 @@
 #include "backend/tls/Authority.h"
 
-#include "backend/base/HostAndPort.h"
-#include "backend/tls/Certificate.h"
-
 #include <openssl/x509v3.h>
 
 #include <chrono>
 #include <ctime>
 #include <stdexcept>
 
+#include "backend/base/HostAndPort.h"
+#include "backend/tls/Certificate.h"
+
 namespace kivo::backend {
+
 namespace {
 
 using Days = std::chrono::duration<long, std::ratio<86400>>;

@@ -1,7 +1,5 @@
 #include "backend/tls/AuthorityStore.h"
 
-#include "backend/base/FileDescriptor.h"
-
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
@@ -10,7 +8,10 @@
 #include <cstdlib>
 #include <stdexcept>
 
+#include "backend/base/FileDescriptor.h"
+
 namespace kivo::backend {
+
 namespace {
 
 namespace fs = std::filesystem;
@@ -27,8 +28,8 @@ void prepare(const fs::path& folder) {
 /// Held until the descriptor is closed.
 FileDescriptor lockIn(const fs::path& folder) {
     const fs::path file = folder / "lock";
-    FileDescriptor lock(::open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, ownerOnly), file);
-    while (::flock(lock.number(), LOCK_EX) != 0) {
+    FileDescriptor lock(open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, ownerOnly), file);
+    while (flock(lock.number(), LOCK_EX) != 0) {
         if (errno != EINTR) throwLastError(file);
     }
     return lock;
@@ -38,10 +39,10 @@ FileDescriptor lockIn(const fs::path& folder) {
 void replace(const fs::path& file, const std::string& text, ::mode_t mode) {
     const fs::path draft = file.string() + ".new";
     fs::remove(draft);
-    const FileDescriptor output(
-        ::open(draft.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode), draft);
+    const FileDescriptor output(open(draft.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode),
+                                draft);
     output.write(text);
-    if (::fsync(output.number()) != 0) throwLastError(draft);
+    if (fsync(output.number()) != 0) throwLastError(draft);
     fs::rename(draft, file);
 }
 

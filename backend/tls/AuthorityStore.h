@@ -1,8 +1,8 @@
 #pragma once
 
-#include "backend/tls/Authority.h"
-
 #include <filesystem>
+
+#include "backend/tls/Authority.h"
 
 namespace kivo::backend {
 

@@ -12,6 +12,7 @@
 #include <stdexcept>
 
 namespace kivo::backend {
+
 namespace {
 
 using BioPointer = std::unique_ptr<BIO, Releasing<BIO_free>>;

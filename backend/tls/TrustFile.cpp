@@ -1,7 +1,5 @@
 #include "backend/tls/TrustFile.h"
 
-#include "backend/base/FileDescriptor.h"
-
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -9,13 +7,15 @@
 #include <filesystem>
 #include <stdexcept>
 
+#include "backend/base/FileDescriptor.h"
+
 namespace kivo::backend {
 
 namespace {
 
 std::string makeFile(const std::string& content) {
     std::string path = std::filesystem::temp_directory_path() / "kivo-dev-trust-XXXXXX";
-    const FileDescriptor file(::mkostemp(path.data(), O_CLOEXEC), path);
+    const FileDescriptor file(mkostemp(path.data(), O_CLOEXEC), path);
     file.write(content);
     return path;
 }
@@ -28,7 +28,7 @@ TrustFile::TrustFile(const std::string& certificates) try : path_(makeFile(certi
                              std::string(error.what()) + "; set TMPDIR to a folder of yours");
 }
 
-TrustFile::~TrustFile() { ::unlink(path_.c_str()); }
+TrustFile::~TrustFile() { unlink(path_.c_str()); }
 
 std::string trustedAlready() {
     const char* name = std::getenv("SSL_CERT_FILE");

@@ -1,10 +1,9 @@
-#include "kivo/network/URLSession+Synchronous.h"
-
 #include <memory>
 #include <optional>
 #include <semaphore>
 #include <utility>
 
+#include "kivo/network/URLSession+Synchronous.h"
 #include "kivo/platform/TaskPool.h"
 #include "kivo/platform/system/FatalError.h"
 

@@ -14,12 +14,14 @@ namespace {
 
 /// The persisted names, mixed capitals included: an installation is found by them.
 namespace key {
+
 constexpr const char* isProduction = "isProduction";
 constexpr const char* sessionId = "sessionId";
 constexpr const char* userJwtToken = "UserJwtToken";
 constexpr const char* merchantJwtTokenTemp = "MerchantJwtTokenTemp";
 constexpr const char* sdkAuthRequest = "SdkAuthRequest";
 constexpr const char* userAuthRequest = "UserAuthRequest";
+
 }  // namespace key
 
 std::string text(const char* name) { return UserDefaults::standard().string(name).value_or(""); }

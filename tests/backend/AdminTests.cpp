@@ -1,11 +1,11 @@
-#include "backend/admin/Admin.h"
+#include <gmock/gmock.h>
 
+#include "backend/admin/Admin.h"
 #include "backend/desk/Desk.h"
 #include "tests/backend/Program.h"
 
-#include <gmock/gmock.h>
-
 namespace kivo::tests {
+
 namespace {
 
 using backend::Header;
@@ -82,4 +82,5 @@ TEST_F(CommandsTest, SteerABackendThatRuns) {
 }
 
 }  // namespace
+
 }  // namespace kivo::tests

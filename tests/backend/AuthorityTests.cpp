@@ -1,7 +1,3 @@
-#include "backend/tls/AuthorityStore.h"
-#include "backend/tls/Certificate.h"
-#include "tests/support/TemporaryDirectory.h"
-
 #include <gmock/gmock.h>
 #include <openssl/x509v3.h>
 
@@ -9,7 +5,12 @@
 #include <future>
 #include <set>
 
+#include "backend/tls/AuthorityStore.h"
+#include "backend/tls/Certificate.h"
+#include "tests/support/TemporaryDirectory.h"
+
 namespace kivo::tests {
+
 namespace {
 
 using namespace std::string_literals;
@@ -85,4 +86,5 @@ TEST(AuthorityStoreTest, GivesManyAtOnceTheSameOneUntilItIsDamaged) {
 }
 
 }  // namespace
+
 }  // namespace kivo::tests

@@ -1,9 +1,3 @@
-#include "backend/faults/Faults.h"
-
-#include "backend/faults/Latency.h"
-#include "backend/journal/Contract.h"
-#include "backend/service/Service.h"
-
 #include <gmock/gmock.h>
 
 #include <array>
@@ -11,7 +5,13 @@
 #include <set>
 #include <sstream>
 
+#include "backend/faults/Faults.h"
+#include "backend/faults/Latency.h"
+#include "backend/journal/Contract.h"
+#include "backend/service/Service.h"
+
 namespace kivo::tests {
+
 namespace {
 
 using namespace std::chrono_literals;
@@ -139,4 +139,5 @@ TEST(ContractTest, NamesEachBreachInWords) {
 }
 
 }  // namespace
+
 }  // namespace kivo::tests

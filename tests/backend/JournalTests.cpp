@@ -1,13 +1,14 @@
+#include <gmock/gmock.h>
+#include <nlohmann/json.hpp>
+
 #include "backend/admin/Expectation.h"
 #include "backend/journal/RequestLine.h"
 #include "backend/journal/Secrets.h"
 #include "backend/journal/Tally.h"
 #include "backend/service/Service.h"
 
-#include <gmock/gmock.h>
-#include <nlohmann/json.hpp>
-
 namespace kivo::tests {
+
 namespace {
 
 using backend::Entry;
@@ -121,4 +122,5 @@ TEST(SecretsTest, AreShortenedWhereverTheyStand) {
 }
 
 }  // namespace
+
 }  // namespace kivo::tests

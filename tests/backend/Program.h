@@ -1,11 +1,11 @@
 #pragma once
 
-#include "tests/support/TemporaryDirectory.h"
-
 #include <gtest/gtest.h>
 
 #include <cstdio>
 #include <string>
+
+#include "tests/support/TemporaryDirectory.h"
 
 namespace kivo::tests {
 
@@ -19,10 +19,10 @@ protected:
             "exec 2>&1; cd " + folder_.path().string() + "; mkfifo ready; export TMPDIR=$PWD\n" +
             "unset SSL_CERT_DIR SSL_CERT_FILE; dev=" KIVO_DEV_PROGRAM "\n" +
             "kivo() { XDG_DATA_HOME=$PWD exec timeout -s KILL 20 $dev \"$@\"; }\n" + script;
-        FILE* output = ::popen(text.c_str(), "re");
+        FILE* output = popen(text.c_str(), "re");
         std::string printed;
         for (int next = 0; (next = std::fgetc(output)) != EOF;) printed += static_cast<char>(next);
-        ::pclose(output);
+        pclose(output);
         return printed;
     }
 

@@ -1,9 +1,10 @@
+#include <gmock/gmock.h>
+
 #include "backend/run/Interception.h"
 #include "tests/backend/Program.h"
 
-#include <gmock/gmock.h>
-
 namespace kivo::tests {
+
 namespace {
 
 using testing::ElementsAre;
@@ -85,4 +86,5 @@ TEST_F(RunTest, EndsAsTheProgramEnds) {
 }
 
 }  // namespace
+
 }  // namespace kivo::tests

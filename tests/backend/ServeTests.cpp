@@ -1,8 +1,9 @@
-#include "tests/backend/Program.h"
-
 #include <gmock/gmock.h>
 
+#include "tests/backend/Program.h"
+
 namespace kivo::tests {
+
 namespace {
 
 using testing::MatchesRegex;
@@ -37,4 +38,5 @@ TEST_F(ServeTest, SaysWhatToDoAboutAMistake) {
 }
 
 }  // namespace
+
 }  // namespace kivo::tests

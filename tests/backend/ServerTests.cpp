@@ -1,15 +1,15 @@
-#include "backend/http/Server.h"
+#include <boost/asio/ip/tcp.hpp>
+#include <gmock/gmock.h>
 
+#include <future>
+
+#include "backend/http/Server.h"
 #include "tests/support/Patience.h"
 #include "tests/support/ScriptedBackend.h"
 #include "tests/support/TemporaryDirectory.h"
 
-#include <gmock/gmock.h>
-#include <boost/asio/ip/tcp.hpp>
-
-#include <future>
-
 namespace kivo::tests {
+
 namespace {
 
 using namespace std::chrono_literals;
@@ -123,4 +123,5 @@ TEST(ServerLimitsTest, NoticesWhoIsSilentAndWhoLeaves) {
 }
 
 }  // namespace
+
 }  // namespace kivo::tests

@@ -1,11 +1,11 @@
-#include "backend/service/Service.h"
-
-#include "backend/service/Base64Url.h"
-
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
 
+#include "backend/service/Base64Url.h"
+#include "backend/service/Service.h"
+
 namespace kivo::tests {
+
 namespace {
 
 using namespace std::literals;
@@ -175,4 +175,5 @@ TEST(LifetimesTest, AreReadOrRefusedWithAnExample) {
 }
 
 }  // namespace
+
 }  // namespace kivo::tests

@@ -1,9 +1,8 @@
-#include "kivo/network/NetworkClient.h"
-
 #include <cmath>
 #include <future>
 
 #include "kivo/api/WireModels.h"
+#include "kivo/network/NetworkClient.h"
 #include "kivo/network/URLSession+Synchronous.h"
 #include "kivo/platform/base/Error.h"
 #include "tests/framework/FrameworkTest.h"

@@ -1,9 +1,3 @@
-#include "backend/faults/FaultKinds.h"
-#include "backend/http/RequestParser.h"
-#include "backend/journal/Contract.h"
-#include "backend/journal/Secrets.h"
-#include "backend/service/Service.h"
-
 #include <boost/asio/buffer.hpp>
 #include <boost/asio/error.hpp>
 #include <boost/beast/core/flat_buffer.hpp>
@@ -12,6 +6,12 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstdlib>
+
+#include "backend/faults/FaultKinds.h"
+#include "backend/http/RequestParser.h"
+#include "backend/journal/Contract.h"
+#include "backend/journal/Secrets.h"
+#include "backend/service/Service.h"
 
 using namespace kivo::backend;
 using boost::system::error_code;

@@ -1,10 +1,10 @@
-#include "backend/faults/Fault.h"
-#include "backend/faults/Latency.h"
-#include "backend/service/Lifetimes.h"
-
 #include <cstdint>
 #include <cstdlib>
 #include <stdexcept>
+
+#include "backend/faults/Fault.h"
+#include "backend/faults/Latency.h"
+#include "backend/service/Lifetimes.h"
 
 using namespace kivo::backend;
 

@@ -1,14 +1,14 @@
-#include "kivo/platform/Console.h"
-
 #include <gmock/gmock.h>
 #include <sys/resource.h>
 
 #include <set>
 #include <sstream>
 
+#include "kivo/platform/Console.h"
 #include "tests/support/Background.h"
 
 namespace kivo::platform {
+
 namespace {
 
 using tests::ChildProcess;
@@ -74,4 +74,5 @@ TEST(Console, HandsLinesToTheHostAndDropsWhatItThrows) {
 }
 
 }  // namespace
+
 }  // namespace kivo::platform

@@ -1,12 +1,12 @@
-#include "kivo/platform/system/Environment.h"
-
 #include <gtest/gtest.h>
 
 #include <map>
 
 #include "kivo/platform/system/ApplicationFolder.h"
+#include "kivo/platform/system/Environment.h"
 
 namespace kivo::platform {
+
 namespace {
 
 Environment with(const std::map<std::string, std::string>& variables) {
@@ -45,4 +45,5 @@ TEST(ApplicationFolder, IsTheIdentifierOnlyWhereThatIsSafe) {
 }
 
 }  // namespace
+
 }  // namespace kivo::platform

@@ -11,6 +11,7 @@
 #include "tests/support/TemporaryDirectory.h"
 
 namespace kivo::tests {
+
 namespace {
 
 using namespace platform;
@@ -208,4 +209,5 @@ TEST_F(HTTPTest, HTTP2LoadsShareAConnectionUntilOneIsCutOff) {
 }
 
 }  // namespace
+
 }  // namespace kivo::tests

@@ -9,6 +9,7 @@
 using namespace std::string_literals;
 
 namespace kivo::platform {
+
 namespace {
 
 using List = std::vector<std::any>;
@@ -109,4 +110,5 @@ TEST(Description, ShowsRecordsAndErrorsOnOneLine) {
 }
 
 }  // namespace
+
 }  // namespace kivo::platform

@@ -9,6 +9,7 @@
 #include "tests/support/TemporaryDirectory.h"
 
 namespace kivo::platform {
+
 namespace {
 
 using namespace std::literals;
@@ -128,4 +129,5 @@ TEST_F(StateTest, AKeychainSaysWhenItCannotKeepAnItem) {
 }
 
 }  // namespace
+
 }  // namespace kivo::platform

@@ -4,6 +4,7 @@
 #include "tests/platform/Load.h"
 
 namespace kivo::tests {
+
 namespace {
 
 using namespace platform;
@@ -113,4 +114,5 @@ TEST(SessionTest, CancelEndsALoadWhereverItStands) {
 }
 
 }  // namespace
+
 }  // namespace kivo::tests

@@ -9,6 +9,7 @@
 #include "tests/support/Background.h"
 
 namespace kivo::tests {
+
 namespace {
 
 using namespace platform;
@@ -145,4 +146,5 @@ TEST(TaskPoolTest, ItsThreadsAreTwoNamedAndDeafToTheHostsSignals) {
 }
 
 }  // namespace
+
 }  // namespace kivo::tests

@@ -1,10 +1,11 @@
-#include "kivo/platform/url/URL.h"
-
 #include <gtest/gtest.h>
+
+#include "kivo/platform/url/URL.h"
 
 using namespace std::string_view_literals;
 
 namespace kivo::platform {
+
 namespace {
 
 std::string parsed(std::string_view text) {
@@ -54,4 +55,5 @@ TEST(URL, ComparesOrigins) {
 }
 
 }  // namespace
+
 }  // namespace kivo::platform

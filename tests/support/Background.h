@@ -80,7 +80,7 @@ public:
     /// Sends it a signal, if not 0, and waits until it has ended so.
     void end(int signal) {
         if (id_ == 0) return;
-        ::kill(id_, signal);
+        kill(id_, signal);
         const auto rest = read();
         int status = -1;
         waitpid(std::exchange(id_, 0), &status, 0);

@@ -1,11 +1,11 @@
 #pragma once
 
-#include "backend/service/Envelope.h"
-
 #include <chrono>
 #include <map>
 #include <string>
 #include <utility>
+
+#include "backend/service/Envelope.h"
 
 namespace kivo::tests {
 

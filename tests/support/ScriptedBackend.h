@@ -1,14 +1,14 @@
 #pragma once
 
-#include "backend/http/Server.h"
-#include "tests/support/Replies.h"
-
 #include <condition_variable>
 #include <deque>
 #include <filesystem>
 #include <map>
 #include <mutex>
 #include <string_view>
+
+#include "backend/http/Server.h"
+#include "tests/support/Replies.h"
 
 namespace kivo::tests {
 

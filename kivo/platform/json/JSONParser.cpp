@@ -1,5 +1,6 @@
-#include <algorithm>
 #include <nlohmann/json.hpp>
+
+#include <algorithm>
 #include <variant>
 
 #include "kivo/platform/json/DecodingError.h"

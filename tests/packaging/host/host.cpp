@@ -1,8 +1,8 @@
+#include <chrono>
+
 #include "kivo/platform/Bundle.h"
 #include "kivo/platform/TaskPool.h"
 #include "kivo/sdk/KivoSDK.h"
-
-#include <chrono>
 
 KIVO_BUNDLE_IDENTIFIER("com.example.host")
 
