@@ -1,19 +1,14 @@
 #include "kivo/platform/json/DecodingError.h"
 
-#include "kivo/platform/system/FatalError.h"
+#include <array>
 
 namespace kivo::platform {
 
 namespace {
 
 std::string nameOf(DecodingError::Kind kind) {
-    switch (kind) {
-        case DecodingError::Kind::keyNotFound: return "keyNotFound";
-        case DecodingError::Kind::valueNotFound: return "valueNotFound";
-        case DecodingError::Kind::typeMismatch: return "typeMismatch";
-        case DecodingError::Kind::dataCorrupted: return "dataCorrupted";
-    }
-    fatalError("not a kind of decoding error");
+    constexpr std::array names = {"keyNotFound", "valueNotFound", "typeMismatch", "dataCorrupted"};
+    return names.at(static_cast<std::size_t>(kind));
 }
 
 }  // namespace

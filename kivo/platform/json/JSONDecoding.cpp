@@ -1,23 +1,16 @@
 #include "kivo/platform/json/JSONDecoding.h"
 
 #include <algorithm>
-
-#include "kivo/platform/system/FatalError.h"
+#include <array>
 
 namespace kivo::platform::JSON {
 
 namespace {
 
 std::string nameOf(Value::Kind kind) {
-    switch (kind) {
-        case Value::Kind::null: return "null";
-        case Value::Kind::boolean: return "a Boolean";
-        case Value::Kind::number: return "a number";
-        case Value::Kind::text: return "a text";
-        case Value::Kind::array: return "an array";
-        case Value::Kind::object: return "an object";
-    }
-    fatalError("not a kind of JSON value");
+    constexpr std::array names = {"null",   "a Boolean", "a number",
+                                  "a text", "an array",  "an object"};
+    return names.at(static_cast<std::size_t>(kind));
 }
 
 }  // namespace
