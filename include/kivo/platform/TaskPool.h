@@ -40,10 +40,6 @@ public:
     /// of its own: on a pool thread, or from a `Console` sink, it would wait for itself.
     bool waitUntilIdle(std::chrono::milliseconds timeout);
 
-    /// Parks the threads once commits and barriers are done, or gives up at `deadline`. For the
-    /// exit hook.
-    KIVO_HIDDEN static void stopAll(std::chrono::steady_clock::time_point deadline);
-
     /// Whether the calling thread belongs to the pool.
     KIVO_HIDDEN static bool isPoolThread() noexcept;
 

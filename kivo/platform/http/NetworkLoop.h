@@ -25,7 +25,7 @@ namespace kivo::platform {
 
 /// What the network thread does: it drives libcurl's multi handle and keeps the timers. The mutex
 /// guards what other threads hand in; the rest belongs to the thread alone.
-class NetworkLoop {
+class NetworkLoop final : public Process::Stoppable {
 public:
     NetworkLoop() : pool_(TaskPool::shared()), multi_(curl_multi_init()) {
         // Without descriptors libcurl makes a handle that nobody can wake.
@@ -48,6 +48,7 @@ public:
             loop->run();
             parkThread();
         });
+        loop->stopAtExit();
         return *loop.release();
     }
 
@@ -74,7 +75,8 @@ public:
         return timers_.remove(timer);
     }
 
-    void stop(TimerQueue::Clock::time_point deadline) {
+    /// The thread parks between two steps.
+    void stop(Deadline deadline) noexcept override {
         std::unique_lock lock(mutex_);
         stopping_ = true;
         unlockAndWake(lock);

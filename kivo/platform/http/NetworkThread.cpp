@@ -1,19 +1,12 @@
 #include "kivo/platform/http/NetworkThread.h"
 
-#include <atomic>
 #include <utility>
 
 #include "kivo/platform/http/NetworkLoop.h"
 
 namespace kivo::platform {
 
-namespace {
-
-std::atomic<bool> started{false};
-
-}  // namespace
-
-NetworkThread::NetworkThread() : loop_(NetworkLoop::begin()) { started = true; }
+NetworkThread::NetworkThread() : loop_(NetworkLoop::begin()) {}
 
 NetworkThread& NetworkThread::shared() {
     static NetworkThread& thread = *new NetworkThread;
@@ -35,10 +28,6 @@ TimerQueue::Timer NetworkThread::schedule(TimerQueue::Clock::time_point deadline
 
 void NetworkThread::unschedule(const TimerQueue::Timer& timer) {
     const TimerQueue::Job dropped = loop_.unschedule(timer);  // Destroyed here, outside every lock.
-}
-
-void NetworkThread::stopAll(TimerQueue::Clock::time_point deadline) {
-    if (started) shared().loop_.stop(deadline);
 }
 
 }  // namespace kivo::platform

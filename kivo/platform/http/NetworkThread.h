@@ -30,9 +30,6 @@ public:
     /// Drops the job of `timer` if it is not due yet.
     void unschedule(const TimerQueue::Timer& timer);
 
-    /// Parks the thread between two steps, or gives up at `deadline`. For the exit hook.
-    static void stopAll(TimerQueue::Clock::time_point deadline);
-
 private:
     NetworkThread();
 

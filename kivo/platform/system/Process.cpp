@@ -10,8 +10,6 @@
 #include <cstdlib>
 #include <new>
 
-#include "kivo/platform/TaskPool.h"
-#include "kivo/platform/http/NetworkThread.h"
 #include "kivo/platform/system/Environment.h"
 
 namespace kivo::platform::Process {
@@ -21,6 +19,7 @@ namespace {
 std::atomic<pid_t> owner{0};
 std::atomic<const char*> mark{nullptr};
 std::atomic<bool> ending{false};
+std::atomic<Stoppable*> registeredLast{nullptr};
 
 /// A byte that is 1 in this process and 0 in a forked child, where the kernel empties its page:
 /// every entry asks whose process it is, and this answers without a system call. Null where the
@@ -33,14 +32,12 @@ const char* makeMark() {
     return static_cast<const char*>(page);
 }
 
-/// Stops the threads at a safe point and frees nothing: they may outlive this call, and the
-/// libraries' own exit handlers, which run after it, must find no transfer at work.
+/// The exit hook. The threads may outlive it, and the libraries' own exit handlers, which run after
+/// it, must find no transfer at work.
 void endProcess() {
     if (!isOwn()) return;
     ending = true;
-    const auto deadline = std::chrono::steady_clock::now() + exitPatience;
-    NetworkThread::stopAll(deadline);
-    TaskPool::stopAll(deadline);
+    Stoppable::stopAll(std::chrono::steady_clock::now() + exitPatience);
 }
 
 template <typename Function>
@@ -84,6 +81,19 @@ bool prepareOnce() {
 }
 
 }  // namespace
+
+void Stoppable::stopAtExit() noexcept {
+    registeredBefore_ = registeredLast.load(std::memory_order_relaxed);
+    while (!registeredLast.compare_exchange_weak(registeredBefore_, this,
+                                                 std::memory_order_release,
+                                                 std::memory_order_relaxed)) {}
+}
+
+void Stoppable::stopAll(Deadline deadline) noexcept {
+    for (auto* next = registeredLast.load(std::memory_order_acquire); next != nullptr;
+         next = next->registeredBefore_)
+        next->stop(deadline);
+}
 
 bool isOwn() noexcept {
     if (const char* own = mark.load(std::memory_order_acquire)) return *own != 0;

@@ -1,7 +1,6 @@
 #include "kivo/platform/TaskPool.h"
 
 #include <algorithm>
-#include <atomic>
 #include <condition_variable>
 #include <exception>
 #include <memory>
@@ -16,7 +15,6 @@ namespace kivo::platform {
 
 namespace {
 
-std::atomic<bool> started{false};
 thread_local bool onPoolThread = false;
 /// Where what this thread submits gathers, while it does.
 thread_local WorkQueue* gathering = nullptr;
@@ -25,7 +23,7 @@ thread_local WorkQueue* gathering = nullptr;
 
 /// The queue and what guards it. Barriers stand in the same queue as everything else: while one
 /// runs, nobody takes anything up.
-class TaskPool::State {
+class TaskPool::State final : public Process::Stoppable {
 public:
     /// Makes one, which belongs to its threads as soon as there is one.
     static State& begin() {
@@ -33,6 +31,7 @@ public:
         auto state = std::make_unique<State>();
         state->startWorker("kivo-pool-1");
         State& begun = *state.release();
+        begun.stopAtExit();
         try {
             begun.startWorker("kivo-pool-2");
         } catch (const std::exception&) {  // One thread does the work of two, only later.
@@ -76,7 +75,8 @@ public:
                                  [this] { return unfinished_ == 0; });
     }
 
-    void stop(std::chrono::steady_clock::time_point deadline) {
+    /// The threads park once barriers and commits are done.
+    void stop(Deadline deadline) noexcept override {
         std::unique_lock lock(mutex_);
         stopping_ = true;
         ready_.notify_all();
@@ -164,7 +164,7 @@ private:
     bool stopping_ = false;
 };
 
-TaskPool::TaskPool() : state_(State::begin()) { started = true; }
+TaskPool::TaskPool() : state_(State::begin()) {}
 
 TaskPool& TaskPool::shared() {
     static TaskPool& pool = *new TaskPool;
@@ -181,10 +181,6 @@ void TaskPool::submitNext(Work& work) noexcept {
 
 bool TaskPool::waitUntilIdle(std::chrono::milliseconds timeout) {
     return Process::isOwn() && state_.waitUntilIdle(timeout);
-}
-
-void TaskPool::stopAll(std::chrono::steady_clock::time_point deadline) {
-    if (started) shared().state_.stop(deadline);
 }
 
 bool TaskPool::isPoolThread() noexcept { return onPoolThread; }
