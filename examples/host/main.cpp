@@ -10,9 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "kivo/platform/Bundle.h"
-#include "kivo/platform/TaskPool.h"
-#include "kivo/sdk/KivoSDK.h"
+#include "kivo/Kivo.h"
 
 // Tells the backend which application is calling. Once, in any source file of the host.
 KIVO_BUNDLE_IDENTIFIER("com.example.host")
@@ -86,15 +84,13 @@ void perform(const Words& words) {
 }  // namespace
 
 int main() {
-    using kivo::platform::TaskPool;
-
     for (std::string line; std::getline(std::cin, line);) {
         const auto words = wordsOf(line);
         if (words.empty()) continue;
         perform(words);
         // Kivo's operations return at once and print their outcome later. A host has no need to
         // wait for them; this one does, so that each outcome stands below its command.
-        const bool idle = TaskPool::shared().waitUntilIdle(std::chrono::seconds(60));
+        const bool idle = kivo::KivoSDK::waitUntilIdle(std::chrono::seconds(60));
         std::cout << (idle ? "done" : "still busy") << std::endl;
     }
 }

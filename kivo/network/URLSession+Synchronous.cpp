@@ -4,8 +4,8 @@
 #include <utility>
 
 #include "kivo/network/URLSession+Synchronous.h"
-#include "kivo/platform/TaskPool.h"
 #include "kivo/platform/system/FatalError.h"
+#include "kivo/platform/tasks/TaskPool.h"
 
 namespace kivo {
 

@@ -6,6 +6,7 @@
 #include "kivo/platform/Console.h"
 #include "kivo/platform/Guarded.h"
 #include "kivo/platform/system/Process.h"
+#include "kivo/platform/tasks/TaskPool.h"
 #include "kivo/sdk/IdlePlugin.h"
 #include "kivo/sdk/KivoCommunication.h"
 
@@ -43,6 +44,10 @@ std::shared_ptr<KivoCommunicationPlugin> KivoSDK::initialise(const KivoConfig& c
 std::shared_ptr<KivoCommunicationPlugin> KivoSDK::instance() noexcept {
     const Plugin* plugin = kivo.load(std::memory_order_acquire);
     return plugin == nullptr ? nullptr : *plugin;
+}
+
+bool KivoSDK::waitUntilIdle(std::chrono::milliseconds timeout) noexcept {
+    return platform::TaskPool::waitUntilIdle(timeout);
 }
 
 }  // namespace kivo

@@ -20,7 +20,6 @@
 
 #include "kivo/platform/Bundle.h"
 #include "kivo/platform/Console.h"
-#include "kivo/platform/TaskPool.h"
 #include "kivo/sdk/KivoSDK.h"
 
 namespace {
@@ -58,11 +57,8 @@ void everyOperation() {
     plugin->unsetUser();
 }
 
-void await() try {
-    const bool idle = kivo::platform::TaskPool::shared().waitUntilIdle(std::chrono::seconds(60));
-    if (!idle) say("not idle");
-} catch (const std::exception& error) {
-    say(std::string("no pool: ") + error.what());
+void await() {
+    if (!KivoSDK::waitUntilIdle(std::chrono::seconds(60))) say("not idle");
 }
 
 bool inChild = false;
@@ -76,7 +72,7 @@ void inAForkedChild() {
     inChild = child == 0;
     if (child == 0) {
         everyOperation();
-        kivo::platform::TaskPool::shared().waitUntilIdle(std::chrono::seconds(1));
+        KivoSDK::waitUntilIdle(std::chrono::seconds(1));
         std::exit(0);
     }
     int status = 0;

@@ -68,7 +68,7 @@ case "$4" in
         ;;
     subproject)
         build_host subproject -DKIVO_AS_SUBPROJECT=ON -DKIVO_INSTALL=ON \
-            -DBUILD_SHARED_LIBS="$(other_kind)"
+            -DCMAKE_INSTALL_INCLUDEDIR=headers/of/kivo -DBUILD_SHARED_LIBS="$(other_kind)"
         run_host "$scratch/subproject/host"
         install_into_prefix "$scratch/subproject"
         serve_from_prefix

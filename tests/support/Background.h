@@ -12,7 +12,7 @@
 #include <thread>
 #include <vector>
 
-#include "kivo/platform/TaskPool.h"
+#include "kivo/platform/tasks/TaskPool.h"
 #include "tests/support/Patience.h"
 
 /// What runs beside a test: jobs on the pool, threads of its own, and child processes.

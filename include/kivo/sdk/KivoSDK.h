@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <memory>
 
 #include "kivo/platform/Export.h"
@@ -23,6 +24,12 @@ public:
 
     /// The plugin, or empty before the first `initialise`.
     static std::shared_ptr<KivoCommunicationPlugin> instance() noexcept;
+
+    /// Waits until no operation is under way and what the operations stored is on disk, at most
+    /// `timeout`, and returns whether that was reached: true at once where nothing is under way,
+    /// false in a forked child. For a short-lived host, on a thread of its own; from a `Console`
+    /// sink it would wait for itself.
+    static bool waitUntilIdle(std::chrono::milliseconds timeout) noexcept;
 
     KivoSDK() = delete;
 };

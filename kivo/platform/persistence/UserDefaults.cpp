@@ -2,9 +2,9 @@
 
 #include <exception>
 
-#include "kivo/platform/TaskPool.h"
 #include "kivo/platform/system/ApplicationFolder.h"
 #include "kivo/platform/system/Process.h"
+#include "kivo/platform/tasks/TaskPool.h"
 
 namespace kivo::platform {
 

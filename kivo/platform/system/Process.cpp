@@ -84,9 +84,9 @@ bool prepareOnce() {
 
 void Stoppable::stopAtExit() noexcept {
     registeredBefore_ = registeredLast.load(std::memory_order_relaxed);
-    while (!registeredLast.compare_exchange_weak(registeredBefore_, this,
-                                                 std::memory_order_release,
-                                                 std::memory_order_relaxed)) {}
+    while (!registeredLast.compare_exchange_weak(registeredBefore_, this, std::memory_order_release,
+                                                 std::memory_order_relaxed)) {
+    }
 }
 
 void Stoppable::stopAll(Deadline deadline) noexcept {

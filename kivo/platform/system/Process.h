@@ -16,8 +16,8 @@ bool isOwn() noexcept;
 /// lock.
 bool isUsable() noexcept;
 
-/// Background threads that end with the process. They are chained through themselves, so registering
-/// them takes no memory and cannot fail.
+/// Background threads that end with the process. They are chained through themselves, so
+/// registering them takes no memory and cannot fail.
 class Stoppable {
 public:
     using Deadline = std::chrono::steady_clock::time_point;

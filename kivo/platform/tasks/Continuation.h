@@ -8,10 +8,10 @@
 #include <string>
 #include <utility>
 
-#include "kivo/platform/TaskPool.h"
 #include "kivo/platform/base/Result.h"
 #include "kivo/platform/system/FatalError.h"
 #include "kivo/platform/system/Process.h"
+#include "kivo/platform/tasks/TaskPool.h"
 #include "kivo/platform/tasks/Work.h"
 
 namespace kivo::platform {

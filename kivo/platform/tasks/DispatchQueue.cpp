@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "kivo/platform/TaskPool.h"
+#include "kivo/platform/tasks/TaskPool.h"
 
 namespace kivo::platform {
 

@@ -1,6 +1,6 @@
 #include "kivo/platform/tasks/OperationQueue.h"
 
-#include "kivo/platform/TaskPool.h"
+#include "kivo/platform/tasks/TaskPool.h"
 
 namespace kivo::platform {
 

@@ -2,16 +2,15 @@
 
 #include <utility>
 
-#include "kivo/platform/Export.h"
-#include "kivo/platform/TaskPool.h"
+#include "kivo/platform/tasks/TaskPool.h"
 #include "kivo/platform/tasks/Work.h"
 
 namespace kivo::platform {
 
 class TaskPool::Handover {
 public:
-    KIVO_HIDDEN Handover();
-    KIVO_HIDDEN ~Handover();
+    Handover();
+    ~Handover();
     Handover(const Handover&) = delete;
     Handover& operator=(const Handover&) = delete;
 
@@ -22,8 +21,8 @@ private:
 
 class TaskPool::Activity {
 public:
-    KIVO_HIDDEN Activity();
-    KIVO_HIDDEN ~Activity();
+    Activity();
+    ~Activity();
     Activity(Activity&& other) noexcept : isOwn_(std::exchange(other.isOwn_, false)) {}
     Activity& operator=(Activity&&) = delete;
 

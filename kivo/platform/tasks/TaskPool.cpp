@@ -1,6 +1,7 @@
-#include "kivo/platform/TaskPool.h"
+#include "kivo/platform/tasks/TaskPool.h"
 
 #include <algorithm>
+#include <atomic>
 #include <condition_variable>
 #include <exception>
 #include <memory>
@@ -25,6 +26,9 @@ thread_local WorkQueue* gathering = nullptr;
 /// runs, nobody takes anything up.
 class TaskPool::State final : public Process::Stoppable {
 public:
+    /// The pool's, once it has a thread.
+    static inline std::atomic<State*> running{nullptr};
+
     /// Makes one, which belongs to its threads as soon as there is one.
     static State& begin() {
         Process::prepare();
@@ -32,6 +36,7 @@ public:
         state->startWorker("kivo-pool-1");
         State& begun = *state.release();
         begun.stopAtExit();
+        running.store(&begun, std::memory_order_release);
         try {
             begun.startWorker("kivo-pool-2");
         } catch (const std::exception&) {  // One thread does the work of two, only later.
@@ -179,8 +184,10 @@ void TaskPool::submitNext(Work& work) noexcept {
     if (Process::isOwn()) state_.push(work, true);
 }
 
-bool TaskPool::waitUntilIdle(std::chrono::milliseconds timeout) {
-    return Process::isOwn() && state_.waitUntilIdle(timeout);
+bool TaskPool::waitUntilIdle(std::chrono::milliseconds timeout) noexcept {
+    if (!Process::isOwn()) return false;
+    State* state = State::running.load(std::memory_order_acquire);
+    return state == nullptr || state->waitUntilIdle(timeout);
 }
 
 bool TaskPool::isPoolThread() noexcept { return onPoolThread; }

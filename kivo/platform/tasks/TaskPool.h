@@ -3,8 +3,6 @@
 #include <chrono>
 #include <functional>
 
-#include "kivo/platform/Export.h"
-
 namespace kivo::platform {
 
 class Work;
@@ -12,7 +10,7 @@ class Work;
 /// The process's background threads, two, started on first use, and the one queue they take their
 /// work from. Any thread may call, and nothing blocks but `waitUntilIdle`. A job that throws is
 /// dropped. In a forked child every call does nothing.
-class KIVO_EXPORT TaskPool {
+class TaskPool {
 public:
     using Job = std::function<void()>;
 
@@ -25,7 +23,7 @@ public:
 
     /// Like `submit`, for work that carries on where the calling one is about to end: a pool
     /// thread takes it up itself, next, rather than wake the other one for it. Never fails.
-    KIVO_HIDDEN void submitNext(Work& work) noexcept;
+    void submitNext(Work& work) noexcept;
 
     /// Runs `job` after every barrier submitted before it, and holds back what is submitted after
     /// it until it has returned. Keep it short. It still runs when the process is about to end.
@@ -36,12 +34,12 @@ public:
     void submitCommit(Job job);
 
     /// Waits until no launched task is unfinished, no load runs and no commit is due, at most
-    /// `timeout`, and returns whether that was reached. Meant for a short-lived host, on a thread
-    /// of its own: on a pool thread, or from a `Console` sink, it would wait for itself.
-    bool waitUntilIdle(std::chrono::milliseconds timeout);
+    /// `timeout`, and returns whether that was reached. Starts no threads: where none were started
+    /// nothing is under way. On a pool thread it would wait for itself.
+    static bool waitUntilIdle(std::chrono::milliseconds timeout) noexcept;
 
     /// Whether the calling thread belongs to the pool.
-    KIVO_HIDDEN static bool isPoolThread() noexcept;
+    static bool isPoolThread() noexcept;
 
     /// While one is alive, what its thread submits gathers, and is handed over together at the end
     /// of the outermost: one lock, one thread woken.
@@ -51,9 +49,9 @@ public:
     class Activity;
 
 private:
-    class KIVO_HIDDEN State;
+    class State;
 
-    KIVO_HIDDEN TaskPool();
+    TaskPool();
 
     State& state_;
 };
