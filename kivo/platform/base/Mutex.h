@@ -1,0 +1,72 @@
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
+
+// What a lock guards, for clang's -Wthread-safety to check; other compilers pass over it.
+#if defined(__clang__)
+#define KIVO_THREAD_SAFETY(attribute) __attribute__((attribute))
+#else
+#define KIVO_THREAD_SAFETY(attribute)
+#endif
+
+/// The member may be touched only while `mutex` is held.
+#define KIVO_GUARDED_BY(mutex) KIVO_THREAD_SAFETY(guarded_by(mutex))
+/// The function may be called only while `mutex` is held.
+#define KIVO_REQUIRES(mutex) KIVO_THREAD_SAFETY(requires_capability(mutex))
+/// The function takes `mutex` itself.
+#define KIVO_EXCLUDES(mutex) KIVO_THREAD_SAFETY(locks_excluded(mutex))
+
+namespace kivo::platform {
+
+/// A std::mutex whose rules the compiler can check.
+class KIVO_THREAD_SAFETY(capability("mutex")) Mutex {
+public:
+    void lock() KIVO_THREAD_SAFETY(acquire_capability()) { mutex_.lock(); }
+    void unlock() KIVO_THREAD_SAFETY(release_capability()) { mutex_.unlock(); }
+
+private:
+    friend class Lock;
+
+    std::mutex mutex_;
+};
+
+/// Holds a mutex, but for the time between `unlock` and `lock`.
+class KIVO_THREAD_SAFETY(scoped_lockable) Lock {
+public:
+    explicit Lock(Mutex& mutex) KIVO_THREAD_SAFETY(acquire_capability(mutex))
+        : lock_(mutex.mutex_) {}
+    ~Lock() KIVO_THREAD_SAFETY(release_capability()) {}
+    Lock(const Lock&) = delete;
+    Lock& operator=(const Lock&) = delete;
+
+    void lock() KIVO_THREAD_SAFETY(acquire_capability()) { lock_.lock(); }
+    void unlock() KIVO_THREAD_SAFETY(release_capability()) { lock_.unlock(); }
+
+private:
+    friend class Condition;
+
+    std::unique_lock<std::mutex> lock_;
+};
+
+/// A std::condition_variable for a `Lock`. Wait in a loop, so that the compiler sees the condition
+/// read under the lock.
+class Condition {
+public:
+    void wait(Lock& lock) { condition_.wait(lock.lock_); }
+
+    /// False once `deadline` has passed.
+    template <typename Clock, typename Duration>
+    bool waitUntil(Lock& lock, const std::chrono::time_point<Clock, Duration>& deadline) {
+        return condition_.wait_until(lock.lock_, deadline) == std::cv_status::no_timeout;
+    }
+
+    void notifyOne() noexcept { condition_.notify_one(); }
+    void notifyAll() noexcept { condition_.notify_all(); }
+
+private:
+    std::condition_variable condition_;
+};
+
+}  // namespace kivo::platform
