@@ -10,7 +10,7 @@ fail() {
     exit 1
 }
 
-# listed_packages library|tests|all|benchmarks: the names in packages.txt that it takes. `all` is what
+# listed_packages library|tests|all|benchmarks|pictures: the names in packages.txt that it takes. `all` is what
 # continuous integration takes; only the benchmarks take their peers.
 listed_packages() {
     local part=library wanted line
@@ -19,6 +19,7 @@ listed_packages() {
         tests) wanted='library|tests' ;;
         all) wanted='library|tests|continuous integration' ;;
         benchmarks) wanted='library|benchmarks' ;;
+        pictures) wanted='pictures' ;;
     esac
     while read -r line; do
         [[ "$line" =~ ^'# ---- '(.*)' ----'$ ]] && part="${BASH_REMATCH[1]}"
@@ -54,7 +55,7 @@ refuse_removals() {
         fail "apt would remove the packages below to make room for: $*"$'\n'"$removed"$'\n'"Nothing was changed. Remove them yourself, or build in a container of Debian 12."
 }
 
-# install_packages library|tests|all|benchmarks
+# install_packages library|tests|all|benchmarks|pictures
 install_packages() {
     command -v apt-get >/dev/null || fail "apt-get not found; install the equivalents of packages.txt by hand"
     local missing
