@@ -20,7 +20,6 @@ namespace kivo::backend {
 namespace {
 
 using nlohmann::json;
-constexpr std::size_t manyConnections = 64;
 constexpr std::uint16_t anyPort = 80;
 
 std::string queryValue(const Request& request, std::string_view name) {
@@ -153,19 +152,12 @@ Reply answer(Desk& desk, const Request& request) {
         404, "the backend cannot do that: " + request.method + " " + std::string(request.path()));
 }
 
-Reply signedAnswer(Desk& desk, const Request& request) {
+}  // namespace
+
+Reply adminReply(Desk& desk, const Request& request) {
     auto reply = answer(desk, request);
     reply.headers.push_back({.name = "Server", .value = adminServerName});
     return reply;
-}
-
-}  // namespace
-
-ServerOptions adminServerOptions(Desk& desk, std::uint16_t port) {
-    return {.port = port,
-            .handler = [&desk](const Request& request) { return signedAnswer(desk, request); },
-            .passage = [](const std::string&) { return Passage::refused; },
-            .limits = {.bodyBytes = Images::largest, .connections = manyConnections}};
 }
 
 }  // namespace kivo::backend

@@ -1,23 +1,22 @@
 #pragma once
 
-#include <cstdint>
-
-#include "backend/http/Server.h"
+#include "backend/http/Reply.h"
+#include "backend/http/Request.h"
 
 namespace kivo::backend {
 
 class Desk;
 
-/// A server for those who look at the running backend and change it: JSON over plain HTTP, for
-/// programs on this machine and pages that this very port served. The desk must outlive it.
+/// Answers one admin request, which inspects or changes the running backend. Requests and replies
+/// are JSON. Only programs on this machine, and pages that this port served, are answered.
 ///
 ///     GET    /state
 ///     GET    /requests?after=N            numbers greater than N
 ///     GET    /faults                      POST {"rule": …}, DELETE {"rule": …} or {} for all
 ///     POST   /expire                      {"kind": "user" | "merchant" | "all"}
 ///     POST   /reset
-///     POST   /images?file=NAME            the picture's bytes
-///     POST   /expectations                {"words": […]}: has such a request come?
-ServerOptions adminServerOptions(Desk& desk, std::uint16_t port);
+///     POST   /images?file=NAME            the image's bytes
+///     POST   /expectations                {"words": […]}: has such a request arrived?
+Reply adminReply(Desk& desk, const Request& request);
 
 }  // namespace kivo::backend

@@ -1,11 +1,9 @@
 #include "backend/desk/Desk.h"
 
-#include <stdexcept>
-#include <system_error>
 #include <utility>
 
-#include "backend/admin/Admin.h"
 #include "backend/faults/FaultKinds.h"
+#include "backend/http/StartServer.h"
 #include "backend/journal/Contract.h"
 #include "backend/service/Endpoints.h"
 
@@ -23,25 +21,6 @@ std::uint64_t randomSeed() {
 /// One for each source of chance: with one seed for two, what one draws would foretell the other.
 std::uint64_t seedOf(const DeskOptions& options, std::uint64_t source) {
     return (options.seed ? *options.seed : randomSeed()) + source;
-}
-
-std::string whyNot(const std::system_error& error, const std::string& port,
-                   const std::string& option) {
-    if (error.code() == std::errc::permission_denied)
-        return "port " + port + " needs privileges; choose one above 1023 with " + option + " N";
-    if (error.code() != std::errc::address_in_use) return error.what();
-    return "port " + port +
-           " is taken, perhaps by another kivo-dev; end that one, or choose a port with " + option +
-           " N (0 takes a free one)";
-}
-
-std::unique_ptr<Server> listen(ServerOptions options, const std::string& option) {
-    const auto port = std::to_string(options.port);
-    try {
-        return std::make_unique<Server>(std::move(options));
-    } catch (const std::system_error& error) {
-        throw std::runtime_error(whyNot(error, port, option));
-    }
 }
 
 /// What goes to the client in place of the good reply.
@@ -67,22 +46,13 @@ Desk::Desk(DeskOptions options, Journal::Observer observer)
 
 Desk::~Desk() = default;
 
-void Desk::open() {
-    server_ = listen(serverOptions(), "--port");
-    if (options_.adminPort)
-        adminServer_ = listen(adminServerOptions(*this, *options_.adminPort), "--admin-port");
-}
+void Desk::open() { server_ = startServer(serverOptions(), "--port"); }
 
 void Desk::settle() { server_->awaitDeparture(departureLimit); }
 
 void Desk::close() {
-    if (adminServer_) adminServer_->stop();
     settle();
     server_->stop();
-}
-
-std::optional<std::uint16_t> Desk::adminPort() const {
-    return adminServer_ ? std::optional(adminServer_->port()) : std::nullopt;
 }
 
 std::string Desk::baseUrl() const { return "https://localhost:" + std::to_string(port()) + "/"; }

@@ -20,8 +20,6 @@ namespace kivo::backend {
 
 struct DeskOptions {
     std::uint16_t port = 0;
-    /// Absent: nobody can speak to the running backend but its clients.
-    std::optional<std::uint16_t> adminPort = {};
     Lifetimes lifetimes = {};
     AuthRead authRead = AuthRead::last;
     Latency latency = {};
@@ -42,8 +40,7 @@ public:
     Desk(DeskOptions options, Journal::Observer observer);
     ~Desk();
 
-    /// Throws std::runtime_error, with a text for the person at the keyboard, when a port cannot be
-    /// had.
+    /// Throws std::runtime_error, with a message for the user, if the port cannot be bound.
     void open();
 
     /// Lets clients that are leaving do so, a moment at most: until then requests of theirs may be
@@ -54,7 +51,6 @@ public:
     void close();
 
     std::uint16_t port() const { return server_->port(); }
-    std::optional<std::uint16_t> adminPort() const;
 
     void addFault(Fault fault);
 
@@ -87,7 +83,6 @@ private:
     Tally tally_;
     std::mt19937_64 chance_;  // The server's thread alone draws from it.
     std::unique_ptr<Server> server_;
-    std::unique_ptr<Server> adminServer_;
 };
 
 }  // namespace kivo::backend

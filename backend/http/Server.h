@@ -6,21 +6,11 @@
 #include <functional>
 #include <memory>
 
+#include "backend/http/Exchange.h"
 #include "backend/http/Greeting.h"
-#include "backend/http/Reply.h"
-#include "backend/http/Request.h"
 #include "backend/tls/Authority.h"
 
 namespace kivo::backend {
-
-/// One request and what became of it.
-struct Exchange {
-    Request request = {};
-    Reply reply = {};
-    std::chrono::steady_clock::duration duration{};
-    /// False when the client left, or was left, before the whole reply was handed over.
-    bool delivered = false;
-};
 
 /// What becomes of a CONNECT, by which a client uses the server as a proxy.
 enum class Passage {

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "backend/http/Server.h"
+#include "backend/http/Exchange.h"
 
 namespace kivo::backend {
 

@@ -4,7 +4,7 @@
 
 #include <functional>
 
-#include "backend/desk/Desk.h"
+#include "backend/run/CommonOptions.h"
 
 namespace kivo::backend {
 
@@ -17,6 +17,6 @@ void addRun(CLI::App& program, Action& action);
 void addAdminCommands(CLI::App& program, Action& action);
 
 /// The options that serve and run share.
-void describeDesk(CLI::App& command, DeskOptions& options, bool& strict);
+void addCommonOptions(CLI::App& command, CommonOptions& options);
 
 }  // namespace kivo::backend

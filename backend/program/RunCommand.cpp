@@ -12,9 +12,9 @@ void addRun(CLI::App& program, Action& action) {
         "Runs a program with this backend in place of its base URL's, as in: "
         "kivo-dev run -- ./app ARGS");
     const auto options = std::make_shared<RunOptions>();
-    options->desk.adminPort = 0;
+    options->common.adminPort = 0;
     options->baseUrls = {KIVO_PRODUCTION_BASE_URL, KIVO_DEVELOPMENT_BASE_URL};
-    describeDesk(*command, options->desk, options->strict);
+    addCommonOptions(*command, options->common);
     command
         ->add_option("--host", options->hosts,
                      "Another https host to answer for, NAME or NAME:PORT; may be repeated")

@@ -8,11 +8,13 @@
 #include <array>
 #include <cstdlib>
 #include <iterator>
+#include <optional>
 #include <set>
 #include <string>
 #include <string_view>
 #include <utility>
 
+#include "backend/admin/AdminServer.h"
 #include "backend/base/Terminal.h"
 #include "backend/journal/RequestLine.h"
 #include "backend/journal/Summary.h"
@@ -96,13 +98,13 @@ void follow(const ChildProcess& child, const FileDescriptor& ended) {
     errors.finish();
 }
 
-std::string readyBox(const Desk& desk, const Interception& interception,
-                     const std::string& program) {
-    auto box = "kivo-dev runs " + program + "; https goes through it\n  answered here  " +
-               interception.description() + "\n  base URL       " + desk.baseUrl() + "\n";
-    if (!desk.adminPort()) return box;
-    return box + "  admin          kivo-dev state --admin-port " +
-           std::to_string(*desk.adminPort()) + "\n";
+std::string readyText(const Desk& desk, const std::optional<AdminServer>& admin,
+                      const Interception& interception, const std::string& program) {
+    auto text = "kivo-dev runs " + program + "; https goes through it\n  answered here  " +
+                interception.description() + "\n  base URL       " + desk.baseUrl() + "\n";
+    if (!admin) return text;
+    return text + "  admin          kivo-dev state --admin-port " + std::to_string(admin->port()) +
+           "\n";
 }
 
 int verdict(const Tally& tally, int childStatus, bool strict) {
@@ -145,18 +147,16 @@ void prepare(DeskOptions& desk, const Authority& authority, const Interception& 
 }
 
 /// From the program's start to its end.
-int supervise(Desk& desk, const RunOptions& options, const TrustFile& trust,
+int supervise(Desk& desk, const RunOptions& options, const Route& route,
               const GuardedSignals& signals, const std::string& box) {
-    const Route route{
-        .port = desk.port(), .trustFile = trust.path(), .adminPort = desk.adminPort()};
     const ChildProcess child(options.command, childEnvironment(ownEnvironment(), route),
                              signals.maskBefore());
     print(box);
-    const auto tidyUp = [path = trust.path()] { unlink(path.c_str()); };
+    const auto tidyUp = [path = route.trustFile] { unlink(path.c_str()); };
     auto& watch = *new ChildWatch(child.id(), signals, tidyUp);
     follow(child, watch.ended());
     desk.settle();
-    const int status = verdict(desk.tally(), watch.status(), options.strict);
+    const int status = verdict(desk.tally(), watch.status(), options.common.strict);
     watch.endWith(status);
     return status;
 }
@@ -168,15 +168,21 @@ int run(RunOptions options) {
     const GuardedSignals signals;
     const auto interception = interceptionOf(options);
     const auto authority = Authority::make(interception.names());
-    prepare(options.desk, authority, interception);
-    Desk desk(options.desk, [showSecrets = options.desk.showSecrets](const auto& entry) {
-        print(fromBackend + requestLine(entry, showSecrets));
-    });
+    prepare(options.common.desk, authority, interception);
+    Desk desk(options.common.desk,
+              [showSecrets = options.common.desk.showSecrets](const auto& entry) {
+                  print(fromBackend + requestLine(entry, showSecrets));
+              });
     desk.open();
+    std::optional<AdminServer> admin;
+    if (options.common.adminPort) admin.emplace(desk, *options.common.adminPort);
     const TrustFile trust(trustedAlready() + authority.certificate());
     keepFromPrograms(inherited);
-    return supervise(desk, options, trust, signals,
-                     readyBox(desk, interception, options.command.front()));
+    const Route route{.port = desk.port(),
+                      .trustFile = trust.path(),
+                      .adminPort = admin ? std::optional(admin->port()) : std::nullopt};
+    return supervise(desk, options, route, signals,
+                     readyText(desk, admin, interception, options.command.front()));
 }
 
 }  // namespace kivo::backend

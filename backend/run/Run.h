@@ -3,15 +3,12 @@
 #include <string>
 #include <vector>
 
-#include "backend/desk/Desk.h"
+#include "backend/run/CommonOptions.h"
 
 namespace kivo::backend {
 
 struct RunOptions {
-    /// Its identity and its handlers are filled in by run().
-    DeskOptions desk = {};
-    /// Fail at the end if a request broke the contract.
-    bool strict = false;
+    CommonOptions common = {};
     std::vector<std::string> baseUrls = {};
     /// "NAME" or "NAME:PORT", beside the base URLs.
     std::vector<std::string> hosts = {};

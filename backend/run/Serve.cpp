@@ -12,6 +12,7 @@
 #include <string>
 #include <thread>
 
+#include "backend/admin/AdminServer.h"
 #include "backend/base/FileDescriptor.h"
 #include "backend/base/Terminal.h"
 #include "backend/journal/RequestLine.h"
@@ -52,18 +53,20 @@ void requireOpen(const std::optional<int>& descriptor) {
         " is not open; open it first, as in: kivo-dev serve --ready-fd 3 3>ready");
 }
 
-void tellReady(int descriptor, const Desk& desk, const std::string& trustFile) {
+void tellReady(int descriptor, const Desk& desk, const std::optional<AdminServer>& admin,
+               const std::string& trustFile) {
     auto text = std::to_string(desk.port()) + " " + trustFile + "\n";
-    if (desk.adminPort()) text += std::to_string(*desk.adminPort()) + "\n";
+    if (admin) text += std::to_string(admin->port()) + "\n";
     FileDescriptor(descriptor, "the ready descriptor").write(text);
 }
 
-std::string readyBox(const Desk& desk, const std::string& trustFile) {
-    auto box = "kivo-dev is ready; Ctrl-C ends it\n  base URL     " + desk.baseUrl() +
-               "\n  trust store  SSL_CERT_FILE=" + trustFile + "\n";
-    if (!desk.adminPort()) return box;
-    const auto port = std::to_string(*desk.adminPort());
-    return box + "  admin        kivo-dev state --admin-port " + port + "\n";
+std::string readyText(const Desk& desk, const std::optional<AdminServer>& admin,
+                      const std::string& trustFile) {
+    auto text = "kivo-dev is ready; Ctrl-C ends it\n  base URL     " + desk.baseUrl() +
+                "\n  trust store  SSL_CERT_FILE=" + trustFile + "\n";
+    if (!admin) return text;
+    const auto port = std::to_string(admin->port());
+    return text + "  admin        kivo-dev state --admin-port " + port + "\n";
 }
 
 std::string faultLines(const Desk& desk) {
@@ -92,19 +95,23 @@ int serve(ServeOptions options) {
     requireOpen(options.readyDescriptor);
     watchForTheEnd();
     const auto store = openAuthorityStore(authorityFolder());
-    options.desk.identity = store.authority.issue(loopbackHosts());
-    options.desk.handshakeFailed = [](const auto& reason) { print(handshakeLine(reason)); };
-    const bool showSecrets = options.desk.showSecrets;
-    Desk desk(std::move(options.desk), [showSecrets, strict = options.strict](const Entry& entry) {
-        note(entry, strict);
-        print(requestLine(entry, showSecrets));
-    });
+    auto& [deskOptions, adminPort, strict] = options.common;
+    deskOptions.identity = store.authority.issue(loopbackHosts());
+    deskOptions.handshakeFailed = [](const auto& reason) { print(handshakeLine(reason)); };
+    Desk desk(deskOptions,
+              [showSecrets = deskOptions.showSecrets, strict = strict](const Entry& entry) {
+                  note(entry, strict);
+                  print(requestLine(entry, showSecrets));
+              });
     desk.open();
-    if (options.readyDescriptor) tellReady(*options.readyDescriptor, desk, store.trustFile);
-    print(readyBox(desk, store.trustFile) + faultLines(desk));
+    std::optional<AdminServer> admin;
+    if (adminPort) admin.emplace(desk, *adminPort);
+    if (options.readyDescriptor) tellReady(*options.readyDescriptor, desk, admin, store.trustFile);
+    print(readyText(desk, admin, store.trustFile) + faultLines(desk));
     ended.wait();
+    admin.reset();
     desk.close();
-    judge(desk.tally().violationsEver(), options.strict);
+    judge(desk.tally().violationsEver(), strict);
     return exitStatus;
 }
 

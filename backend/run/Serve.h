@@ -2,15 +2,12 @@
 
 #include <optional>
 
-#include "backend/desk/Desk.h"
+#include "backend/run/CommonOptions.h"
 
 namespace kivo::backend {
 
 struct ServeOptions {
-    /// Its identity and its handlers are filled in by serve().
-    DeskOptions desk = {};
-    /// Fail at the end if a request broke the contract.
-    bool strict = false;
+    CommonOptions common = {};
     /// A descriptor that gets the line "PORT TRUST-FILE" once the backend listens, then one with
     /// the admin port if there is one, and is then closed.
     std::optional<int> readyDescriptor = {};

@@ -1,6 +1,8 @@
+#include <boost/asio/ip/tcp.hpp>
 #include <gmock/gmock.h>
 
 #include "backend/admin/Admin.h"
+#include "backend/admin/AdminServer.h"
 #include "backend/desk/Desk.h"
 #include "tests/backend/Program.h"
 
@@ -14,7 +16,7 @@ using testing::HasSubstr;
 TEST(AdminTest, ObeysProgramsHereAndNoOtherSitesPages) {
     backend::Desk desk({}, [](const auto&) {});
     desk.open();
-    const auto ask = adminServerOptions(desk, 0).handler;
+    const auto ask = [&](const backend::Request& request) { return adminReply(desk, request); };
     const auto status = [&](const std::vector<Header>& headers) {
         return ask({.method = "GET", .target = "/state", .headers = headers}).status;
     };
@@ -28,13 +30,23 @@ TEST(AdminTest, ObeysProgramsHereAndNoOtherSitesPages) {
     EXPECT_EQ(status({}), 403);
     for (const auto* foreign : {"null", "http://evil.example", "http://localhost:1", ""})
         EXPECT_EQ(status({{"Host", "localhost:8444"}, {origin, foreign}}), 403) << foreign;
-    EXPECT_EQ(adminServerOptions(desk, 0).passage("localhost:1"), backend::Passage::refused);
+}
+
+TEST(AdminServerTest, IsNotAProxy) {
+    backend::Desk desk({}, [](const auto&) {});
+    desk.open();
+    const backend::AdminServer server(desk, 0);
+    boost::asio::ip::tcp::iostream client("127.0.0.1", std::to_string(server.port()));
+    client << "CONNECT localhost:1 HTTP/1.1\r\n\r\n" << std::flush;
+    std::string status;
+    std::getline(client, status);
+    EXPECT_EQ(status, "HTTP/1.1 403 Forbidden\r");
 }
 
 TEST(AdminTest, RefusesWhatItDoesNotUnderstand) {
     backend::Desk desk({}, [](const auto&) {});
     desk.open();
-    const auto ask = adminServerOptions(desk, 0).handler;
+    const auto ask = [&](const backend::Request& request) { return adminReply(desk, request); };
     const std::vector<std::tuple<std::string, std::string, std::string, int, std::string>> cases{
         {"POST", "/faults", "{", 400, "no JSON object"},
         {"POST", "/faults", R"({"rule":7})", 400, "wrong type"},

@@ -28,13 +28,14 @@ TEST_F(ServeTest, SaysWhatToDoAboutAMistake) {
             (kivo serve $arguments 9>&-); echo status $?
         done
         (kivo); echo status $?; kill $!)");
-    EXPECT_THAT(printed, MatchesRegex("kivo-dev: port [0-9]+ is taken.* --port N .*\nstatus 1\n"
-                                      ".*65536 not in range.*\nstatus 1\n"
-                                      ".*write it like user=15m,merchant=1h.*\nstatus 1\n"
-                                      ".*descriptor 9 is not open.*\nstatus 1\n"
-                                      ".*port [0-9]+ is taken.* --admin-port N .*\nstatus 1\n"
-                                      ".*\"lunch\" is no kind of fault.*\nstatus 1\n"
-                                      ".*A subcommand is required.*\nstatus 1\n"));
+    EXPECT_THAT(printed,
+                MatchesRegex("kivo-dev: port [0-9]+ is already in use.* --port N .*\nstatus 1\n"
+                             ".*65536 not in range.*\nstatus 1\n"
+                             ".*write it like user=15m,merchant=1h.*\nstatus 1\n"
+                             ".*descriptor 9 is not open.*\nstatus 1\n"
+                             ".*port [0-9]+ is already in use.* --admin-port N .*\nstatus 1\n"
+                             ".*\"lunch\" is no kind of fault.*\nstatus 1\n"
+                             ".*A subcommand is required.*\nstatus 1\n"));
 }
 
 }  // namespace

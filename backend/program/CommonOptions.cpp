@@ -26,8 +26,9 @@ std::optional<std::uint16_t> adminPortIn(const std::string& text) {
 
 }  // namespace
 
-void describeDesk(CLI::App& command, DeskOptions& options, bool& strict) {
-    command.add_option("--port", options.port, "Port to listen on; 0 takes a free one")
+void addCommonOptions(CLI::App& command, CommonOptions& options) {
+    auto& desk = options.desk;
+    command.add_option("--port", desk.port, "Port to listen on; 0 takes a free one")
         ->check(CLI::Range(0, 65535))
         ->capture_default_str();
     const auto set = [&command](const std::string& name, auto apply, const std::string& help) {
@@ -38,23 +39,23 @@ void describeDesk(CLI::App& command, DeskOptions& options, bool& strict) {
         "Port for the other commands: 8444 unless given, a free one with --port 0 and under run; 0 "
         "takes a free one, off goes without");
     set(
-        "--ttl", [&](const auto& text) { options.lifetimes = parseLifetimes(text); },
+        "--ttl", [&](const auto& text) { desk.lifetimes = parseLifetimes(text); },
         "Time to live of tokens")
         ->default_str("user=15m,merchant=1h");
     set(
-        "--latency", [&](const auto& text) { options.latency = Latency::parse(text); },
+        "--latency", [&](const auto& text) { desk.latency = Latency::parse(text); },
         "Time that each answer takes on its way, as in 80ms+-30");
     set(
-        "--fault", [&](const auto& text) { options.faults.push_back(parseFault(text)); },
+        "--fault", [&](const auto& text) { desk.faults.push_back(parseFault(text)); },
         "Something that goes wrong, as in user/unset:401:times=1; may be repeated")
         ->trigger_on_parse();
     set(
-        "--auth-read", [&](const auto& text) { options.authRead = authReadNamed(text); },
+        "--auth-read", [&](const auto& text) { desk.authRead = authReadNamed(text); },
         "Which of several bearer values counts: first, last or any")
         ->default_str("last");
-    command.add_option("--seed", options.seed, "Makes ids, tokens and chances repeatable");
-    command.add_flag("--strict", strict, "Fail at the end if a request broke the contract");
-    command.add_flag("--show-secrets", options.showSecrets, "Show tokens and keys in full");
+    command.add_option("--seed", desk.seed, "Makes ids, tokens and chances repeatable");
+    command.add_flag("--strict", options.strict, "Fail at the end if a request broke the contract");
+    command.add_flag("--show-secrets", desk.showSecrets, "Show tokens and keys in full");
     command.footer("Kinds of faults, written ENDPOINT:KIND[=ARG][:times=N][:p=0.3]:\n" +
                    describeFaultKinds());
 }

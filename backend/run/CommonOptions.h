@@ -1,0 +1,20 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+
+#include "backend/desk/Desk.h"
+
+namespace kivo::backend {
+
+/// The options that serve and run share.
+struct CommonOptions {
+    /// serve() and run() fill in its identity and its callbacks.
+    DeskOptions desk = {};
+    /// Absent: no admin server.
+    std::optional<std::uint16_t> adminPort = {};
+    /// Exit with a failure if a request broke the contract.
+    bool strict = false;
+};
+
+}  // namespace kivo::backend
