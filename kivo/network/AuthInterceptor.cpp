@@ -40,7 +40,7 @@ void AuthInterceptor::startLoading() { platform::launch(shared_from_this(), load
 void AuthInterceptor::stopLoading() {
     std::shared_ptr<platform::URLSessionDataTask> running;
     {
-        const std::lock_guard lock(mutex_);
+        const platform::Lock lock(mutex_);
         running = dataTask_;
     }
     if (running) running->cancel();
@@ -122,7 +122,7 @@ void AuthInterceptor::sendRequest(URLRequest request, const std::string& token) 
     };
     const auto task = URLSession::shared().dataTask(std::move(request), std::move(relayAnswer));
     {
-        const std::lock_guard lock(mutex_);
+        const platform::Lock lock(mutex_);
         dataTask_ = task;  // Before it starts: its answer may already replace it with a retry.
     }
     task->resume();

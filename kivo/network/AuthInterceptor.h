@@ -2,10 +2,10 @@
 
 #include <exception>
 #include <memory>
-#include <mutex>
 #include <string>
 
 #include "kivo/platform/Task.h"
+#include "kivo/platform/base/Mutex.h"
 #include "kivo/platform/session/URLSession.h"
 
 namespace kivo {
@@ -44,8 +44,8 @@ private:
 
     int retryCounter_ = 0;
     const std::string deviceId_;
-    std::mutex mutex_;  // A time limit may stop the load while a retry replaces its task.
-    std::shared_ptr<platform::URLSessionDataTask> dataTask_;
+    platform::Mutex mutex_;  // A time limit may stop the load while a retry replaces its task.
+    std::shared_ptr<platform::URLSessionDataTask> dataTask_ KIVO_GUARDED_BY(mutex_);
 };
 
 }  // namespace kivo

@@ -33,9 +33,10 @@ Keychain::Keychain(std::optional<std::filesystem::path> file) {
 }
 
 std::optional<Data> Keychain::copyMatching(std::string_view service, std::string_view account) {
-    if (!file_ || !Process::isOwn()) return std::nullopt;
+    if (!Process::isOwn()) return std::nullopt;
     try {
-        const std::lock_guard lock(mutex_);
+        const Lock lock(mutex_);
+        if (!file_) return std::nullopt;
         const Item* item = known(service, account);
         if (item == nullptr) item = look(service, account);
         return item != nullptr ? std::optional(item->data) : std::nullopt;
@@ -68,7 +69,7 @@ const Keychain::Item* Keychain::look(std::string_view service, std::string_view 
 
 Keychain::Status Keychain::add(std::string_view service, std::string_view account,
                                std::string_view data) {
-    if (!file_ || !Process::isOwn()) return notAvailable;
+    if (!Process::isOwn()) return notAvailable;
     const auto insert = [&](Database& database) {
         Statement item =
             database.prepare("INSERT INTO items (service, account, data) VALUES (?, ?, ?)");
@@ -78,7 +79,8 @@ Keychain::Status Keychain::add(std::string_view service, std::string_view accoun
         item.run();
     };
     try {
-        const std::lock_guard lock(mutex_);
+        const Lock lock(mutex_);
+        if (!file_) return notAvailable;
         file_->write(insert);
         return success;
     } catch (const DatabaseError& error) {

@@ -2,12 +2,12 @@
 
 #include <deque>
 #include <filesystem>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
 
 #include "kivo/platform/base/Data.h"
+#include "kivo/platform/base/Mutex.h"
 #include "kivo/platform/persistence/DatabaseFile.h"
 
 namespace kivo::platform {
@@ -44,12 +44,13 @@ private:
         Data data;
     };
 
-    const Item* known(std::string_view service, std::string_view account) const;
-    const Item* look(std::string_view service, std::string_view account);
+    const Item* known(std::string_view service, std::string_view account) const
+        KIVO_REQUIRES(mutex_);
+    const Item* look(std::string_view service, std::string_view account) KIVO_REQUIRES(mutex_);
 
-    std::mutex mutex_;  // Guards the file's connection and the items.
-    std::optional<DatabaseFile> file_;
-    std::deque<Item> known_;
+    Mutex mutex_;
+    std::optional<DatabaseFile> file_ KIVO_GUARDED_BY(mutex_);
+    std::deque<Item> known_ KIVO_GUARDED_BY(mutex_);
 };
 
 }  // namespace kivo::platform

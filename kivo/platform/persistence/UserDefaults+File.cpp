@@ -27,21 +27,24 @@ void UserDefaults::load() {
 /// A file that is missing, locked, unreadable or of another shape leaves the table empty.
 void UserDefaults::readFile() {
     if (!file_) return;
-    const auto readAll = [this](Database& database) {
-        table_.clear();
+    Table table;
+    const auto readAll = [&table](Database& database) {
+        table.clear();
         Statement rows = database.prepare("SELECT key, value FROM defaults");
-        while (rows.step()) readRow(rows);
+        while (rows.step()) readRow(rows, table);
     };
     try {
         file_->read(readAll);
-        isFileKnown_ = true;
     } catch (const std::exception&) {
-        table_.clear();
+        return;
     }
+    const Lock lock(mutex_);
+    table_ = std::move(table);
+    isFileKnown_ = true;
 }
 
-void UserDefaults::readRow(const Statement& row) {
-    const auto keep = [&](Value value) { table_.insert_or_assign(row.bytes(0), std::move(value)); };
+void UserDefaults::readRow(const Statement& row, Table& table) {
+    const auto keep = [&](Value value) { table.insert_or_assign(row.bytes(0), std::move(value)); };
     switch (row.type(1)) {
         case Statement::Type::integer: return keep(row.integer(1) != 0);
         case Statement::Type::text: return keep(row.bytes(1));
@@ -56,7 +59,7 @@ void UserDefaults::commit() {
 }
 
 UserDefaults::Edits UserDefaults::takeEdits() {
-    const std::lock_guard lock(mutex_);
+    const Lock lock(mutex_);
     commitIsScheduled_ = !uncommitted_.empty();
     return std::exchange(uncommitted_, {});
 }
@@ -64,7 +67,7 @@ UserDefaults::Edits UserDefaults::takeEdits() {
 /// Keeps what could not be committed, below anything newer. Returns whether there is such: it
 /// deserves a try of its own.
 bool UserDefaults::giveBack(Edits edits) {
-    const std::lock_guard lock(mutex_);
+    const Lock lock(mutex_);
     commitIsScheduled_ = !uncommitted_.empty();
     uncommitted_.merge(edits);
     return commitIsScheduled_;
@@ -93,7 +96,7 @@ bool UserDefaults::write(const Edits& edits) {
 
 /// What a file gets that was begun afresh, since the old one was lost or set aside.
 UserDefaults::Edits UserDefaults::wholeTable() {
-    const std::lock_guard lock(mutex_);
+    const Lock lock(mutex_);
     return {table_.begin(), table_.end()};
 }
 

@@ -64,7 +64,7 @@ template <typename T>
 std::optional<T> UserDefaults::value(std::string_view key) {
     if (!Process::isOwn()) return std::nullopt;
     load();
-    const std::lock_guard lock(mutex_);
+    const Lock lock(mutex_);
     const auto found = table_.find(key);
     const T* content = found != table_.end() ? std::get_if<T>(&found->second) : nullptr;
     return content != nullptr ? std::optional(*content) : std::nullopt;
@@ -80,7 +80,7 @@ void UserDefaults::update(const std::function<void(Changes&)>& make) {
 
 /// Returns whether a commit is due and not scheduled yet.
 bool UserDefaults::apply(Changes& changes) {
-    const std::lock_guard lock(mutex_);
+    const Lock lock(mutex_);
     for (auto& [key, value] : changes.list_) applyOne(key, std::move(value));
     return file_ && !uncommitted_.empty() && !std::exchange(commitIsScheduled_, true);
 }
@@ -102,7 +102,7 @@ void UserDefaults::schedule() {
     try {
         scheduleCommit_([this] { commit(); });
     } catch (...) {
-        const std::lock_guard lock(mutex_);
+        const Lock lock(mutex_);
         commitIsScheduled_ = false;
         throw;
     }

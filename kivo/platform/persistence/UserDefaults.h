@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "kivo/platform/base/Data.h"
+#include "kivo/platform/base/Mutex.h"
 #include "kivo/platform/persistence/DatabaseFile.h"
 
 namespace kivo::platform {
@@ -68,15 +69,16 @@ public:
 
 private:
     using Value = Changes::Value;
+    using Table = std::map<std::string, Value, std::less<>>;
     using Edits = std::map<std::string, std::optional<Value>, std::less<>>;
 
     template <typename T>
     std::optional<T> value(std::string_view key);
     void load();
     void readFile();
-    void readRow(const Statement& row);
+    static void readRow(const Statement& row, Table& table);
     bool apply(Changes& changes);
-    void applyOne(const std::string& key, std::optional<Value> value);
+    void applyOne(const std::string& key, std::optional<Value> value) KIVO_REQUIRES(mutex_);
     void schedule();
     void commit();
     Edits takeEdits();
@@ -89,12 +91,11 @@ private:
     std::optional<DatabaseFile> file_;  // Used by the load, then by one commit at a time.
 
     std::once_flag loaded_;
-    bool isFileKnown_ = false;  // Whether the load could read it.
-
-    std::mutex mutex_;  // Guards what follows.
-    std::map<std::string, Value, std::less<>> table_;
-    Edits uncommitted_;
-    bool commitIsScheduled_ = false;
+    Mutex mutex_;
+    bool isFileKnown_ KIVO_GUARDED_BY(mutex_) = false;  // Whether the load could read it.
+    Table table_ KIVO_GUARDED_BY(mutex_);
+    Edits uncommitted_ KIVO_GUARDED_BY(mutex_);
+    bool commitIsScheduled_ KIVO_GUARDED_BY(mutex_) = false;
 };
 
 }  // namespace kivo::platform
