@@ -102,10 +102,14 @@ void UserDefaults::schedule() {
     try {
         scheduleCommit_([this] { commit(); });
     } catch (...) {
-        const Lock lock(mutex_);
-        commitIsScheduled_ = false;
+        noteUnscheduled();
         throw;
     }
+}
+
+void UserDefaults::noteUnscheduled() {
+    const Lock lock(mutex_);
+    commitIsScheduled_ = false;
 }
 
 }  // namespace kivo::platform

@@ -80,6 +80,7 @@ private:
     bool apply(Changes& changes);
     void applyOne(const std::string& key, std::optional<Value> value) KIVO_REQUIRES(mutex_);
     void schedule();
+    void noteUnscheduled();
     void commit();
     Edits takeEdits();
     bool write(const Edits& edits);
