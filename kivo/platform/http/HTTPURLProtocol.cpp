@@ -37,7 +37,7 @@ void HTTPURLProtocol::send(const URLRequest& request) {
         }
     };
     auto transfer = std::make_shared<HTTPTransfer>(request, std::move(ended));
-    const std::lock_guard lock(mutex_);
+    const Lock lock(mutex_);
     if (stopped_) return;
     NetworkThread::shared().start(transfer);
     transfer_ = std::move(transfer);
@@ -70,13 +70,13 @@ void HTTPURLProtocol::fail(std::exception_ptr error) {
 
 /// The transfer that is going on, if any, which from now on is the caller's to deal with.
 std::shared_ptr<HTTPTransfer> HTTPURLProtocol::takeTransfer() {
-    const std::lock_guard lock(mutex_);
+    const Lock lock(mutex_);
     return std::exchange(transfer_, nullptr);
 }
 
 void HTTPURLProtocol::stopLoading() {
     {
-        const std::lock_guard lock(mutex_);
+        const Lock lock(mutex_);
         stopped_ = true;
     }
     if (auto running = takeTransfer()) NetworkThread::shared().cancel(std::move(running));

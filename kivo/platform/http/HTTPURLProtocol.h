@@ -1,8 +1,8 @@
 #pragma once
 
 #include <memory>
-#include <mutex>
 
+#include "kivo/platform/base/Mutex.h"
 #include "kivo/platform/http/HTTPTransfer.h"
 #include "kivo/platform/url/URLProtocol.h"
 
@@ -29,9 +29,9 @@ private:
     std::shared_ptr<HTTPURLProtocol> self();
 
     int redirects_ = 0;
-    std::mutex mutex_;  // A time limit may stop the load while it is being sent.
-    std::shared_ptr<HTTPTransfer> transfer_;
-    bool stopped_ = false;
+    Mutex mutex_;  // A time limit may stop the load while it is being sent.
+    std::shared_ptr<HTTPTransfer> transfer_ KIVO_GUARDED_BY(mutex_);
+    bool stopped_ KIVO_GUARDED_BY(mutex_) = false;
 };
 
 }  // namespace kivo::platform

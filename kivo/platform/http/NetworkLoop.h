@@ -4,14 +4,13 @@
 
 #include <algorithm>
 #include <climits>
-#include <condition_variable>
 #include <memory>
-#include <mutex>
 #include <new>
 #include <unordered_map>
 #include <utility>
 #include <vector>
 
+#include "kivo/platform/base/Mutex.h"
 #include "kivo/platform/http/ConnectionGenerations.h"
 #include "kivo/platform/http/EasyHandles.h"
 #include "kivo/platform/http/HTTPTransfer.h"
@@ -58,30 +57,36 @@ public:
     NetworkLoop& operator=(const NetworkLoop&) = delete;
 
     void hand(bool starts, std::shared_ptr<HTTPTransfer> transfer) {
-        std::unique_lock lock(mutex_);
+        Lock lock(mutex_);
         commands_.push_back({starts, std::move(transfer)});
-        unlockAndWake(lock);
+        const bool mustWake = takeSleep();
+        lock.unlock();
+        if (mustWake) wake();
     }
 
     TimerQueue::Timer schedule(TimerQueue::Clock::time_point deadline, TimerQueue::Job job) {
-        std::unique_lock lock(mutex_);
+        Lock lock(mutex_);
         const auto timer = timers_.add(deadline, std::move(job));
-        if (deadline < sleepsUntil_) unlockAndWake(lock);
+        const bool mustWake = deadline < sleepsUntil_ && takeSleep();
+        lock.unlock();
+        if (mustWake) wake();
         return timer;
     }
 
     TimerQueue::Job unschedule(const TimerQueue::Timer& timer) {
-        const std::lock_guard lock(mutex_);
+        const Lock lock(mutex_);
         return timers_.remove(timer);
     }
 
     /// The thread parks between two steps.
     void stop(Deadline deadline) noexcept override {
-        std::unique_lock lock(mutex_);
+        Lock lock(mutex_);
         stopping_ = true;
-        unlockAndWake(lock);
+        const bool mustWake = takeSleep();
+        lock.unlock();
+        if (mustWake) wake();
         lock.lock();
-        parkedChanged_.wait_until(lock, deadline, [this] { return parked_; });
+        while (!parked_ && parkedChanged_.waitUntil(lock, deadline)) continue;
     }
 
     void run() {
@@ -101,31 +106,27 @@ private:
         std::shared_ptr<HTTPTransfer> transfer;
     };
 
-    /// The thread needs the lock at once, so it is woken outside; awake, it looks by itself before
-    /// it sleeps.
-    void unlockAndWake(std::unique_lock<std::mutex>& lock) {
-        const bool isNeeded = std::exchange(sleeps_, false);
-        lock.unlock();
-        if (isNeeded && curl_multi_wakeup(multi_) != CURLM_OK) wakeAgain();
-    }
+    /// Whether the caller must wake the thread, which it does outside the lock, as the thread needs
+    /// the lock at once. A thread that is awake looks by itself before it sleeps.
+    bool takeSleep() KIVO_REQUIRES(mutex_) { return std::exchange(sleeps_, false); }
 
-    /// The kernel may refuse a byte for want of memory. If it does so twice, the next who hands
-    /// something in tries anew.
-    void wakeAgain() {
-        if (curl_multi_wakeup(multi_) == CURLM_OK) return;
-        const std::lock_guard lock(mutex_);
+    /// The kernel may refuse a byte when it lacks memory. If it does so twice, the next thread that
+    /// hands something in tries again.
+    void wake() KIVO_EXCLUDES(mutex_) {
+        if (curl_multi_wakeup(multi_) == CURLM_OK || curl_multi_wakeup(multi_) == CURLM_OK) return;
+        const Lock lock(mutex_);
         sleeps_ = true;
     }
 
     /// Takes what has been handed in; false once the process ends.
     bool takeWork() {
-        const std::lock_guard lock(mutex_);
+        const Lock lock(mutex_);
         sleeps_ = false;
         std::swap(takenCommands_, commands_);
         timers_.takeDue(TimerQueue::Clock::now(), dueJobs_);
         if (!stopping_) return true;
         parked_ = true;
-        parkedChanged_.notify_all();
+        parkedChanged_.notifyAll();
         return false;
     }
 
@@ -140,7 +141,7 @@ private:
 
     /// From here on the thread must be woken for what is handed in.
     int millisecondsToSleep() {
-        const std::lock_guard lock(mutex_);
+        const Lock lock(mutex_);
         sleeps_ = commands_.empty() && !stopping_;
         if (!sleeps_) return 0;
         if (!dueJobs_.empty()) return retryMilliseconds;
@@ -268,14 +269,15 @@ private:
     TransferQueue queue_;
     ConnectionGenerations generations_;
 
-    std::mutex mutex_;
-    std::vector<Command> commands_;
-    TimerQueue timers_;
-    bool sleeps_ = false;
-    TimerQueue::Clock::time_point sleepsUntil_{};  // While it sleeps; libcurl may wake it earlier.
-    bool stopping_ = false;
-    bool parked_ = false;
-    std::condition_variable parkedChanged_;
+    Mutex mutex_;
+    std::vector<Command> commands_ KIVO_GUARDED_BY(mutex_);
+    TimerQueue timers_ KIVO_GUARDED_BY(mutex_);
+    bool sleeps_ KIVO_GUARDED_BY(mutex_) = false;
+    /// While it sleeps; libcurl may wake it earlier.
+    TimerQueue::Clock::time_point sleepsUntil_ KIVO_GUARDED_BY(mutex_){};
+    bool stopping_ KIVO_GUARDED_BY(mutex_) = false;
+    bool parked_ KIVO_GUARDED_BY(mutex_) = false;
+    Condition parkedChanged_;
 };
 
 }  // namespace kivo::platform

@@ -32,7 +32,7 @@ URLSessionDataTask::URLSessionDataTask(std::shared_ptr<const URLSessionConfigura
 
 void URLSessionDataTask::resume() {
     if (!Process::isOwn()) return;
-    const std::lock_guard lock(mutex_);
+    const Lock lock(mutex_);
     if (resumed_ || ended_) return;
     TaskPool::Activity unfinished;
     timeLimit_ = scheduleTimeLimit();
@@ -71,7 +71,7 @@ std::shared_ptr<URLProtocol> URLSessionDataTask::makeProtocol() {
 
 /// Takes `protocol` in; false when the load has ended meanwhile.
 bool URLSessionDataTask::adopt(const std::shared_ptr<URLProtocol>& protocol) {
-    const std::lock_guard lock(mutex_);
+    const Lock lock(mutex_);
     if (!ended_) protocol_ = protocol;
     return !ended_;
 }
@@ -82,18 +82,18 @@ void URLSessionDataTask::cancel() {
 }
 
 bool URLSessionDataTask::hasEnded() {
-    const std::lock_guard lock(mutex_);
+    const Lock lock(mutex_);
     return ended_;
 }
 
 void URLSessionDataTask::urlProtocolDidReceive(std::shared_ptr<const URLResponse> response,
                                                CacheStoragePolicy /*policy*/) {
-    const std::lock_guard lock(mutex_);
+    const Lock lock(mutex_);
     if (!ended_) response_ = std::move(response);
 }
 
 void URLSessionDataTask::urlProtocolDidLoad(Data data) {
-    std::unique_lock lock(mutex_);
+    Lock lock(mutex_);
     if (ended_) return;
     if (data.size() > HTTPTransfer::maximumBodySize - data_.size()) {
         lock.unlock();
@@ -119,7 +119,7 @@ void URLSessionDataTask::end(std::exception_ptr error) {
     std::shared_ptr<URLProtocol> protocol;
     std::optional<TimerQueue::Timer> timeLimit;
     {
-        const std::lock_guard lock(mutex_);
+        const Lock lock(mutex_);
         if (std::exchange(ended_, true)) return;
         error_ = std::move(error);
         protocol = std::exchange(protocol_, nullptr);
@@ -131,10 +131,15 @@ void URLSessionDataTask::end(std::exception_ptr error) {
 }
 
 void URLSessionDataTask::complete() {
-    const auto unfinished = std::move(unfinished_);
     const auto handler = std::exchange(handler_, nullptr);
-    if (error_) return handler(std::nullopt, nullptr, error_);
-    handler(std::move(data_), std::move(response_), nullptr);
+    Lock lock(mutex_);
+    const auto unfinished = std::move(unfinished_);
+    const auto error = std::move(error_);
+    auto response = std::move(response_);
+    Data data = std::move(data_);
+    lock.unlock();
+    if (error) return handler(std::nullopt, nullptr, error);
+    handler(std::move(data), std::move(response), nullptr);
 }
 
 }  // namespace kivo::platform

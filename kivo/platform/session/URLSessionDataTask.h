@@ -4,9 +4,9 @@
 #include <exception>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <optional>
 
+#include "kivo/platform/base/Mutex.h"
 #include "kivo/platform/http/TimerQueue.h"
 #include "kivo/platform/tasks/OperationQueue.h"
 #include "kivo/platform/tasks/TaskPool+Scopes.h"
@@ -62,16 +62,15 @@ private:
     URLRequest request_;  // Until the protocol has it.
     CompletionHandler handler_;
 
-    std::mutex mutex_;  // Guards all below: a protocol, a time limit and a caller may end the load
-                        // at once.
-    bool resumed_ = false;
-    bool ended_ = false;
-    std::optional<TaskPool::Activity> unfinished_;
-    std::optional<TimerQueue::Timer> timeLimit_;
-    std::shared_ptr<URLProtocol> protocol_;
-    std::shared_ptr<const URLResponse> response_;
-    Data data_;
-    std::exception_ptr error_;
+    Mutex mutex_;  // A protocol, a time limit and a caller may end the load at once.
+    bool resumed_ KIVO_GUARDED_BY(mutex_) = false;
+    bool ended_ KIVO_GUARDED_BY(mutex_) = false;
+    std::optional<TaskPool::Activity> unfinished_ KIVO_GUARDED_BY(mutex_);
+    std::optional<TimerQueue::Timer> timeLimit_ KIVO_GUARDED_BY(mutex_);
+    std::shared_ptr<URLProtocol> protocol_ KIVO_GUARDED_BY(mutex_);
+    std::shared_ptr<const URLResponse> response_ KIVO_GUARDED_BY(mutex_);
+    Data data_ KIVO_GUARDED_BY(mutex_);
+    std::exception_ptr error_ KIVO_GUARDED_BY(mutex_);
 };
 
 }  // namespace kivo::platform

@@ -4,9 +4,9 @@
 
 #include <cstdio>
 #include <memory>
-#include <mutex>
 #include <utility>
 
+#include "kivo/platform/base/Mutex.h"
 #include "kivo/platform/system/OutputSignals.h"
 #include "kivo/platform/system/Process.h"
 
@@ -15,8 +15,8 @@ namespace kivo::platform {
 namespace {
 
 struct Destination {
-    std::mutex mutex;
-    std::shared_ptr<const Console::Output> output;  // Null for standard output.
+    Mutex mutex;
+    std::shared_ptr<const Console::Output> output KIVO_GUARDED_BY(mutex);  // Null: standard output.
 };
 
 Destination& destination() {
@@ -25,8 +25,9 @@ Destination& destination() {
 }
 
 std::shared_ptr<const Console::Output> currentOutput() {
-    const std::lock_guard lock(destination().mutex);
-    return destination().output;
+    Destination& current = destination();
+    const Lock lock(current.mutex);
+    return current.output;
 }
 
 /// A failure that cost only our line is not left behind as a mark that the host might take for its
@@ -64,8 +65,9 @@ void Console::setOutput(Output output) noexcept {
     if (!Process::isOwn()) return;
     try {
         auto next = output ? std::make_shared<const Output>(std::move(output)) : nullptr;
-        const std::lock_guard lock(destination().mutex);
-        destination().output.swap(next);
+        Destination& current = destination();
+        const Lock lock(current.mutex);
+        current.output.swap(next);
     } catch (...) {  // No memory: lines go where they went before.
     }
 }

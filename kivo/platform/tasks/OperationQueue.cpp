@@ -1,12 +1,14 @@
 #include "kivo/platform/tasks/OperationQueue.h"
 
+#include <utility>
+
 #include "kivo/platform/tasks/TaskPool.h"
 
 namespace kivo::platform {
 
 void OperationQueue::addOperation(Work& operation) {
     auto& pool = TaskPool::shared();
-    const std::lock_guard lock(mutex_);
+    const Lock lock(mutex_);
     waiting_.push(operation);
     if (!std::exchange(runs_, true)) pool.submitNext(turn_.of(shared_from_this()));
 }
@@ -21,7 +23,7 @@ void OperationQueue::runAll() {
 }
 
 Work* OperationQueue::next() {
-    const std::lock_guard lock(mutex_);
+    const Lock lock(mutex_);
     runs_ = !waiting_.isEmpty();
     return runs_ ? &waiting_.pop() : nullptr;
 }

@@ -1,8 +1,8 @@
 #pragma once
 
 #include <memory>
-#include <mutex>
 
+#include "kivo/platform/base/Mutex.h"
 #include "kivo/platform/tasks/Work.h"
 
 namespace kivo::platform {
@@ -18,9 +18,9 @@ private:
     void runAll();
     Work* next();
 
-    std::mutex mutex_;
-    WorkQueue waiting_;
-    bool runs_ = false;
+    Mutex mutex_;
+    WorkQueue waiting_ KIVO_GUARDED_BY(mutex_);
+    bool runs_ KIVO_GUARDED_BY(mutex_) = false;
     Step<OperationQueue> turn_{&OperationQueue::runAll};
 };
 

@@ -2,12 +2,11 @@
 
 #include <algorithm>
 #include <atomic>
-#include <condition_variable>
 #include <exception>
 #include <memory>
-#include <mutex>
 #include <utility>
 
+#include "kivo/platform/base/Mutex.h"
 #include "kivo/platform/system/Process.h"
 #include "kivo/platform/system/Thread.h"
 #include "kivo/platform/tasks/TaskPool+Scopes.h"
@@ -51,46 +50,52 @@ public:
     /// `carriesOn` says that the calling thread, if it is one of the pool's, is about to be free.
     void push(Work& work, bool carriesOn = false) {
         if (gathering != nullptr) return gathering->push(work);
-        std::unique_lock lock(mutex_);
+        Lock lock(mutex_);
         const bool isTakenNext = carriesOn && onPoolThread && queue_.isEmpty();
         pushLocked(work);
-        if (!isTakenNext) unlockAndWakeOne(lock);
+        const bool mustWake = !isTakenNext && takeWake();
+        lock.unlock();
+        if (mustWake) ready_.notifyOne();
     }
 
     void pushAll(WorkQueue& gathered) {
-        std::unique_lock lock(mutex_);
+        Lock lock(mutex_);
         while (!gathered.isEmpty()) pushLocked(gathered.pop());
-        unlockAndWakeOne(lock);
+        const bool mustWake = takeWake();
+        lock.unlock();
+        if (mustWake) ready_.notifyOne();
     }
 
     void beginActivity() {
-        const std::lock_guard lock(mutex_);
+        const Lock lock(mutex_);
         ++unfinished_;
     }
 
     void endActivity() {
-        const std::lock_guard lock(mutex_);
+        const Lock lock(mutex_);
         endActivityLocked();
     }
 
     bool waitUntilIdle(std::chrono::milliseconds timeout) {
         constexpr std::chrono::milliseconds longest = std::chrono::hours(24 * 365);
-        std::unique_lock lock(mutex_);
-        return changed_.wait_for(lock, std::min(timeout, longest),
-                                 [this] { return unfinished_ == 0; });
+        const auto deadline = std::chrono::steady_clock::now() +
+                              std::clamp(timeout, std::chrono::milliseconds::zero(), longest);
+        Lock lock(mutex_);
+        while (unfinished_ != 0 && changed_.waitUntil(lock, deadline)) continue;
+        return unfinished_ == 0;
     }
 
     /// The threads park once barriers and commits are done.
     void stop(Deadline deadline) noexcept override {
-        std::unique_lock lock(mutex_);
+        Lock lock(mutex_);
         stopping_ = true;
-        ready_.notify_all();
-        changed_.wait_until(lock, deadline, [this] { return workers_ == 0; });
+        ready_.notifyAll();
+        while (workers_ != 0 && changed_.waitUntil(lock, deadline)) continue;
     }
 
 private:
     void startWorker(const char* name) {
-        const std::lock_guard lock(mutex_);
+        const Lock lock(mutex_);
         startThread(name, [this] {
             work();
             parkThread();
@@ -98,29 +103,29 @@ private:
         ++workers_;
     }
 
-    void pushLocked(Work& work) {
+    void pushLocked(Work& work) KIVO_REQUIRES(mutex_) {
         queue_.push(work);
         ++unfinished_;
     }
 
-    void endActivityLocked() {
-        if (--unfinished_ == 0) changed_.notify_all();
+    void endActivityLocked() KIVO_REQUIRES(mutex_) {
+        if (--unfinished_ == 0) changed_.notifyAll();
     }
 
-    /// A woken worker wakes the next one itself while there is more to take, so one wake is enough.
-    /// It needs the lock at once, so it is woken outside.
-    void unlockAndWakeOne(std::unique_lock<std::mutex>& lock) {
+    /// Whether the caller must wake a worker, which it does outside the lock, as the worker needs
+    /// the lock at once. A woken worker wakes the next one itself while there is more to take, so
+    /// one wake is enough.
+    bool takeWake() KIVO_REQUIRES(mutex_) {
         const bool isNeeded = sleepers_ > 0 && !wakeIsDue_ && canTake();
         wakeIsDue_ = wakeIsDue_ || isNeeded;
-        lock.unlock();
-        if (isNeeded) ready_.notify_one();
+        return isNeeded;
     }
 
-    bool canTake() const { return !barrierRuns_ && !queue_.isEmpty(); }
+    bool canTake() const KIVO_REQUIRES(mutex_) { return !barrierRuns_ && !queue_.isEmpty(); }
 
     void work() {
         onPoolThread = true;
-        std::unique_lock lock(mutex_);
+        Lock lock(mutex_);
         while (awaitWork(lock)) {
             Work& work = queue_.pop();
             if (stopping_ && work.kind == Work::Kind::task) {
@@ -129,21 +134,23 @@ private:
             }
             const bool isBarrier = work.kind == Work::Kind::barrier;
             barrierRuns_ = isBarrier;
-            unlockAndWakeOne(lock);
+            const bool mustWake = takeWake();
+            lock.unlock();
+            if (mustWake) ready_.notifyOne();
             run(work);
             lock.lock();
             if (isBarrier) barrierRuns_ = false;
             endActivityLocked();
         }
         --workers_;
-        ready_.notify_all();  // The other one may have waited for a barrier of this one's.
-        changed_.notify_all();
+        ready_.notifyAll();  // The other one may have waited for a barrier of this one's.
+        changed_.notifyAll();
     }
 
     /// Sleeps until there is something to take; false once the process ends and nothing is left.
-    bool awaitWork(std::unique_lock<std::mutex>& lock) {
+    bool awaitWork(Lock& lock) KIVO_REQUIRES(mutex_) {
         ++sleepers_;
-        ready_.wait(lock, [this] { return canTake() || (stopping_ && !barrierRuns_); });
+        while (!canTake() && (!stopping_ || barrierRuns_)) ready_.wait(lock);
         --sleepers_;
         wakeIsDue_ = false;
         return canTake();
@@ -156,17 +163,18 @@ private:
         }
     }
 
-    std::mutex mutex_;
-    std::condition_variable ready_;
-    std::condition_variable changed_;
-    WorkQueue queue_;
-    WorkQueue abandoned_;  // Kept, not freed: at the process end nothing is torn down.
-    int workers_ = 0;
-    int sleepers_ = 0;
-    int unfinished_ = 0;
-    bool wakeIsDue_ = false;
-    bool barrierRuns_ = false;
-    bool stopping_ = false;
+    Mutex mutex_;
+    Condition ready_;
+    Condition changed_;
+    WorkQueue queue_ KIVO_GUARDED_BY(mutex_);
+    // Kept, not freed: at the process end nothing is torn down.
+    WorkQueue abandoned_ KIVO_GUARDED_BY(mutex_);
+    int workers_ KIVO_GUARDED_BY(mutex_) = 0;
+    int sleepers_ KIVO_GUARDED_BY(mutex_) = 0;
+    int unfinished_ KIVO_GUARDED_BY(mutex_) = 0;
+    bool wakeIsDue_ KIVO_GUARDED_BY(mutex_) = false;
+    bool barrierRuns_ KIVO_GUARDED_BY(mutex_) = false;
+    bool stopping_ KIVO_GUARDED_BY(mutex_) = false;
 };
 
 TaskPool::TaskPool() : state_(State::begin()) {}
