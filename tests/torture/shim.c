@@ -1,6 +1,6 @@
-// Preloaded into a host: has one call in a row fail, as FAIL_KIND and FAIL_AT say, or every call from
-// that one on (FAIL_FOREVER), and moves the wall clock by CLOCK_STEP seconds. Nothing happens before the
-// host says setFailures(true).
+// Preloaded into a host: has one call in a row fail, as FAIL_KIND and FAIL_AT say, or every call
+// from that one on (FAIL_FOREVER), and moves the wall clock by CLOCK_STEP seconds. Nothing happens
+// before the host says setFailures(true).
 #define _GNU_SOURCE
 #include <dlfcn.h>
 #include <errno.h>
@@ -46,23 +46,23 @@ static bool fails(const char* what) {
     return turn == at || (forever && at > 0 && turn > at);
 }
 
-#define REPLACE(what, failure, value, type, name, parameters, arguments) \
-    type name parameters {                                              \
-        static type(*real) parameters;                                  \
+#define REPLACE(what, failure, value, type, name, parameters, arguments)      \
+    type name parameters {                                                    \
+        static type(*real) parameters;                                        \
         if (real == NULL) real = (type(*) parameters)dlsym(RTLD_NEXT, #name); \
-        if (fails(what)) {                                              \
-            errno = failure;                                            \
-            return value;                                               \
-        }                                                               \
-        return real arguments;                                          \
+        if (fails(what)) {                                                    \
+            errno = failure;                                                  \
+            return value;                                                     \
+        }                                                                     \
+        return real arguments;                                                \
     }
 
-#define ALLOCATE(name, parameters, arguments)         \
-    extern void* __libc_##name parameters;            \
-    void* name parameters {                           \
+#define ALLOCATE(name, parameters, arguments)                 \
+    extern void* __libc_##name parameters;                    \
+    void* name parameters {                                   \
         if (!fails("memory")) return __libc_##name arguments; \
-        errno = ENOMEM;                               \
-        return NULL;                                  \
+        errno = ENOMEM;                                       \
+        return NULL;                                          \
     }
 
 ALLOCATE(malloc, (size_t size), (size))
@@ -72,27 +72,36 @@ ALLOCATE(realloc, (void* old, size_t size), (old, size))
 REPLACE("thread", EAGAIN, EAGAIN, int, pthread_create,
         (pthread_t * thread, const pthread_attr_t* attributes, void* (*body)(void*), void* context),
         (thread, attributes, body, context))
-REPLACE("system", EMFILE, -1, int, socket, (int family, int type, int protocol), (family, type, protocol))
+REPLACE("system", EMFILE, -1, int, socket, (int family, int type, int protocol),
+        (family, type, protocol))
 REPLACE("system", EMFILE, -1, int, socketpair, (int family, int type, int protocol, int both[2]),
         (family, type, protocol, both))
-REPLACE("system", ECONNREFUSED, -1, int, connect, (int s, const struct sockaddr* to, socklen_t size), (s, to, size))
-REPLACE("system", ECONNRESET, -1, ssize_t, recv, (int s, void* to, size_t size, int flags), (s, to, size, flags))
-REPLACE("system", EPIPE, -1, ssize_t, send, (int s, const void* from, size_t size, int flags), (s, from, size, flags))
+REPLACE("system", ECONNREFUSED, -1, int, connect,
+        (int s, const struct sockaddr* to, socklen_t size), (s, to, size))
+REPLACE("system", ECONNRESET, -1, ssize_t, recv, (int s, void* to, size_t size, int flags),
+        (s, to, size, flags))
+REPLACE("system", EPIPE, -1, ssize_t, send, (int s, const void* from, size_t size, int flags),
+        (s, from, size, flags))
 REPLACE("system", EACCES, -1, int, mkdir, (const char* path, mode_t mode), (path, mode))
-REPLACE("system", EACCES, -1, int, mknod, (const char* path, mode_t mode, dev_t device), (path, mode, device))
-REPLACE("disk", EIO, -1, ssize_t, pread64, (int file, void* to, size_t size, off_t from), (file, to, size, from))
-REPLACE("disk", EIO, -1, ssize_t, pwrite64, (int file, const void* from, size_t size, off_t to), (file, from, size, to))
+REPLACE("system", EACCES, -1, int, mknod, (const char* path, mode_t mode, dev_t device),
+        (path, mode, device))
+REPLACE("disk", EIO, -1, ssize_t, pread64, (int file, void* to, size_t size, off_t from),
+        (file, to, size, from))
+REPLACE("disk", EIO, -1, ssize_t, pwrite64, (int file, const void* from, size_t size, off_t to),
+        (file, from, size, to))
 REPLACE("disk", EIO, -1, int, fdatasync, (int file), (file))
 REPLACE("disk", EIO, -1, int, unlink, (const char* path), (path))
 REPLACE("environment", 0, NULL, char*, getenv, (const char* name), (name))
 REPLACE("environment", 0, NULL, char*, secure_getenv, (const char* name), (name))
-REPLACE("environment", EINVAL, -1, int, setenv, (const char* name, const char* value, int over), (name, value, over))
+REPLACE("environment", EINVAL, -1, int, setenv, (const char* name, const char* value, int over),
+        (name, value, over))
 REPLACE("environment", EINVAL, -1, int, unsetenv, (const char* name), (name))
 REPLACE("environment", EINVAL, -1, int, putenv, (char* assignment), (assignment))
 
 int clock_gettime(clockid_t clock, struct timespec* now) {
     static int (*real)(clockid_t, struct timespec*);
-    if (real == NULL) real = (int (*)(clockid_t, struct timespec*))dlsym(RTLD_NEXT, "clock_gettime");
+    if (real == NULL)
+        real = (int (*)(clockid_t, struct timespec*))dlsym(RTLD_NEXT, "clock_gettime");
     const int result = real(clock, now);
     if (active && clock == CLOCK_REALTIME) now->tv_sec += clockStep;
     return result;

@@ -1,0 +1,191 @@
+"""What a network may do, and what much work comes to."""
+
+import os
+import re
+import socket
+from types import SimpleNamespace
+
+from harness import EVERYTHING, PATIENCE, Skip, brief, ended_well, finish, go_on, host, in_parallel
+from harness import is_clean, place, row, start, told
+from peers import Mute, Server, Wire, black_hole, dying, half_close, nginx, reset, two_addresses
+from peers import within
+
+BOTH, IMAGE = "init user await", "init image await"
+RESTING = BOTH + " token await sleep sleep sleep" * 9
+BAD, GOOD = "Failed to setUser: ", "setUser successfully: "
+TOKEN_KEPT = "updateDeviceToken successfully: "
+HIT = "Successfully hit the image"
+TWO_HOSTS = "127.0.0.3 two.example\n127.0.0.1 two.example\n"
+
+
+def no_server():
+    return SimpleNamespace(port=1)
+
+
+def refusing_proxy():
+    return Mute(b"HTTP/1.1 407 No\r\nContent-Length: 0\r\n\r\n")
+
+
+def babbling_proxy():
+    return Mute(bytes(range(256)) * 9)
+
+
+def plain_server():
+    return Mute(b"HTTP/1.1 200 OK\r\n\r\n" + b"no handshake " * 99)
+
+
+def silenced_http2():
+    return Wire(nginx(), 9000, "silence", once=True, proxy=True)
+
+
+def untrusted():
+    return {"SSL_CERT_FILE": place.wrong_name}
+
+
+def trust_in(file):
+    return lambda: {"SSL_CERT_FILE": file}
+
+
+def forty_days_on():
+    return {"shim": {"CLOCK_STEP": 40 * 86400}}
+
+
+def few_descriptors():
+    return {"around": ("sh", "-c", 'ulimit -n 8; exec "$@"', "sh")}
+
+
+def image_at(host):
+    return lambda: {"image": f"https://{host}:{{}}/i"}
+
+
+def image_at_two_addresses():
+    return {"image": "https://two.example:{}/i", "around": within("hosts", TWO_HOSTS)}
+
+
+# What takes the server's place, how the host is started, its commands, a line that it must print.
+CONNECTIONS = {
+    "refused": (no_server, dict, BOTH, BAD),
+    "a black hole": (black_hole, dict, BOTH, BAD),
+    "a hung handshake": (lambda: Server(handshakes=False), dict, BOTH, BAD),
+    "a silent proxy": (Mute, dict, BOTH, BAD),
+    "a proxy that says no": (refusing_proxy, dict, BOTH, BAD),
+    "a proxy that talks nonsense": (babbling_proxy, dict, BOTH, BAD),
+    "no TLS": (plain_server, dict, BOTH, BAD),
+    "a wrong name": (lambda: Server(cert=place.wrong_name), untrusted, BOTH, BAD),
+    "an unknown authority": (Server, untrusted, BOTH, BAD),
+    "an expired certificate": (Server, forty_days_on, "fail " + BOTH, BAD),
+    "no trust store": (Server, trust_in("/nowhere"), BOTH, BAD),
+    "an empty trust store": (Server, trust_in("/dev/null"), BOTH, BAD),
+    "closed after each reply": (lambda: dying(lambda _: None), dict, RESTING, GOOD),
+    "a pooled connection that died": (lambda: dying(reset), dict, RESTING, GOOD),
+    "one half closed": (lambda: dying(half_close), dict, RESTING, GOOD),
+    "1 Mbit/s, 400 ms": (lambda: Wire(Server(), delay=0.2, rate=125000), dict, BOTH, GOOD),
+    "8 descriptors": (Server, few_descriptors, BOTH, ""),
+    "IPv6 only": (lambda: Server(at="::1"), image_at("[::1]"), IMAGE, HIT),
+    "a dead first address": (two_addresses, image_at_two_addresses, IMAGE, HIT),
+    "HTTP/2 that falls silent": (silenced_http2, dict, BOTH + " 40:token await" * 2, TOKEN_KEPT),
+}
+# Nothing at all may fail in these.
+UNHARMED = {
+    "closed after each reply",
+    "a pooled connection that died",
+    "one half closed",
+    "1 Mbit/s, 400 ms",
+}
+
+
+def outcomes_due(commands):
+    """A word is an operation, N:word N of them, but for those that only pass the time."""
+    operations = [word for word in commands.split() if word not in ("await", "fail", "sleep")]
+    return sum(int(word.split(":")[0]) if ":" in word else 1 for word in operations)
+
+
+@row("connections", CONNECTIONS)
+def connections(times):
+    bad, took = [], {}
+
+    def one(name):
+        make_peer, make_options, commands, expected = CONNECTIONS[name]
+        peer, options = make_peer(), make_options()
+        if "image" in options:
+            image = options.pop("image").format(peer.port)
+            options |= {"HOST_IMAGE": image, "no_proxy": "*"}
+        ended = host(commands, peer, **options)
+        is_right = expected in ended.output and not (name in UNHARMED and "Failed" in ended.output)
+        if not is_clean(ended) or ended.outcomes != outcomes_due(commands) or not is_right:
+            bad.append(f"{name}: {brief(ended)} {ended.output[-600:]}")
+        took[name] = ended.seconds
+
+    in_parallel(one, list(CONNECTIONS) * times, 18)
+    slowest = max(took, key=took.get)
+    seen = f"slowest: {slowest}, {took[slowest]:.0f} s"
+    return f"{len(CONNECTIONS) * times} cases, {told(bad)}; {seen}", not bad
+
+
+def silent_name_server():
+    at = ("127.0.0.9", 53)
+    try:
+        silent = socket.create_server(at), socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
+    except PermissionError:
+        raise Skip("needs the right to bind port 53")
+    silent[1].bind(at)
+    return silent
+
+
+def requests_take(address):
+    """How long all other requests take while 5 images wait for the address, in milliseconds."""
+    server, around = Server(), within("resolv.conf", "nameserver 127.0.0.9\n")
+    variables = {"HOST_IMAGE": address, "no_proxy": "nowhere.example"}
+    ended = host("init user await 5:image 20:token await", server, around=around, **variables)
+    if not is_clean(ended) or ended.outcomes != 27:
+        raise AssertionError(f"{brief(ended)} {ended.output[-500:]}")
+    moments = [r.time for r in server.requests if r.path.endswith("token")]
+    return round((moments[-1] - moments[0]) * 1000)
+
+
+@row("dead DNS")
+def dead_dns(times):
+    place.children += silent_name_server()
+    dead = sorted(requests_take("http://nowhere.example/i") for _ in range(times))
+    alive = sorted(requests_take("http://127.0.0.1:1/i") for _ in range(times))
+    seen = f"20 requests within {dead} ms, {alive} ms where the name server is not asked"
+    # The slower runs measure the machine, too.
+    return f"{seen}; the images failed at last", dead[0] <= alive[0] + 50
+
+
+@row("threads")
+def threads(seconds):
+    if not place.tsan:
+        raise Skip("no build under ThreadSanitizer was given")
+    commands, patience = "init user await " + "storm await " * seconds, seconds * 4 + PATIENCE
+    ended = host(commands, Server(), build=place.tsan, patience=patience)
+    asked = 2 + sum(map(int, re.findall(r"^asked (\d+)$", ended.output, re.M)))
+    is_right = is_clean(ended) and "not idle" not in ended.output and ended.outcomes == asked
+    return f"{ended.outcomes} outcomes of {asked} {ended.errors[:800]}", is_right
+
+
+@row("soak")
+def soak(times):
+    if not place.asan:
+        raise Skip("no build under AddressSanitizer was given")
+    commands = "init user await " + "100:token await " * (times // 100) + "everything await"
+    ended = host(commands, Wire(nginx(), proxy=True), build=place.asan, patience=3600)
+    return ended_well(ended, times + 2 + EVERYTHING - 1)
+
+
+def size_of(process):
+    """Memory in MB, descriptors, threads."""
+    proc = f"/proc/{process.pid}"
+    with open(f"{proc}/statm") as statm:
+        pages = int(statm.read().split()[1])
+    return pages * 4 // 1024, len(os.listdir(f"{proc}/fd")), len(os.listdir(f"{proc}/task"))
+
+
+@row("flat")
+def flat(times):
+    few, many = (f"{'500:token await ' * (count // 500)}pause " for count in (times // 10, times))
+    process = start(f"init user await {few}{many}", Wire(nginx(), proxy=True))
+    before, after = go_on(process, size_of), go_on(process, size_of)
+    _, is_right = ended_well(finish(process), 2 + times // 10 + times)
+    is_flat = after[0] <= before[0] + 4 and after[1] <= before[1] + 2 and after[2] == before[2]
+    return f"MB, descriptors, threads {before} -> {after}", is_right and is_flat
