@@ -10,6 +10,7 @@ import time
 import traceback
 
 import harness
+import report
 
 # They enter their rows in this order.
 import process_rows  # noqa: F401
@@ -18,7 +19,6 @@ import state_rows  # noqa: F401
 import network_rows  # noqa: F401
 import connection_rows  # noqa: F401
 
-TEMPLATE = os.path.join(harness.HERE, "report-template.md")
 VERDICTS = {True: "good", False: "BAD", None: "skipped"}
 
 
@@ -45,29 +45,14 @@ def run(row, options):
     return row.name, row.done, times, row.expected, seen, verdict
 
 
-def cell(value):
-    if isinstance(value, set):
-        value = sorted(value)
-    if isinstance(value, list):
-        value = ", ".join(map(str, value))
-    return str(value).replace("|", "\\|")
-
-
-def table(lines):
-    return "\n".join("| " + " | ".join(map(cell, line)) + " |" for line in lines)
-
-
 def write_report(results, options):
     form = "the short form" if options.short or options.minutes else "the long form"
     if options.minutes:
         form += f", {options.minutes} minutes a row"
-    facts = getattr(harness.place, "manners", [])
-    manners = table((*fact[:3], VERDICTS[fact[3]]) for fact in facts)
-    with open(TEMPLATE) as template:
-        text = template.read()
     machine = f"Debian 12, {os.cpu_count()} cores"
-    with open(options.report, "w") as out:
-        out.write(text.format(form=form, machine=machine, rows=table(results), manners=manners))
+    facts = getattr(harness.place, "manners", [])
+    manners = [(*fact[:3], VERDICTS[fact[3]]) for fact in facts]
+    report.write(options.report, form, machine, results, manners)
 
 
 def parse_options():
