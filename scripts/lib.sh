@@ -10,8 +10,8 @@ fail() {
     exit 1
 }
 
-# listed_packages library|tests|all|benchmarks|pictures: the names in packages.txt that it takes. `all` is what
-# continuous integration takes; only the benchmarks take their peers.
+# listed_packages library|tests|all|benchmarks|pictures: the names in packages.txt that it needs. `all`
+# is what continuous integration needs; only the benchmarks need their peers.
 listed_packages() {
     local part=library wanted line
     case "$1" in
@@ -41,29 +41,31 @@ as_root() {
     elif command -v sudo >/dev/null; then
         sudo env DEBIAN_FRONTEND=noninteractive "$@"
     else
-        fail "packages must be installed and neither root nor sudo is at hand; as root, run: $*"
+        fail "installing packages needs root or sudo; as root, run: $*"
     fi
 }
 
-# Stops when the packages can only be had by throwing others out.
+# Stops if apt could install the packages only by removing others.
 refuse_removals() {
     local plan removed
     plan="$(LC_ALL=C apt-get install --simulate --no-install-recommends "$@" 2>&1)" ||
         fail "apt cannot install $* here:"$'\n'"$plan"
     removed="$(awk '$1 == "Remv" { print "  " $2 }' <<<"$plan")"
     [[ -z "$removed" ]] ||
-        fail "apt would remove the packages below to make room for: $*"$'\n'"$removed"$'\n'"Nothing was changed. Remove them yourself, or build in a container of Debian 12."
+        fail "apt would remove the packages below to install $*"$'\n'"$removed"$'\n'"Nothing was" \
+            "changed. Remove them yourself, or build in a Debian 12 container."
 }
 
 # install_packages library|tests|all|benchmarks|pictures
 install_packages() {
-    command -v apt-get >/dev/null || fail "apt-get not found; install the equivalents of packages.txt by hand"
+    command -v apt-get >/dev/null || 
+        fail "apt-get not found; install the equivalents of packages.txt by hand"
     local missing
     mapfile -t missing < <(missing_packages "$1")
     ((${#missing[@]})) || return 0
     section "Installing ${missing[*]}"
     as_root apt-get -o DPkg::Lock::Timeout=120 --quiet update </dev/null ||
-        echo "warning: apt-get update failed, going on with the lists at hand" >&2
+        echo "warning: apt-get update failed; using the package lists already here" >&2
     refuse_removals "${missing[@]}"
     as_root apt-get -o DPkg::Lock::Timeout=120 --quiet install --yes --no-remove \
         --no-install-recommends "${missing[@]}" </dev/null || fail "apt-get install failed"

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# A host outside the repository configures, builds, runs. The installed package is the one of this build;
-# the subproject is built as the other kind of library, so that shared and static are both seen.
+# A host outside the repository configures, builds and runs. The installed package is this build's; the
+# subproject is built as the other kind of library, so that both shared and static are seen.
 # usage: hosts.sh SOURCE_ROOT BUILD_DIRECTORY CMAKE installed|subproject
 
 set -euo pipefail
@@ -24,7 +24,7 @@ build_host() {
     expect_success "$cmake" --build "$scratch/$name" --parallel 2
 }
 
-# Nothing answers the host's calls; that it says so proves the whole road from the call to the line.
+# No server answers the host. That it reports so proves the whole way from the call to the line.
 run_host() {
     local output
     output="$(env -i HOME="$scratch/home" PATH="$PATH" https_proxy=http://127.0.0.1:1 \
@@ -33,7 +33,7 @@ run_host() {
     grep -qx 'Failed to retrieve image URL' <<<"$output" || fail "no message line from $*: $output"
 }
 
-# A host in the prefix, with a shared library without any development package.
+# A host of the prefix. With a shared library it needs no development package.
 serve_from_prefix() {
     local without=()
     [[ -e "$scratch/prefix/lib/libkivo.so" ]] &&

@@ -10,7 +10,7 @@ fail() {
 scratch="$(mktemp -d)"
 trap 'rm -rf "$scratch"' EXIT
 
-# expect_failure TEXT COMMAND...: the command fails and says the text, whatever the line breaks.
+# expect_failure TEXT COMMAND...: the command fails and its output has the text, wherever lines break.
 expect_failure() {
     local text="$1" output
     shift

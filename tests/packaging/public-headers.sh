@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Each public header compiles alone where nothing but the public headers and the C++ standard library exists.
+# Each public header compiles alone with nothing but the public headers and the C++ standard library.
 # usage: public-headers.sh SOURCE_ROOT COMPILER
 
 set -euo pipefail
@@ -9,7 +9,7 @@ include="$1/include"
 compiler="$2"
 mapfile -t headers < <(cd "$include" && find . -name '*.h' -printf '%P\n')
 
-# A standard header's name has neither folder nor extension.
+# The name of a standard header has no folder and no extension.
 refuse_foreign_includes() {
     local foreign
     foreign="$(grep -rnE '#[[:space:]]*include[[:space:]]*<[^>]*[./][^>]*>' "$include")" || return 0
