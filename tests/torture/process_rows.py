@@ -12,14 +12,9 @@ from harness import EVERYTHING, OUTCOME, PATIENCE, ROOT, brief, ended_well, fini
 from harness import host, in_parallel, is_clean, place, row, start, told
 from peers import Server, hang, in_background
 
-ENDINGS = {
-    "return": 0,
-    "exit": 0,
-    "quick-exit": 0,
-    "exit-elsewhere": 0,
-    "exit-static": 0,
-    "abort": -signal.SIGABRT,
-}
+# Each with the status that the process ends with.
+ENDINGS = dict.fromkeys(["return", "exit", "quick-exit", "exit-elsewhere", "exit-static"], 0)
+ENDINGS["abort"] = -signal.SIGABRT
 
 
 @row("ends")
