@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "benchmarks/OutcomeLines.h"
+#include "benchmarks/Workload.h"
 #include "kivo/platform/Bundle.h"
 #include "kivo/sdk/KivoSDK.h"
 
@@ -85,11 +86,10 @@ private:
 }  // namespace
 
 int main() {
-    OutcomeLines& lines = *new OutcomeLines;
     const auto plugin = kivo::KivoSDK::initialise({.apiKey = "benchmark"});
-    lines.await();
+    OutcomeLines::await();
     plugin->setUser("40", "711234567", "ana@example.com", "Ana");
-    lines.await();
+    OutcomeLines::await();
 
     Sleeper& sleeper = *new Sleeper;
     const auto operate = [&] { plugin->updateDeviceToken(token); };
@@ -103,11 +103,11 @@ int main() {
         const long before = allocations;
         const double cost = microseconds(operate);
         allocated.push_back(static_cast<double>(allocations - before));
-        lines.await();
+        OutcomeLines::await();
         return cost;
     });
     const double awake = medianOf([&] { return microseconds(operate); });
-    for (int count = 0; count < samples; ++count) lines.await();
+    OutcomeLines::await(samples);
     std::fprintf(stderr,
                  R"({"signal_us": %.2f, "asleep_us": %.2f, "awake_us": %.2f, "allocations": %.0f})"
                  "\n",

@@ -4,6 +4,7 @@
 #include <thread>
 
 #include "benchmarks/OutcomeLines.h"
+#include "benchmarks/Workload.h"
 #include "kivo/platform/Bundle.h"
 #include "kivo/sdk/KivoSDK.h"
 
@@ -18,19 +19,18 @@ constexpr std::chrono::seconds untilSettled{2};
 
 int main() {
     using namespace kivo::benchmarks;
-    OutcomeLines& lines = *new OutcomeLines;
     const auto plugin = kivo::KivoSDK::initialise({.apiKey = "benchmark"});
-    lines.await();
+    OutcomeLines::await();
     plugin->setUser("40", "711234567", "ana@example.com", "Ana");
-    lines.await();
+    OutcomeLines::await();
 
     std::fprintf(stderr, "ready\n");
     std::getchar();
-    const long before = processStatus("VmRSS");
+    const long before = processStatus("RssAnon");
     for (int count = 0; count < operations; ++count)
         plugin->updateDeviceToken(std::string(deviceToken));
     std::this_thread::sleep_for(untilSettled);
-    const long grown = processStatus("VmRSS") - before;
+    const long grown = processStatus("RssAnon") - before;
     std::fprintf(stderr,
                  R"({"bytes": %ld})"
                  "\n",
