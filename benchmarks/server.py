@@ -4,6 +4,7 @@ import os
 import pathlib
 import signal
 import socket
+import ssl
 import string
 import subprocess
 import time
@@ -17,24 +18,41 @@ class Server:
     def __init__(self, state, port, core):
         self.state, self.port, self.core = pathlib.Path(state), port, core
         self.ca = self.state / "ca.pem"
-        self.ports = {"http": port, "https": port + 1, "h2": port + 2}
+        names = ("http", "https", "h2", "slow-https", "slow-h2")
+        self.ports = {name: port + place for place, name in enumerate(names)}
 
     def __enter__(self):
         for port in self.ports.values():
             self._refuse_taken(port)
         self._make_certificates()
         names = {"STATE": self.state, "AFFINITY": bin(1 << self.core)[2:]}
-        names.update({scheme.upper(): port for scheme, port in self.ports.items()})
+        names.update({scheme.upper(): self.ports[scheme] for scheme in ("http", "https", "h2")})
         template = string.Template((FOLDER / "nginx.conf.in").read_text())
         (self.state / "nginx.conf").write_text(template.safe_substitute(names))
-        self.process = subprocess.Popen(["nginx", "-p", self.state, "-c", self.state / "nginx.conf"])
-        self._await_start()
+        self.process = subprocess.Popen(
+            ["nginx", "-p", self.state, "-c", self.state / "nginx.conf"]
+        )
+        try:
+            self._await_start()
+            for scheme in ("https", "h2"):
+                self._require_newest_tls(scheme)
+        except BaseException:
+            self.__exit__()
+            raise
         return self
 
     def __exit__(self, *_):
         self.proceed()
         self.process.terminate()
         self.process.wait()
+
+    def address(self, name):
+        """The first three arguments of a load: scheme, port and authority."""
+        return [name.removeprefix("slow-"), str(self.ports[name]), str(self.ca)]
+
+    def slow_ports(self):
+        """Which port leads to which over the slow line."""
+        return {self.ports[f"slow-{scheme}"]: self.ports[scheme] for scheme in ("https", "h2")}
 
     def accepted(self):
         """How many connections it has accepted, this question's own left out."""
@@ -54,33 +72,56 @@ class Server:
         if not directory.exists():
             subprocess.run(["cp", "-a", "-L", TRUST_DIRECTORY, directory], check=True)
             (directory / "kivo-benchmark.pem").write_bytes(self.ca.read_bytes())
-            digest = subprocess.run(["openssl", "x509", "-hash", "-noout", "-in", self.ca], check=True,
-                                    capture_output=True, text=True).stdout.strip()
+            digest = self._openssl("x509 -hash -noout -in ca.pem")
             (directory / f"{digest}.0").write_bytes(self.ca.read_bytes())
         return directory
 
     def _signal_workers(self, number):
+        if self.process.poll() is not None:
+            return
         children = f"/proc/{self.process.pid}/task/{self.process.pid}/children"
         for child in pathlib.Path(children).read_text().split():
             os.kill(int(child), number)
+
+    def _require_newest_tls(self, scheme):
+        """Nothing is measured unless a handshake is TLS 1.3 and an older one is refused."""
+        version = self._handshake(scheme, ssl.TLSVersion.TLSv1_3)
+        if version != "TLSv1.3":
+            raise SystemExit(f"the {scheme} server speaks {version} and not TLS 1.3")
+        try:
+            older = self._handshake(scheme, ssl.TLSVersion.TLSv1_2)
+        except ssl.SSLError:
+            return
+        raise SystemExit(f"the {scheme} server speaks {older} too, so a candidate might")
+
+    def _handshake(self, scheme, newest):
+        context = ssl.create_default_context(cafile=self.ca)
+        context.maximum_version = newest
+        with socket.create_connection(("localhost", self.ports[scheme]), timeout=5) as plain:
+            with context.wrap_socket(plain, server_hostname="localhost") as encrypted:
+                return encrypted.version()
 
     @staticmethod
     def _refuse_taken(port):
         with socket.socket() as probe:
             if probe.connect_ex(("127.0.0.1", port)) == 0:
-                raise SystemExit(f"port {port} is taken; choose others: KIVO_BENCHMARK_PORT=28080 scripts/bench")
+                raise SystemExit(
+                    f"port {port} is taken; choose others: KIVO_BENCHMARK_PORT=28080 scripts/bench"
+                )
 
     def _make_certificates(self):
-        def openssl(*arguments):
-            subprocess.run(["openssl", *arguments], cwd=self.state, check=True, capture_output=True)
-
-        new_key = ["-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:P-256", "-nodes"]
-        openssl("req", "-x509", *new_key, "-days", "2", "-subj", "/CN=Kivo benchmark authority",
-                "-keyout", "ca.key", "-out", "ca.pem")
-        openssl("req", *new_key, "-subj", "/CN=localhost", "-keyout", "server.key", "-out", "server.csr")
+        new_key = "-newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes"
+        authority = "-subj /CN=Kivo-benchmark-authority -keyout ca.key -out ca.pem"
+        self._openssl(f"req -x509 {new_key} -days 2 {authority}")
+        self._openssl(f"req {new_key} -subj /CN=localhost -keyout server.key -out server.csr")
         (self.state / "names").write_text("subjectAltName=DNS:localhost\n")
-        openssl("x509", "-req", "-in", "server.csr", "-CA", "ca.pem", "-CAkey", "ca.key", "-CAcreateserial",
-                "-days", "2", "-extfile", "names", "-out", "server.pem")
+        signing = "-CA ca.pem -CAkey ca.key -CAcreateserial -days 2 -extfile names"
+        self._openssl(f"x509 -req -in server.csr {signing} -out server.pem")
+
+    def _openssl(self, arguments):
+        command = ["openssl", *arguments.split()]
+        done = subprocess.run(command, cwd=self.state, check=True, capture_output=True, text=True)
+        return done.stdout.strip()
 
     def _await_start(self):
         for _ in range(100):
