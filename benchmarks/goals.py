@@ -19,7 +19,7 @@ def goals(figures):
 
 def goal(name, values, limit, unit="", digits=2):
     """A row: the median of the values is to be at most the limit; without values, not measured."""
-    aim = f"≤ {limit:,}{unit}"
+    aim = f"≤ {limit:.{digits}f}{unit}"
     if not values:
         return [name, "", aim, "not measured"]
     return [name, ranged(values, digits) + unit, aim, verdict(median(values) <= limit)]
