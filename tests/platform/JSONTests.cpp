@@ -44,7 +44,9 @@ std::string decoded(const Data& json) {
 }
 
 const Data plain = R"({"ok":true,"text":"m"})";
+const Data digits(1000, '1');
 const Data corrupted = "dataCorrupted at the top level: ";
+const Data malformed = R"(dataCorrupted at "text": the text is malformed)";
 
 TEST(JSONDecoding, ReadsTheFirstOfEachKeyThatRecordsAskForOrSaysWhyNot) {
     // clang-format off
@@ -53,7 +55,9 @@ TEST(JSONDecoding, ReadsTheFirstOfEachKeyThatRecordsAskForOrSaysWhyNot) {
         {R"({"ok":true,"text":"","data":{"phone":null,"name":"A","name":{},"data":{"name":1}}})", R"({"ok":true,"text":"","data":{"name":"A"}})"},
         {R"({"ok":true,"text":"\u0000\ud83d\ude00\/é"})", R"({"ok":true,"text":"\u0000😀\/é"})"},
         {"\xEF\xBB\xBF \t\r\n{\"ok\":true , \"text\":\"m\",\"data\":null}\n", plain},
-        {R"({"x":[{"ok":1},[1e5]],"y":{"text":{}},"ok":true,"text":"m","text":null,"ok":1,"z":-0.5})", plain},
+        {R"({"x":[{"ok":1},[1e5]],"y":{"text":{},"ok":[1,2,],"z":"",},"ok":true,"text":"m","text":null,"\u006fk":1,"z":-0.5,})", plain},
+        {R"({"x":[-1e400,0.1e-99999999999,)" + digits + R"(],"\u006f\u006b":true,"text":"m"})", plain},
+        {R"({"ok":)" + digits + "}", R"(typeMismatch at "ok": expected a Boolean, found a number)"},
         {R"({"text":1})", R"(keyNotFound at "ok": there is no such key)"},
         {R"({"ok":1})", R"(typeMismatch at "ok": expected a Boolean, found a number)"},
         {R"({"ok":"true","text":null})", R"(typeMismatch at "ok": expected a Boolean, found a text)"},
@@ -63,10 +67,13 @@ TEST(JSONDecoding, ReadsTheFirstOfEachKeyThatRecordsAskForOrSaysWhyNot) {
         {R"({"ok":true,"text":"","data":{"phone":"7"}})", R"(keyNotFound at "data.name": there is no such key)"},
         {R"({"ok":true,"text":"","data":{"name":"","phone":false}})", R"(typeMismatch at "data.phone": expected a text, found a Boolean)"},
         {"{\"x\":[\"\xFF\n\0\\\"\",\"\\ud83d\"],\"\\udc00\":\"\\ud83d\\ud83d\",\"ok\":true,\"text\":\"m\"}"s, plain},
+        {R"({"ok":true,"text":"\q"})", malformed}, {"{\"ok\":true,\"text\":\"\n\"}", malformed}, {"{\"ok\":true,\"text\":\"\xED\xA0\x80\"}", malformed},
+        {R"({"ok":true,"text":"\udc00"})", malformed}, {R"({"ok":true,"text":"\ud83d\ud83d"})", malformed}, {R"({"ok":true,"text":"\u00g0"})", malformed},
         {"null", "valueNotFound at the top level: expected an object, found null"},
-        {"", corrupted + "there is no data"}, {plain + "\0<tail>"s, corrupted + "it holds a NUL byte"},
+        {"", corrupted + "there is no data"}, {plain + "\0<tail>"s, corrupted + "not valid JSON at byte 23"},
         {"{\"ok\":<html>", corrupted + "not valid JSON at byte 7"}, {plain + "{}", corrupted + "not valid JSON at byte 23"},
-        {"{\"ok\":\"\xED\xA0\x80\"}", corrupted + "not valid JSON at byte 9"}, {R"({"ok":true,"text":"\udc00"})", corrupted + "not valid JSON at byte 25"}};
+        {R"({"ok":"\")", corrupted + "not valid JSON at byte 10"}, {"{,}", corrupted + "not valid JSON at byte 2"}, {"[1,,]", corrupted + "not valid JSON at byte 4"},
+        {"[1 2]", corrupted + "not valid JSON at byte 4"}, {R"({"a":1])", corrupted + "not valid JSON at byte 7"}, {"[tru]", corrupted + "not valid JSON at byte 2"}};
     // clang-format on
     for (const auto& [json, expected] : table) EXPECT_EQ(decoded(json), expected) << json;
 }
@@ -78,7 +85,8 @@ TEST(JSONDecoding, TakesHostileBodiesInItsStride) {
     EXPECT_EQ(decoded(nested(512)), plain);
     for (const auto& json : {nested(513), Data(100'000, '[')})
         EXPECT_EQ(decoded(json), corrupted + "nested too deep");
-    for (const char* piece : {R"("k":1,)", R"("data":null,)", R"("x":[[],[]],)"}) {
+    for (const char* piece :
+         {R"("k":1,)", R"("data":null,)", R"("x":[[],[]],)", R"("\u006b":"\\",)"}) {
         Data json = "{";
         while (json.size() < 16U << 20U) json += piece;
         EXPECT_EQ(decoded(json + plain.substr(1)), plain) << piece;

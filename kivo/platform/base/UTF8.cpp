@@ -58,4 +58,21 @@ bool isWellFormed(std::string_view text) {
     }
 }
 
+void append(std::string& text, char32_t codePoint) {
+    const auto put = [&](char32_t byte) { text += static_cast<char>(byte); };
+    const auto putContinuation = [&](unsigned shift) { put(0x80 | ((codePoint >> shift) & 0x3F)); };
+    if (codePoint < 0x80) return put(codePoint);
+    if (codePoint < 0x800) {
+        put(0xC0 | (codePoint >> 6));
+    } else if (codePoint < 0x10000) {
+        put(0xE0 | (codePoint >> 12));
+        putContinuation(6);
+    } else {
+        put(0xF0 | (codePoint >> 18));
+        putContinuation(12);
+        putContinuation(6);
+    }
+    putContinuation(0);
+}
+
 }  // namespace kivo::platform::UTF8

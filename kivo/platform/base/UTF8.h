@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <string>
 #include <string_view>
 
 namespace kivo::platform::UTF8 {
@@ -20,6 +21,9 @@ Sequence firstSequence(std::string_view text);
 std::size_t plainPrefix(std::string_view text);
 
 bool isWellFormed(std::string_view text);
+
+/// Appends `codePoint`, at most U+10FFFF, encoded; that of a surrogate is not well-formed.
+void append(std::string& text, char32_t codePoint);
 
 /// Stands for each malformed sequence when a text must be well-formed: U+FFFD.
 inline constexpr std::string_view replacementCharacter = "\xEF\xBF\xBD";

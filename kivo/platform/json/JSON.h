@@ -12,13 +12,14 @@
 
 namespace kivo::platform::JSON {
 
-/// Reads a record from a JSON object. Keys that the record does not have are ignored, the first of
-/// duplicates counts, missing and null optionals are absent. Throws DecodingError at the first
-/// field, in declaration order, that cannot be read.
+/// Reads a record from a JSON object in UTF-8; UTF-16 is refused. Keys that the record does not
+/// have are ignored, with numbers of any size and with malformed numbers and texts. A comma may
+/// follow the last item, the first of duplicate keys counts, missing and null optionals are absent.
+/// Throws DecodingError: dataCorrupted if `data` is not one JSON value nested at most
+/// `maximumDepth` deep, else why the first field, in declaration order, cannot be read.
 template <Record T>
 T decode(const Data& data) {
-    Value root = parse(data, shapeOf<T>);
-    return read<T>(root, KeyPath{});
+    return read<T>(parse(data, shapeOf<T>), KeyPath{});
 }
 
 /// `record` as a compact JSON object; an absent optional gives no key.

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <array>
 
+#include "kivo/platform/json/JSONText.h"
+
 namespace kivo::platform::JSON {
 
 namespace {
@@ -15,7 +17,7 @@ std::string nameOf(Value::Kind kind) {
 
 }  // namespace
 
-Value* Value::find(std::string_view key) {
+const Value* Value::find(std::string_view key) const {
     const auto found = std::ranges::find(members, key, &Member::key);
     return found != members.end() ? &found->value : nullptr;
 }
@@ -34,8 +36,14 @@ void requireKind(const Value& value, Value::Kind expected, const KeyPath& path) 
                         "expected " + nameOf(expected) + ", found " + nameOf(value.kind));
 }
 
-Value& requireMember(Value& object, std::string_view key, const KeyPath& path) {
-    if (Value* value = object.find(key)) return *value;
+std::string requireText(const Value& value, const KeyPath& path) {
+    requireKind(value, Value::Kind::text, path);
+    if (auto text = unescaped(value.text)) return *std::move(text);
+    throw DecodingError(DecodingError::Kind::dataCorrupted, path.text(), "the text is malformed");
+}
+
+const Value& requireMember(const Value& object, const KeyPath& path) {
+    if (const Value* value = object.find(path.key)) return *value;
     throw DecodingError(DecodingError::Kind::keyNotFound, path.text(), "there is no such key");
 }
 

@@ -5,7 +5,6 @@
 #include <string>
 #include <string_view>
 #include <tuple>
-#include <utility>
 
 #include "kivo/platform/Record.h"
 #include "kivo/platform/json/DecodingError.h"
@@ -49,14 +48,14 @@ constexpr Shape innerShape() {
 }
 
 void requireKind(const Value& value, Value::Kind expected, const KeyPath& path);
-Value& requireMember(Value& object, std::string_view key, const KeyPath& path);
+std::string requireText(const Value& value, const KeyPath& path);
+const Value& requireMember(const Value& object, const KeyPath& path);
 
-/// Takes the texts out of `value`.
 template <Record T>
-T read(Value& value, const KeyPath& path);
+T read(const Value& value, const KeyPath& path);
 
 template <typename T>
-T readContent(Value& value, const KeyPath& path) {
+T readContent(const Value& value, const KeyPath& path) {
     if constexpr (Record<T>) {
         return read<T>(value, path);
     } else if constexpr (std::same_as<T, bool>) {
@@ -64,24 +63,23 @@ T readContent(Value& value, const KeyPath& path) {
         return value.boolean;
     } else {
         static_assert(std::same_as<T, std::string>, "a field holds text, a Boolean or a record");
-        requireKind(value, Value::Kind::text, path);
-        return std::move(value.text);
+        return requireText(value, path);
     }
 }
 
 template <typename T>
-T readField(Value& object, const KeyPath& path) {
+T readField(const Value& object, const KeyPath& path) {
     if constexpr (isOptional<T>) {
-        Value* value = object.find(path.key);
+        const Value* value = object.find(path.key);
         if (value == nullptr || value->kind == Value::Kind::null) return std::nullopt;
         return readContent<typename T::value_type>(*value, path);
     } else {
-        return readContent<T>(requireMember(object, path.key, path), path);
+        return readContent<T>(requireMember(object, path), path);
     }
 }
 
 template <Record T>
-T read(Value& value, const KeyPath& path) {
+T read(const Value& value, const KeyPath& path) {
     requireKind(value, Value::Kind::object, path);
     T record{};
     const auto fill = [&]<typename Content>(const Field<T, Content>& field) {

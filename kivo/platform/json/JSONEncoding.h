@@ -9,6 +9,7 @@
 #include "kivo/platform/Record.h"
 #include "kivo/platform/base/Data.h"
 #include "kivo/platform/base/Error.h"
+#include "kivo/platform/json/JSONText.h"
 
 /// How values are written as JSON; `JSON::encode` and `JSON::serialize` are the ways in.
 namespace kivo::platform::JSON {
@@ -18,11 +19,10 @@ class EncodingError : public Error {
 public:
     using Error::Error;
 
-    std::string localizedDescription() const override;
+    std::string localizedDescription() const override {
+        return "The data couldn’t be written because it isn’t in the correct format.";
+    }
 };
-
-/// Appends `text` quoted and escaped; malformed UTF-8 becomes U+FFFD.
-void append(Data& output, std::string_view text);
 
 inline void append(Data& output, std::same_as<bool> auto value) {
     output += value ? "true" : "false";

@@ -1,128 +1,169 @@
-#include <nlohmann/json.hpp>
-
 #include <algorithm>
-#include <variant>
 
+#include "kivo/platform/base/CharacterSet.h"
 #include "kivo/platform/json/DecodingError.h"
-#include "kivo/platform/json/JSONMalformedText.h"
+#include "kivo/platform/json/JSONText.h"
 #include "kivo/platform/json/JSONValue.h"
 
 namespace kivo::platform::JSON {
 
 namespace {
 
-/// Takes the parser's events and keeps what the shape asks for. Needs no stack for nested values,
-/// and no memory for what nobody reads.
-class ShapeReader final : public nlohmann::json_sax<nlohmann::json> {
-public:
-    /// `isMarked` says that a text with a mark in it is malformed, and must not be read.
-    ShapeReader(Value& root, Shape shape, bool isMarked)
-        : next_(&root), nextShape_(shape), isMarked_(isMarked) {}
-
-    const std::string& complaint() const { return complaint_; }
-
-    bool null() override { return put(Value::Kind::null); }
-    bool number_integer(number_integer_t) override { return put(Value::Kind::number); }
-    bool number_unsigned(number_unsigned_t) override { return put(Value::Kind::number); }
-    bool number_float(number_float_t, const string_t&) override { return put(Value::Kind::number); }
-    bool binary(binary_t&) override { return false; }
-
-    bool boolean(bool value) override {
-        if (next_ != nullptr) next_->boolean = value;
-        return put(Value::Kind::boolean);
-    }
-
-    bool string(string_t& text) override {
-        if (next_ != nullptr) {
-            if (isMarked_ && text.find(malformedMark) != string_t::npos) return false;
-            next_->text = std::move(text);
-        }
-        return put(Value::Kind::text);
-    }
-
-    bool start_object(std::size_t) override { return open(Value::Kind::object); }
-    bool end_object() override { return close(); }
-    bool start_array(std::size_t) override { return open(Value::Kind::array); }
-    bool end_array() override { return close(); }
-
-    /// Makes room for the value of a key that is asked for and has not come before.
-    bool key(string_t& key) override {
-        const Level& level = open_.back();
-        const auto slot = std::ranges::find(level.shape, std::string_view(key), &Slot::key);
-        if (slot == level.shape.end() || level.object->find(slot->key) != nullptr) return true;
-        next_ = &level.object->members.emplace_back(slot->key).value;
-        nextShape_ = slot->inner;
-        return true;
-    }
-
-    bool parse_error(std::size_t position, const std::string&,
-                     const nlohmann::detail::exception&) override {
-        complaint_ = "not valid JSON at byte " + std::to_string(position);
-        return false;
-    }
-
-private:
-    struct Level {
-        Value* object;
-        Shape shape;  // Empty in what is skipped.
-    };
-
-    bool put(Value::Kind kind) {
-        if (next_ != nullptr) next_->kind = kind;
-        next_ = nullptr;
-        return true;
-    }
-
-    bool open(Value::Kind kind) {
-        if (open_.size() == maximumDepth) {
-            complaint_ = "nested too deep";
-            return false;
-        }
-        const bool isRead = next_ != nullptr && kind == Value::Kind::object;
-        open_.push_back({next_, isRead ? nextShape_ : Shape()});
-        if (isRead) next_->members.reserve(nextShape_.size());
-        return put(kind);
-    }
-
-    bool close() {
-        open_.pop_back();
-        return true;
-    }
-
-    Value* next_;  // Where the next value goes; null when it is not kept.
-    Shape nextShape_;
-    const bool isMarked_;
-    std::vector<Level> open_;
-    std::string complaint_;
-};
+constexpr std::string_view byteOrderMark = "\xEF\xBB\xBF";
+constexpr CharacterSet whiteSpace(" \t\r\n");
+constexpr CharacterSet startsNumber = decimalDigits | CharacterSet("-");
+constexpr CharacterSet continuesNumber = startsNumber | CharacterSet("+.eE");
 
 [[noreturn]] void refuse(const std::string& reason) {
     throw DecodingError(DecodingError::Kind::dataCorrupted, "", reason);
 }
 
-/// What `data` holds, or why it cannot be read.
-std::variant<Value, std::string> attempt(const Data& data, Shape shape, bool isMarked) {
-    // The parser would take it for the end.
-    if (data.find('\0') != Data::npos) return "it holds a NUL byte";
-    Value root;
-    ShapeReader reader(root, shape, isMarked);
-    if (nlohmann::json::sax_parse(data, &reader)) return root;
-    return reader.complaint();
-}
+/// Goes through a body once, from front to back, and keeps what the shape asks for. Needs no stack
+/// for nested values, and no memory for what nobody reads.
+class Parser {
+public:
+    explicit Parser(std::string_view json)
+        : json_(json),
+          rest_(json.substr(json.starts_with(byteOrderMark) ? byteOrderMark.size() : 0)) {}
+
+    Value parse(Shape shape) {
+        Value root;
+        takeValue(root, shape);
+        while (!open_.empty()) takeNext();
+        skipWhiteSpace();
+        if (!rest_.empty()) refuseNext();
+        return root;
+    }
+
+private:
+    /// An array or object that has not ended yet. The shape of what is skipped is empty.
+    struct Level {
+        char end;
+        Value& value;
+        Shape shape;
+    };
+
+    /// The next piece of the innermost level: its end, a comma, or an item.
+    void takeNext() {
+        const Level level = open_.back();
+        if (take(level.end)) {
+            open_.pop_back();
+            isCommaDue_ = true;
+        } else if (isCommaDue_) {
+            require(',');
+            isCommaDue_ = false;
+        } else if (level.end == '}') {
+            takeMember(level);
+        } else {
+            takeValue(skipped_, {});
+        }
+    }
+
+    void takeMember(const Level& object) {
+        require('"');
+        const auto key = takeText();
+        require(':');
+        if (const Slot* slot = freeSlot(object, key)) {
+            takeValue(object.value.members.emplace_back(slot->key).value, slot->inner);
+        } else {
+            takeValue(skipped_, {});
+        }
+    }
+
+    /// What the shape says of `key`, if that is asked for and has not come before.
+    static const Slot* freeSlot(const Level& object, std::string_view key) {
+        if (object.shape.empty()) return nullptr;
+        const auto name = unescaped(key);
+        const auto isNamed = [&](const Slot& slot) { return slot.key == name; };
+        const auto slot = std::ranges::find_if(object.shape, isNamed);
+        if (slot == object.shape.end() || object.value.find(slot->key) != nullptr) return nullptr;
+        return &*slot;
+    }
+
+    /// All of a value, but only the beginning of an array or object.
+    void takeValue(Value& value, Shape shape) {
+        if (take('{')) {
+            value.kind = Value::Kind::object;
+            open({'}', value, shape});
+        } else if (take('[')) {
+            value.kind = Value::Kind::array;
+            open({']', value, {}});
+        } else {
+            value.kind = takeScalar(value);
+            isCommaDue_ = true;
+        }
+    }
+
+    void open(const Level& level) {
+        if (open_.size() == maximumDepth) refuse("nested too deep");
+        open_.push_back(level);
+        isCommaDue_ = false;
+    }
+
+    Value::Kind takeScalar(Value& value) {
+        if (take('"')) {
+            value.text = takeText();
+            return Value::Kind::text;
+        }
+        value.boolean = rest_.starts_with('t');
+        if (takeWord("true") || takeWord("false")) return Value::Kind::boolean;
+        if (takeWord("null")) return Value::Kind::null;
+        takeNumber();
+        return Value::Kind::number;
+    }
+
+    void takeNumber() {
+        if (startsNumber.prefixLength(rest_.substr(0, 1)) == 0) refuseNext();
+        rest_.remove_prefix(continuesNumber.prefixLength(rest_));
+    }
+
+    /// The rest of a text, without its closing quote.
+    std::string_view takeText() {
+        std::size_t end = 0;
+        while (end < rest_.size() && rest_[end] != '"') end += rest_[end] == '\\' ? 2 : 1;
+        const auto text = rest_.substr(0, end);
+        rest_.remove_prefix(text.size());
+        require('"');
+        return text;
+    }
+
+    bool takeWord(std::string_view word) {
+        const bool isNext = rest_.starts_with(word);
+        if (isNext) rest_.remove_prefix(word.size());
+        return isNext;
+    }
+
+    void require(char token) {
+        if (!take(token)) refuseNext();
+    }
+
+    /// Passes over white space, and over `token` if it is next.
+    bool take(char token) {
+        skipWhiteSpace();
+        const bool isNext = rest_.starts_with(token);
+        if (isNext) rest_.remove_prefix(1);
+        return isNext;
+    }
+
+    void skipWhiteSpace() { rest_.remove_prefix(whiteSpace.prefixLength(rest_)); }
+
+    [[noreturn]] void refuseNext() const {
+        const auto position = json_.size() - rest_.size() + 1;
+        refuse("not valid JSON at byte " + std::to_string(position));
+    }
+
+    const std::string_view json_;
+    std::string_view rest_;
+    std::vector<Level> open_;
+    Value skipped_;
+    bool isCommaDue_ = false;
+};
 
 }  // namespace
 
-/// A reply fails only for a malformed text that is read, so one that holds such gets a second try.
-Value parse(const Data& data, Shape shape) {
-    if (data.empty()) refuse("there is no data");
-    auto result = attempt(data, shape, false);
-    if (auto* value = std::get_if<Value>(&result)) return std::move(*value);
-    const Data marked = withMalformedTextMarked(data);
-    if (marked != data) {
-        auto second = attempt(marked, shape, true);
-        if (auto* value = std::get_if<Value>(&second)) return std::move(*value);
-    }
-    refuse(std::get<std::string>(result));
+Value parse(std::string_view json, Shape shape) {
+    if (json.empty()) refuse("there is no data");
+    return Parser(json).parse(shape);
 }
 
 }  // namespace kivo::platform::JSON

@@ -1,11 +1,8 @@
 #pragma once
 
 #include <span>
-#include <string>
 #include <string_view>
 #include <vector>
-
-#include "kivo/platform/base/Data.h"
 
 namespace kivo::platform::JSON {
 
@@ -20,17 +17,18 @@ struct Slot {
     Shape inner;
 };
 
-/// One parsed value, reduced to what a record can read of it.
+/// One parsed value, reduced to what a record can read of it. Refers to the body that it was parsed
+/// from.
 struct Value {
     enum class Kind { null, boolean, number, text, array, object };
     struct Member;
 
     Kind kind = Kind::null;
     bool boolean = false;
-    std::string text;
+    std::string_view text;        ///< What stands between the quotes.
     std::vector<Member> members;  ///< Those of the shape that are present, each once.
 
-    Value* find(std::string_view key);
+    const Value* find(std::string_view key) const;
 };
 
 struct Value::Member {
@@ -40,8 +38,9 @@ struct Value::Member {
 
 inline constexpr std::size_t maximumDepth = 512;
 
-/// Parses a whole body. Throws DecodingError (dataCorrupted) unless it is one well-formed JSON
-/// value, nested at most `maximumDepth` deep; a UTF-8 byte order mark in front is skipped.
-Value parse(const Data& data, Shape shape);
+/// Parses a whole body. Throws DecodingError (dataCorrupted) unless it is one JSON value, nested at
+/// most `maximumDepth` deep. A UTF-8 byte order mark in front is skipped, a comma behind the last
+/// item of an array or object too; texts and numbers are delimited, not examined.
+Value parse(std::string_view json, Shape shape);
 
 }  // namespace kivo::platform::JSON
