@@ -30,7 +30,7 @@ std::string queryValue(const Request& request, std::string_view name) {
 
 json bodyOf(const Request& request) {
     auto body = json::parse(request.body.empty() ? "{}" : request.body, nullptr, false);
-    if (!body.is_object()) throw std::invalid_argument("the body is no JSON object");
+    if (!body.is_object()) throw std::invalid_argument("the body is not a JSON object");
     return body;
 }
 
@@ -67,7 +67,7 @@ json clearFaults(Desk& desk, const Request& request) {
 json expire(Desk& desk, const Request& request) {
     const auto kind = bodyOf(request).value("kind", "");
     if (kind != "user" && kind != "merchant" && kind != "all")
-        throw std::invalid_argument("\"" + kind + "\" cannot expire; say user, merchant or all");
+        throw std::invalid_argument("the kind must be user, merchant or all, not \"" + kind + "\"");
     std::optional<TokenKind> meant;
     if (kind != "all") meant = kind == "user" ? TokenKind::user : TokenKind::merchant;
     desk.service().expire(meant);
@@ -88,39 +88,39 @@ std::string lineOf(const Entry& entry, const Desk& desk) {
     return requestLine(entry, desk.showsSecrets());
 }
 
-/// The line of the request that meets it, or else of the newest one to its endpoint.
-json expectation(Desk& desk, const Request& request) {
+/// The line of the first matching request, or else of the newest one to its endpoint.
+json checkExpectation(Desk& desk, const Request& request) {
     const auto words = bodyOf(request).value("words", std::vector<std::string>());
-    const auto hope = parseExpectation(words);
+    const auto expected = parseExpectation(words);
     const auto entries = desk.journal().after();
     const Entry* newest = nullptr;
     for (const auto& entry : entries) {
-        if (meets(entry, hope)) return {{"met", true}, {"line", lineOf(entry, desk)}};
-        if (isForEndpoint(entry, hope)) newest = &entry;
+        if (meets(entry, expected)) return {{"met", true}, {"line", lineOf(entry, desk)}};
+        if (isForEndpoint(entry, expected)) newest = &entry;
     }
     return {{"met", false}, {"line", newest ? lineOf(*newest, desk) : ""}};
 }
 
-struct Operation {
+struct Route {
     std::string_view method;
     std::string_view path;
-    json (*perform)(Desk&, const Request&);
+    json (*handler)(Desk&, const Request&);
 };
 
-constexpr std::array operations{
-    Operation{"GET", "/state", state},
-    Operation{"GET", "/requests", requests},
-    Operation{"GET", "/faults", faults},
-    Operation{"POST", "/faults", addFault},
-    Operation{"DELETE", "/faults", clearFaults},
-    Operation{"POST", "/expire", expire},
-    Operation{"POST", "/reset", reset},
-    Operation{"POST", "/images", addImage},
-    Operation{"POST", "/expectations", expectation},
+constexpr std::array routes{
+    Route{"GET", "/state", state},
+    Route{"GET", "/requests", requests},
+    Route{"GET", "/faults", faults},
+    Route{"POST", "/faults", addFault},
+    Route{"DELETE", "/faults", clearFaults},
+    Route{"POST", "/expire", expire},
+    Route{"POST", "/reset", reset},
+    Route{"POST", "/images", addImage},
+    Route{"POST", "/expectations", checkExpectation},
 };
 
-/// A page from elsewhere can make a browser send requests here, under a name of its own that leads
-/// to loopback or with its own origin; both show in the headers.
+/// A page of another site can make a browser send requests here, through a name of its own that
+/// resolves to loopback or with its own origin; both show in the headers.
 bool comesFromHere(const Request& request) {
     const auto hosts = request.values("Host");
     if (hosts.size() != 1) return false;
@@ -130,9 +130,9 @@ bool comesFromHere(const Request& request) {
     return origins.empty() || (origins.size() == 1 && origins.front() == "http://" + hosts.front());
 }
 
-Reply perform(const Operation& operation, Desk& desk, const Request& request) {
+Reply handle(const Route& route, Desk& desk, const Request& request) {
     try {
-        const auto answer = operation.perform(desk, request);
+        const auto answer = route.handler(desk, request);
         return Reply::json(200, answer.dump(-1, ' ', false, json::error_handler_t::replace));
     } catch (const std::invalid_argument& error) {
         return refusal(400, error.what());
@@ -143,13 +143,14 @@ Reply perform(const Operation& operation, Desk& desk, const Request& request) {
 
 Reply answer(Desk& desk, const Request& request) {
     if (!comesFromHere(request))
-        return refusal(403, "only programs on this machine may ask, and no other site's pages");
-    for (const auto& operation : operations) {
-        if (operation.path == request.path() && operation.method == request.method)
-            return perform(operation, desk, request);
+        return refusal(
+            403, "only programs on this machine may use this port, and no pages of other sites");
+    for (const auto& route : routes) {
+        if (route.path == request.path() && route.method == request.method)
+            return handle(route, desk, request);
     }
     return refusal(
-        404, "the backend cannot do that: " + request.method + " " + std::string(request.path()));
+        404, "there is no admin request " + request.method + " " + std::string(request.path()));
 }
 
 }  // namespace

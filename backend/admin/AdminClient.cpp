@@ -24,18 +24,18 @@ using boost::system::error_code;
 
 namespace {
 
-constexpr std::chrono::seconds patience(10);
-constexpr std::size_t longestAnswer = 64 * 1024 * 1024;
+constexpr std::chrono::seconds timeout(10);
+constexpr std::size_t replyLimit = 64 * 1024 * 1024;
 
 using Request = http::request<http::string_body>;
 using Parser = http::response_parser<http::string_body>;
 
-/// One request and its answer, with a time limit on the whole.
+/// One request and its reply, with one time limit for both.
 class Call {
 public:
     Call(std::uint16_t port, Request request) : request_(std::move(request)) {
-        parser_.body_limit(longestAnswer);
-        stream_.expires_after(patience);
+        parser_.body_limit(replyLimit);
+        stream_.expires_after(timeout);
         stream_.async_connect({asio::ip::address_v4::loopback(), port},
                               [this](const error_code& error) { connected(error); });
         context_.run();
@@ -79,11 +79,10 @@ Request requestFor(const std::string& method, const std::string& target, const s
     return request;
 }
 
-[[noreturn]] void complain(std::uint16_t port, const std::string& what) {
-    throw std::runtime_error("no kivo-dev answers at admin port " + std::to_string(port) + " (" +
-                             what +
-                             "); start one with: kivo-dev serve, or name the port that it "
-                             "printed with --admin-port N");
+[[noreturn]] void throwUnreachable(std::uint16_t port, const std::string& what) {
+    throw std::runtime_error(
+        "no kivo-dev is running at admin port " + std::to_string(port) + " (" + what +
+        "); start one with: kivo-dev serve, or set the port that it printed with --admin-port N");
 }
 
 }  // namespace
@@ -91,10 +90,10 @@ Request requestFor(const std::string& method, const std::string& target, const s
 std::string AdminClient::ask(const std::string& method, const std::string& target,
                              const std::string& body) const {
     const Call call(port_, requestFor(method, target, body));
-    if (call.error()) complain(port_, call.error().message());
+    if (call.error()) throwUnreachable(port_, call.error().message());
     const auto& answer = call.response();
     if (answer[http::field::server] != adminServerName)
-        complain(port_, "something else listens there");
+        throwUnreachable(port_, "another program listens there");
     if (answer.result() == http::status::ok) return answer.body();
     throw std::runtime_error(nlohmann::json::parse(answer.body()).value("message", ""));
 }

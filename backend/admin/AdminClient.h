@@ -5,13 +5,13 @@
 
 namespace kivo::backend {
 
-/// Speaks to a running backend through its admin port.
+/// Talks to a running backend through its admin port.
 class AdminClient {
 public:
     explicit AdminClient(std::uint16_t port) : port_(port) {}
 
-    /// The JSON text that the backend answers with. Throws std::runtime_error, with a text for the
-    /// person at the keyboard, when none is running there or when it refuses.
+    /// The JSON text of the backend's reply. Throws std::runtime_error, with a message for the
+    /// user, if no backend is running there or if it refuses the request.
     std::string get(const std::string& target) const { return ask("GET", target, ""); }
     std::string post(const std::string& target, const std::string& body) const {
         return ask("POST", target, body);

@@ -62,7 +62,7 @@ std::string totalsSection(const json& totals) {
 
 std::string imageIn(const std::string& file) {
     const std::string advice =
-        "; name a picture of at most 1 MiB, as in: kivo-dev push --image-file a.png";
+        "; give an image of at most 1 MiB, as in: kivo-dev push --image-file a.png";
     std::error_code error;
     const auto size = std::filesystem::file_size(file, error);
     if (error) throw std::runtime_error("cannot read " + file + ": " + error.message() + advice);
@@ -71,7 +71,7 @@ std::string imageIn(const std::string& file) {
     return contentOf(file);
 }
 
-/// A name for the address of a request: only its ending counts, and that if it is a plain one.
+/// The file name for the request's URL: only a plain extension is kept.
 std::string safeName(const std::string& file) {
     auto ending = std::filesystem::path(file).extension().string();
     boost::algorithm::to_lower(ending, std::locale::classic());
@@ -81,10 +81,10 @@ std::string safeName(const std::string& file) {
 
 std::string lossLine(std::uint64_t missing) {
     return "kivo-dev: " + std::to_string(missing) +
-           " more came, too fast to be shown; only the newest are kept\n";
+           " requests were dropped before they could be shown; only the newest are kept\n";
 }
 
-/// The number of the newest request that was shown.
+/// Returns the number of the newest request shown.
 std::uint64_t showRequestsAfter(const AdminClient& backend, std::uint64_t number, bool asJson) {
     const auto answer = json::parse(backend.get("/requests?after=" + std::to_string(number)));
     for (const auto& request : answer.at("requests")) {
@@ -103,14 +103,15 @@ void followRequests(const AdminClient& backend, std::uint64_t number, bool asJso
             number = showRequestsAfter(backend, number, asJson);
         }
     } catch (const std::runtime_error& error) {
-        printError(std::string("kivo-dev: no more requests: ") + error.what() + "\n");
+        printError(std::string("kivo-dev: stopped following: ") + error.what() + "\n");
     }
 }
 
-int disappointed(const json& answer, std::chrono::milliseconds within) {
+int reportUnmet(const json& answer, std::chrono::milliseconds within) {
     const auto newest = answer.at("line").get<std::string>();
-    printError("kivo-dev: no such request came within " + std::to_string(within.count()) + " ms; " +
-               (newest.empty() ? "none came to that endpoint at all\n"
+    printError("kivo-dev: no matching request arrived within " + std::to_string(within.count()) +
+               " ms; " +
+               (newest.empty() ? "there was none to that endpoint\n"
                                : "the last one to that endpoint was\n  " + newest));
     return EXIT_FAILURE;
 }
@@ -131,7 +132,7 @@ void clearFaults(const AdminClient& backend, const std::string& rule) {
     const auto body = rule.empty() ? json::object() : json{{"rule", rule}};
     const auto cleared = json::parse(backend.remove("/faults", body.dump())).at("cleared");
     if (cleared == 0 && !rule.empty())
-        throw std::runtime_error("no fault is written " + rule + "; see: kivo-dev fault list");
+        throw std::runtime_error("there is no fault " + rule + "; see: kivo-dev fault list");
     print("cleared " + counted(cleared, "fault") + "\n");
 }
 
@@ -170,7 +171,7 @@ void push(const AdminClient& backend, const std::string& imageFile) {
 
 int expect(const AdminClient& backend, const std::vector<std::string>& words,
            std::chrono::milliseconds within) {
-    parseExpectation(words);  // A mistake is told even if no backend runs.
+    parseExpectation(words);  // Reports a mistake even if no backend is running.
     const auto body = json{{"words", words}}.dump();
     const auto end = std::chrono::steady_clock::now() + within;
     for (;;) {
@@ -179,7 +180,7 @@ int expect(const AdminClient& backend, const std::vector<std::string>& words,
             print(answer.at("line"));
             return EXIT_SUCCESS;
         }
-        if (std::chrono::steady_clock::now() >= end) return disappointed(answer, within);
+        if (std::chrono::steady_clock::now() >= end) return reportUnmet(answer, within);
         std::this_thread::sleep_for(pollingPause);
     }
 }

@@ -6,13 +6,14 @@
 
 #include "backend/admin/AdminClient.h"
 
-/// What the commands print, and the exit status of the one that can fail without a mistake. Each
-/// throws std::runtime_error with a text for the person at the keyboard.
+/// What the commands do. They print to standard output, and throw std::runtime_error with a message
+/// for the user on failure. expect() returns an exit status, since an unmet expectation is not an
+/// error.
 namespace kivo::backend::command {
 
 void listFaults(const AdminClient& backend);
 void addFault(const AdminClient& backend, const std::string& rule);
-/// All of them without a rule.
+/// Clears all faults if the rule is empty.
 void clearFaults(const AdminClient& backend, const std::string& rule);
 void expire(const AdminClient& backend, const std::string& kind);
 void reset(const AdminClient& backend);
@@ -22,13 +23,13 @@ struct RequestsOptions {
     bool follow = false;
     bool json = false;
 };
-/// Following ends with the backend.
+/// Following stops when the backend does.
 void showRequests(const AdminClient& backend, const RequestsOptions& options);
 
-/// Prints a notification's payload whose image the backend serves.
+/// Prints the payload of a notification whose image the backend serves.
 void push(const AdminClient& backend, const std::string& imageFile);
 
-/// Waits for a request of that kind, those included that came before.
+/// Waits for a matching request; earlier requests count too.
 int expect(const AdminClient& backend, const std::vector<std::string>& words,
            std::chrono::milliseconds within);
 

@@ -4,13 +4,13 @@
 
 namespace kivo::backend {
 
-/// Where a running backend listens for the other commands, unless told otherwise.
-inline constexpr std::uint16_t usualAdminPort = 8444;
+/// The default port for admin requests.
+inline constexpr std::uint16_t defaultAdminPort = 8444;
 
-/// The environment variable that tells them otherwise.
+/// The environment variable that overrides it.
 inline constexpr const char* adminPortVariable = "KIVO_DEV_ADMIN_PORT";
 
-/// What the Server header of its answers says.
+/// The value of the Server header in admin replies.
 inline constexpr const char* adminServerName = "kivo-dev";
 
 }  // namespace kivo::backend

@@ -15,7 +15,7 @@ constexpr std::size_t connectionLimit = 64;
 ServerOptions serverOptions(Desk& desk, std::uint16_t port) {
     return {.port = port,
             .handler = [&desk](const Request& request) { return adminReply(desk, request); },
-            .passage = [](const std::string&) { return Passage::refused; },
+            .tunnelPolicy = [](const std::string&) { return TunnelPolicy::refuse; },
             .limits = {.bodyBytes = Images::largest, .connections = connectionLimit}};
 }
 

@@ -24,20 +24,20 @@ std::vector<std::string> wordsIn(const std::string& text) {
 
 std::string requireEndpoint(const std::string& name) {
     if (endpointNamed(name) || imageAt("/" + name)) return name;
-    throw std::invalid_argument("\"" + name + "\" is no endpoint; there are " + endpointNames() +
-                                "img/NAME");
+    throw std::invalid_argument("\"" + name + "\" is not an endpoint; choose one of " +
+                                endpointNames() + "img/NAME");
 }
 
 int statusIn(const std::string& text) {
     const auto status = parseNumber<int>(text).value_or(0);
     if (status >= 100) return status;
-    throw std::invalid_argument("\"" + text + "\" is no status; write it like status=401");
+    throw std::invalid_argument("\"" + text + "\" is not a status; write it like status=401");
 }
 
 void addCondition(Expectation& expectation, const std::string& word) {
     const auto equals = word.find('=');
     if (equals == 0 || equals == word.npos)
-        throw std::invalid_argument("\"" + word + "\" is no KEY=VALUE; write it like: " + example);
+        throw std::invalid_argument("\"" + word + "\" is not KEY=VALUE; write it like: " + example);
     const auto key = word.substr(0, equals);
     const auto value = word.substr(equals + 1);
     if (key == "status") {
@@ -56,7 +56,8 @@ bool holds(const nlohmann::json& body, const std::string& key, const std::string
 Expectation parseExpectation(std::vector<std::string> words) {
     if (words.size() == 1) words = wordsIn(words.front());
     if (words.empty())
-        throw std::invalid_argument(std::string("nothing is expected; write it like: ") + example);
+        throw std::invalid_argument(std::string("the endpoint is missing; write it like: ") +
+                                    example);
     Expectation expectation{.endpoint = requireEndpoint(words.front())};
     for (std::size_t index = 1; index < words.size(); ++index)
         addCondition(expectation, words[index]);

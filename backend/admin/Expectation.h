@@ -10,22 +10,22 @@
 
 namespace kivo::backend {
 
-/// A request that is hoped for, as in: user/update-device-token deviceToken=X status=200
+/// A request to wait for, as in: user/update-device-token deviceToken=X status=200
 struct Expectation {
     std::string endpoint;
-    /// Texts of the request's JSON body.
+    /// String members of the request's JSON body.
     std::map<std::string, std::string> fields = {};
-    /// Of the reply; absent, any will do.
+    /// The reply's status; absent: any status.
     std::optional<int> status = {};
 };
 
-/// Reads the endpoint and its conditions. A single word is taken apart at its spaces; of several,
-/// each is one condition. Throws std::invalid_argument with a text that says what to write.
+/// Parses an endpoint and its conditions. A single word is split at spaces; of several words, each
+/// is one condition. Throws std::invalid_argument with a message that shows the syntax.
 Expectation parseExpectation(std::vector<std::string> words);
 
 bool meets(const Entry& entry, const Expectation& expectation);
 
-/// Whether the request was at least for that endpoint.
+/// Whether the request was for the expected endpoint, whatever its conditions.
 bool isForEndpoint(const Entry& entry, const Expectation& expectation);
 
 }  // namespace kivo::backend

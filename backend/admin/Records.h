@@ -12,8 +12,8 @@
 
 namespace kivo::backend {
 
-/// What the backend knows, as the JSON that commands and pages read. Secrets are shortened unless
-/// they are to be shown.
+/// The backend's state as JSON, for commands and pages. Secrets are shortened unless `showSecrets`
+/// is set.
 nlohmann::json recordOf(const Entry& entry, bool showSecrets);
 nlohmann::json recordOf(const Totals& totals);
 nlohmann::json recordsOf(const std::vector<Session>& sessions, bool showSecrets);

@@ -6,8 +6,8 @@
 
 namespace kivo::backend {
 
-/// Reads a whole number of ms, s, m or h, such as "80ms"; at most 10,000 hours. Nothing for any
-/// other text.
+/// Parses a whole number of ms, s, m or h, such as "80ms", up to 10,000 hours. Any other text gives
+/// std::nullopt.
 std::optional<std::chrono::milliseconds> parseDuration(std::string_view text);
 
 }  // namespace kivo::backend

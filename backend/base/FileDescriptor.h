@@ -6,13 +6,13 @@
 
 namespace kivo::backend {
 
-/// Throws the system's last error as std::system_error, saying which file it is about.
+/// Throws errno as std::system_error; the message names the file.
 [[noreturn]] void throwLastError(const std::filesystem::path& file);
 
-/// Owns an open file.
+/// Owns an open file descriptor.
 class FileDescriptor {
 public:
-    /// Takes what open(2) returned; throws std::system_error when that was a failure.
+    /// Takes the result of open(2); throws std::system_error if that failed.
     FileDescriptor(int number, std::filesystem::path file);
     ~FileDescriptor();
 
@@ -21,10 +21,10 @@ public:
 
     int number() const { return number_; }
 
-    /// Earlier than its end would.
+    /// Closes it before the destructor would.
     void close();
 
-    /// Writes the whole text or throws std::system_error.
+    /// Writes the whole text; throws std::system_error on failure.
     void write(std::string_view text) const;
 
 private:
@@ -32,7 +32,8 @@ private:
     std::filesystem::path file_;
 };
 
-/// The whole of a file. Throws std::system_error, saying which file, when it cannot be read.
+/// The whole content of a file. Throws std::system_error, which names the file, if it cannot be
+/// read.
 std::string contentOf(const std::filesystem::path& file);
 
 }  // namespace kivo::backend

@@ -25,7 +25,7 @@ std::optional<std::uint16_t> portIn(std::string_view digits) {
     return port == 0 ? std::nullopt : port;
 }
 
-/// Where the host ends: behind the bracket of an IPv6 address, or at the first colon.
+/// The end of the host: after the bracket of an IPv6 address, or at the first colon.
 std::size_t endOfHost(std::string_view text) {
     if (text.starts_with('[')) return std::min(text.find(']'), text.size() - 1) + 1;
     return std::min(text.find(':'), text.size());

@@ -6,7 +6,7 @@
 
 namespace kivo::backend {
 
-/// The number that the whole text is; nothing when it is more or less than one, or too big.
+/// Parses the whole text as a number; std::nullopt if it is not one or does not fit.
 template <typename Number>
 std::optional<Number> parseNumber(std::string_view text) {
     Number number{};

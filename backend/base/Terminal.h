@@ -4,10 +4,10 @@
 
 namespace kivo::backend {
 
-/// One write to the standard output; what different threads print never mixes.
+/// Writes to standard output in one piece, so that the output of different threads does not mix.
 void print(const std::string& text);
 
-/// The same to the standard error.
+/// The same for standard error.
 void printError(const std::string& text);
 
 }  // namespace kivo::backend

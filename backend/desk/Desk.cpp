@@ -11,22 +11,23 @@ namespace kivo::backend {
 
 namespace {
 
-constexpr std::chrono::milliseconds departureLimit(50);
+constexpr std::chrono::milliseconds disconnectLimit(50);
 
 std::uint64_t randomSeed() {
     std::random_device device;
     return std::uint64_t{device()} << 32 | device();
 }
 
-/// One for each source of chance: with one seed for two, what one draws would foretell the other.
+/// Each random generator gets its own seed: with a shared one, the draws of one would predict those
+/// of the other.
 std::uint64_t seedOf(const DeskOptions& options, std::uint64_t source) {
     return (options.seed ? *options.seed : randomSeed()) + source;
 }
 
-/// What goes to the client in place of the good reply.
-Reply misconduct(const Request& request, Reply good, const Fault& fault) {
+/// What the client gets in place of the good reply.
+Reply applyFault(const Request& request, Reply good, const Fault& fault) {
     const auto* kind = faultKindNamed(fault.kind);
-    auto reply = kind->misbehave(request, std::move(good), fault.argument);
+    auto reply = kind->apply(request, std::move(good), fault.argument);
     reply.fault = ruleOf(fault);
     return reply;
 }
@@ -48,20 +49,20 @@ Desk::~Desk() = default;
 
 void Desk::open() { server_ = startServer(serverOptions(), "--port"); }
 
-void Desk::settle() { server_->awaitDeparture(departureLimit); }
+void Desk::awaitDisconnects() { server_->awaitDisconnects(disconnectLimit); }
 
 void Desk::close() {
-    settle();
+    awaitDisconnects();
     server_->stop();
 }
 
 std::string Desk::baseUrl() const { return "https://localhost:" + std::to_string(port()) + "/"; }
 
-/// One that befalls connections would be missed by a client that keeps the ones it has.
+/// A fault that affects handshakes would miss a client that keeps its connections.
 void Desk::addFault(Fault fault) {
-    const bool hangUp = befallsConnections(fault);
+    const bool atHandshake = affectsConnections(fault);
     faults_.add(std::move(fault));
-    if (hangUp) server_->hangUp();
+    if (atHandshake) server_->closeIdleConnections();
 }
 
 void Desk::reset() {
@@ -76,23 +77,23 @@ ServerOptions Desk::serverOptions() {
     return {.port = options_.port,
             .identity = options_.identity,
             .handler = [this](const Request& request) { return answer(request); },
-            .greet = [this] { return greeting(); },
-            .passage = options_.passage,
-            .handshakeFailed = options_.handshakeFailed,
-            .finished = [this](Exchange exchange) { finished(std::move(exchange)); }};
+            .chooseHandshake = [this] { return handshakeAction(); },
+            .tunnelPolicy = options_.tunnelPolicy,
+            .onHandshakeFailed = options_.onHandshakeFailed,
+            .onExchange = [this](Exchange exchange) { finished(std::move(exchange)); }};
 }
 
-Greeting Desk::greeting() {
-    const auto greeting = faults_.drawGreeting();
-    if (greeting == Greeting::refusal && options_.handshakeFailed)
-        options_.handshakeFailed("refused on purpose, by a fault");
-    return greeting;
+HandshakeAction Desk::handshakeAction() {
+    const auto action = faults_.drawHandshakeAction();
+    if (action == HandshakeAction::refuse && options_.onHandshakeFailed)
+        options_.onHandshakeFailed("refused by a fault rule");
+    return action;
 }
 
 Reply Desk::answer(const Request& request) {
     auto reply = goodReply(request);
     if (const auto fault = faults_.draw(request))
-        reply = misconduct(request, std::move(reply), *fault);
+        reply = applyFault(request, std::move(reply), *fault);
     reply.delay += options_.latency.draw(chance_);
     return reply;
 }

@@ -24,37 +24,37 @@ struct DeskOptions {
     AuthRead authRead = AuthRead::last;
     Latency latency = {};
     std::vector<Fault> faults = {};
-    /// Makes ids, tokens and chances the same in every run.
+    /// Makes ids, tokens and random choices the same in every run.
     std::optional<std::uint64_t> seed = {};
     bool showSecrets = false;
     Identity identity = {};
-    std::function<Passage(const std::string&)> passage = {};
-    std::function<void(const std::string&)> handshakeFailed = {};
+    std::function<TunnelPolicy(const std::string&)> tunnelPolicy = {};
+    std::function<void(const std::string&)> onHandshakeFailed = {};
 };
 
-/// The whole development backend: the service with its faults, its latency and the contract check,
-/// behind a server, with a journal of what came. The parts may be used by any thread.
+/// The whole development backend: a server in front of the service, with faults, latency, the
+/// contract check, and a journal of all requests. Its parts may be used from any thread.
 class Desk {
 public:
-    /// Listens from open() on. The observer sees every entry of the journal.
+    /// Does not listen before open(). The observer is called for every journal entry.
     Desk(DeskOptions options, Journal::Observer observer);
     ~Desk();
 
     /// Throws std::runtime_error, with a message for the user, if the port cannot be bound.
     void open();
 
-    /// Lets clients that are leaving do so, a moment at most: until then requests of theirs may be
-    /// missing.
-    void settle();
+    /// Waits briefly for clients that are disconnecting: until they have, some of their requests
+    /// may not be in the journal.
+    void awaitDisconnects();
 
-    /// Settles and ends.
+    /// Waits as awaitDisconnects() does, then stops listening.
     void close();
 
     std::uint16_t port() const { return server_->port(); }
 
     void addFault(Fault fault);
 
-    /// Forgets sessions, tokens, faults, images, requests and totals.
+    /// Clears sessions, tokens, faults, images, requests and totals.
     void reset();
 
     Service& service() { return service_; }
@@ -69,7 +69,7 @@ public:
     std::string baseUrl() const;
 
 private:
-    Greeting greeting();
+    HandshakeAction handshakeAction();
     Reply answer(const Request& request);
     Reply goodReply(const Request& request);
     void finished(Exchange exchange);
@@ -81,7 +81,7 @@ private:
     Images images_;
     Journal journal_;
     Tally tally_;
-    std::mt19937_64 chance_;  // The server's thread alone draws from it.
+    std::mt19937_64 chance_;  // Used only on the server's thread.
     std::unique_ptr<Server> server_;
 };
 

@@ -14,9 +14,9 @@ namespace {
 
 using nlohmann::json;
 
-constexpr const char* reason = "a fault says so";
+constexpr const char* reason = "injected fault";
 
-/// The good answer with its JSON object changed.
+/// The good reply with its JSON object changed.
 template <typename Change>
 Reply changed(Reply good, const Change& change) {
     auto object = json::parse(good.body, nullptr, false);

@@ -5,13 +5,13 @@
 #include "backend/http/Reply.h"
 #include "backend/http/Request.h"
 
-/// Answers that arrive well and say something wrong. Each takes the good answer; one that is no
-/// JSON object stays as it is where the fault is about what the object holds.
+/// Replies that arrive intact but say something wrong. Each function takes the good reply; where a
+/// fault changes a JSON object, any other body is left as it is.
 namespace kivo::backend {
 
 Reply unauthorizedByFault(const Request&, Reply, std::string_view);
 
-/// "503", "503,json", "503,html", "503,empty" or "503,good", which keeps the good body.
+/// "503", "503,json", "503,html", "503,empty", or "503,good", which keeps the good body.
 bool isStatus(std::string_view argument);
 Reply statusByFault(const Request&, Reply good, std::string_view argument);
 

@@ -26,7 +26,8 @@ RedirectArgument readRedirect(std::string_view argument) {
             .target = comma == argument.npos ? "same" : argument.substr(comma + 1)};
 }
 
-/// Where the client is sent, from this path and the "host:port" that it asked.
+/// A redirect target; its location depends on the request's path and the "host:port" that was
+/// asked.
 struct Target {
     std::string_view name;
     std::string (*location)(const std::string& path, const std::string& authority);

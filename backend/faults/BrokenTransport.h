@@ -5,30 +5,30 @@
 #include "backend/http/Reply.h"
 #include "backend/http/Request.h"
 
-/// Good answers that arrive late, in part, without end or elsewhere.
+/// Good replies that arrive late, in part, without end, or from another address.
 namespace kivo::backend {
 
 bool isDuration(std::string_view argument);
 Reply delayedByFault(const Request&, Reply good, std::string_view argument);
 Reply dripping(const Request&, Reply good, std::string_view argument);
 
-template <Conduct conduct>
-Reply conducted(const Request&, Reply good, std::string_view) {
-    good.conduct = conduct;
+template <Delivery delivery>
+Reply deliveredAs(const Request&, Reply good, std::string_view) {
+    good.delivery = delivery;
     return good;
 }
 
-/// White space that never ends.
+/// Endless white space.
 Reply endlessBody(const Request&, Reply good, std::string_view);
 
-/// A mebibyte that unpacks to a gibibyte.
+/// 1 MiB that unpacks to 1 GiB.
 Reply compressedBomb(const Request&, Reply, std::string_view);
 
-/// "", "302", "302,host": a status, by default 307, and a target, by default "same".
+/// "", "302", "302,host": a status (default 307) and a target (default "same").
 bool isRedirect(std::string_view argument);
 Reply redirected(const Request& request, Reply good, std::string_view argument);
 
-/// Whether a redirect by such a fault has led the client here.
+/// Whether the client was sent here by such a redirect.
 bool wasRedirected(const Request& request);
 
 }  // namespace kivo::backend

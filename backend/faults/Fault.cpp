@@ -16,7 +16,7 @@ namespace {
     throw std::invalid_argument("\"" + std::string(part) + "\" " + advice);
 }
 
-/// Cuts the text up to the separator off its front.
+/// Removes the text up to the separator from the front.
 std::string_view next(std::string_view& rest, char separator) {
     const auto end = rest.find(separator);
     const auto part = rest.substr(0, end);
@@ -39,22 +39,20 @@ void applyLimit(Fault& fault, std::string_view part) {
     else if (name == "p" && probability > 0 && probability <= 1)
         fault.probability = probability;
     else
-        reject(part,
-               "says neither how often nor how likely; write times=2 or p=0.3, or leave it out for "
-               "always");
+        reject(part, "is not a limit; write times=2 or p=0.3, or leave it out");
 }
 
 void require(const Fault& fault, std::string_view rule) {
     if (!isEndpoint(fault.endpoint))
-        reject(fault.endpoint,
-               "is no endpoint; choose one of " + endpointNames() + "img, or * for every request");
+        reject(fault.endpoint, "is not an endpoint; choose one of " + endpointNames() +
+                                   "img, or * for every request");
     const auto* kind = faultKindNamed(fault.kind);
-    if (!kind) reject(fault.kind, "is no kind of fault; choose one of\n" + describeFaultKinds());
+    if (!kind) reject(fault.kind, "is not a kind of fault; choose one of\n" + describeFaultKinds());
     if (!kind->accepts(fault.argument))
-        reject(rule, "is not how this fault is written; write " + std::string(kind->form) + ": " +
+        reject(rule, "is not valid; write " + std::string(kind->form) + ": " +
                          std::string(kind->description));
-    if (!kind->misbehave && fault.endpoint != "*")
-        reject(rule, "breaks a connection before it has an endpoint; write *:" + fault.kind);
+    if (!kind->apply && fault.endpoint != "*")
+        reject(rule, "affects connections, which have no endpoint; write *:" + fault.kind);
 }
 
 std::string textOf(double number) {
@@ -68,7 +66,7 @@ std::string textOf(double number) {
 Fault parseFault(std::string_view rule) {
     if (rule.find(':') == rule.npos)
         reject(rule,
-               "is no fault; write ENDPOINT:KIND[=ARG][:times=N][:p=0.3], as in "
+               "is not a fault rule; write ENDPOINT:KIND[=ARG][:times=N][:p=0.3], as in "
                "user/unset:401:times=2");
     auto rest = rule;
     Fault fault{.endpoint = std::string(next(rest, ':')), .kind = {}};

@@ -4,30 +4,30 @@
 #include <string>
 #include <string_view>
 
-#include "backend/http/Greeting.h"
+#include "backend/http/HandshakeAction.h"
 #include "backend/http/Reply.h"
 #include "backend/http/Request.h"
 
 namespace kivo::backend {
 
-/// One way in which things go wrong on purpose.
+/// One kind of deliberate failure. It affects either requests or TLS handshakes.
 struct FaultKind {
-    using Misbehave = Reply (*)(const Request&, Reply good, std::string_view argument);
+    using Apply = Reply (*)(const Request&, Reply good, std::string_view argument);
 
     std::string_view name;
-    std::string_view form;  ///< How it is written, argument included.
+    std::string_view form;  ///< Its written form, with argument.
     std::string_view description;
     bool (*accepts)(std::string_view argument);
-    Misbehave misbehave = nullptr;         ///< Of a fault that befalls a request.
-    Greeting greeting = Greeting::proper;  ///< Of a fault that befalls a connection.
+    Apply apply = nullptr;                                 ///< For a fault that affects requests.
+    HandshakeAction handshake = HandshakeAction::proceed;  ///< For a fault that affects handshakes.
 };
 
 std::span<const FaultKind> faultKinds();
 
-/// nullptr when there is none of that name.
+/// nullptr if there is no such kind.
 const FaultKind* faultKindNamed(std::string_view name);
 
-/// Every kind with its description, a line each, for people to read.
+/// All kinds with their descriptions, one per line, for help texts.
 std::string describeFaultKinds();
 
 }  // namespace kivo::backend

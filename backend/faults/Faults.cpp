@@ -12,7 +12,7 @@ namespace kivo::backend {
 
 namespace {
 
-constexpr std::size_t mostFaults = 1000;
+constexpr std::size_t faultLimit = 1000;
 
 bool isUsedUp(const Faults::Active& active) {
     return active.fault.times && active.hits >= *active.fault.times;
@@ -26,30 +26,31 @@ std::string_view endpointOf(const Request& request) {
 
 }  // namespace
 
-bool befallsConnections(const Fault& fault) { return !faultKindNamed(fault.kind)->misbehave; }
+bool affectsConnections(const Fault& fault) { return !faultKindNamed(fault.kind)->apply; }
 
 void Faults::add(Fault fault) {
-    const std::lock_guard lock(mutex_);
-    if (active_.size() >= mostFaults)
-        throw std::invalid_argument("there are 1000 faults; remove some: kivo-dev fault clear");
+    const Lock lock(mutex_);
+    if (active_.size() >= faultLimit)
+        throw std::invalid_argument(
+            "there are already 1000 faults; remove some with: kivo-dev fault clear");
     active_.push_back({.fault = std::move(fault)});
 }
 
 std::size_t Faults::clear(const std::optional<std::string>& rule) {
     const auto meant = rule ? ruleOf(parseFault(*rule)) : "";
-    const std::lock_guard lock(mutex_);
+    const Lock lock(mutex_);
     return std::erase_if(
         active_, [&](const Active& active) { return !rule || ruleOf(active.fault) == meant; });
 }
 
 std::vector<Faults::Active> Faults::list() const {
-    const std::lock_guard lock(mutex_);
+    const Lock lock(mutex_);
     return active_;
 }
 
 template <typename Fits>
 std::optional<Fault> Faults::drawNewest(const Fits& fits) {
-    const std::lock_guard lock(mutex_);
+    const Lock lock(mutex_);
     std::uniform_real_distribution<> dice(0, 1);
     for (auto& active : std::views::reverse(active_)) {
         if (isUsedUp(active) || !fits(active.fault)) continue;
@@ -64,13 +65,13 @@ std::optional<Fault> Faults::draw(const Request& request) {
     if (wasRedirected(request)) return std::nullopt;
     const auto endpoint = endpointOf(request);
     return drawNewest([&](const Fault& fault) {
-        return !befallsConnections(fault) && (fault.endpoint == "*" || fault.endpoint == endpoint);
+        return !affectsConnections(fault) && (fault.endpoint == "*" || fault.endpoint == endpoint);
     });
 }
 
-Greeting Faults::drawGreeting() {
-    const auto fault = drawNewest(befallsConnections);
-    return fault ? faultKindNamed(fault->kind)->greeting : Greeting::proper;
+HandshakeAction Faults::drawHandshakeAction() {
+    const auto fault = drawNewest(affectsConnections);
+    return fault ? faultKindNamed(fault->kind)->handshake : HandshakeAction::proceed;
 }
 
 }  // namespace kivo::backend

@@ -1,24 +1,24 @@
 #pragma once
 
 #include <cstdint>
-#include <mutex>
 #include <optional>
 #include <random>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "backend/base/Mutex.h"
 #include "backend/faults/Fault.h"
-#include "backend/http/Greeting.h"
+#include "backend/http/HandshakeAction.h"
 #include "backend/http/Request.h"
 
 namespace kivo::backend {
 
-/// Whether it meets clients that begin TLS; all others befall requests.
-bool befallsConnections(const Fault& fault);
+/// Whether the fault affects TLS handshakes; all others affect requests.
+bool affectsConnections(const Fault& fault);
 
-/// The faults that are on, oldest first. The newest that fits and that chance allows is drawn. Any
-/// thread may call it.
+/// The active faults, oldest first. If several match, the newest applies that its probability lets
+/// through. May be called from any thread.
 class Faults {
 public:
     struct Active {
@@ -28,30 +28,30 @@ public:
 
     explicit Faults(std::uint64_t seed) : chance_(seed) {}
 
-    /// Throws std::invalid_argument when there are 1,000.
+    /// Throws std::invalid_argument if there are already 1,000.
     void add(Fault fault);
 
-    /// Removes the faults that the rule means, or all without one; says how many. Throws what
+    /// Removes the faults with that rule, or all if there is none; returns how many. Throws what
     /// parseFault throws.
     std::size_t clear(const std::optional<std::string>& rule = std::nullopt);
 
-    /// Those that have used up their times included.
+    /// Includes faults that have been used up.
     std::vector<Active> list() const;
 
-    /// The fault that befalls the request; uses up one of its times. Where a redirect by a fault
-    /// has led, no fault follows.
+    /// The fault for this request; counts as one of its times. A request that follows a redirect by
+    /// a fault is spared.
     std::optional<Fault> draw(const Request& request);
 
-    /// How the next client that begins TLS is met; uses up one of a fault's times.
-    Greeting drawGreeting();
+    /// How to treat the next TLS handshake; counts as one of the fault's times.
+    HandshakeAction drawHandshakeAction();
 
 private:
     template <typename Fits>
     std::optional<Fault> drawNewest(const Fits& fits);
 
-    mutable std::mutex mutex_;
-    std::vector<Active> active_;
-    std::mt19937_64 chance_;
+    mutable Mutex mutex_;
+    std::vector<Active> active_ KIVO_BACKEND_GUARDED_BY(mutex_);
+    std::mt19937_64 chance_ KIVO_BACKEND_GUARDED_BY(mutex_);
 };
 
 }  // namespace kivo::backend

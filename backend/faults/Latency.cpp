@@ -25,7 +25,7 @@ Latency Latency::parse(std::string_view text) {
     const auto around = parseSpread(spread);
     if (!middle || !around) {
         throw std::invalid_argument("\"" + std::string(text) +
-                                    "\" is no latency; write it like 80ms or 80ms+-30ms");
+                                    "\" is not a latency; write it like 80ms or 80ms+-30ms");
     }
     Latency latency;
     latency.middle_ = *middle;

@@ -6,14 +6,14 @@
 
 namespace kivo::backend {
 
-/// How long answers take on their way, drawn evenly from a middle and a spread around it.
+/// The time that replies are delayed: evenly distributed around a middle.
 class Latency {
 public:
-    /// None.
+    /// No delay.
     Latency() = default;
 
-    /// Reads "80ms" or "80ms+-30ms"; the spread's unit may be left out, it is milliseconds then.
-    /// Throws std::invalid_argument with a text that shows how it is written.
+    /// Parses "80ms" or "80ms+-30ms"; a spread without a unit is in milliseconds. Throws
+    /// std::invalid_argument with a message that shows the syntax.
     static Latency parse(std::string_view text);
 
     std::chrono::milliseconds draw(std::mt19937_64& generator) const;

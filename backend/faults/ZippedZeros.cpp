@@ -23,8 +23,7 @@ std::string deflated(const std::string& text) {
     zlib::deflate_stream stream;
     boost::system::error_code error;
     stream.write(step, zlib::Flush::finish, error);
-    if (error != zlib::error::end_of_stream)
-        throw std::runtime_error("zeros that cannot be packed");
+    if (error != zlib::error::end_of_stream) throw std::runtime_error("cannot compress zeros");
     packed.resize(packed.size() - step.avail_out);
     return packed;
 }

@@ -4,7 +4,7 @@
 
 namespace kivo::backend {
 
-/// One gzip member that unpacks to a mebibyte of zeros; several in a row are a gzip file as well.
+/// One gzip member that unpacks to 1 MiB of zeros. Several in a row are a valid gzip file too.
 std::string zippedZeros();
 
 }  // namespace kivo::backend

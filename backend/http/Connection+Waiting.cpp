@@ -1,4 +1,4 @@
-// How a connection waits, and how it ends.
+// How a connection waits and closes.
 
 #include <boost/asio/redirect_error.hpp>
 #include <boost/asio/steady_timer.hpp>
@@ -18,17 +18,17 @@ void Connection::release() {
     if (hanging_) stream_.socket().cancel();
 }
 
-void Connection::hangUp() {
+void Connection::closeIfIdle() {
     error_code ignored;
     if (idle_) stream_.socket().close(ignored);
 }
 
-asio::awaitable<void> Connection::holdBack(const Reply& reply) {
+asio::awaitable<void> Connection::waitBeforeSending(const Reply& reply) {
     if (reply.delay.count() > 0) co_await pause(reply.delay);
-    if (reply.conduct == Conduct::hang) co_await untilReleased();
+    if (reply.delivery == Delivery::hang) co_await waitForRelease();
 }
 
-/// Ends early, and the connection with it, when the client leaves.
+/// Ends early, and closes the connection, if the client leaves.
 asio::awaitable<void> Connection::pause(std::chrono::milliseconds duration) {
     const auto timer = std::make_shared<asio::steady_timer>(stream_.get_executor(), duration);
     auto& socket = stream_.socket();
@@ -41,15 +41,15 @@ asio::awaitable<void> Connection::pause(std::chrono::milliseconds duration) {
     departure ? socket.close(ignored) : socket.cancel(ignored);
 }
 
-/// Throws away what is not sent yet, and lets the peer know that something broke.
+/// Drops unsent data and resets the connection.
 void Connection::reset() {
     error_code ignored;
     stream_.socket().set_option(asio::socket_base::linger(true, 0), ignored);
     stream_.socket().close(ignored);
 }
 
-/// A client has nothing to say while it waits: when there is something to read, it is leaving.
-asio::awaitable<void> Connection::untilReleased() {
+/// A waiting client sends nothing, so anything to read means that it is leaving.
+asio::awaitable<void> Connection::waitForRelease() {
     error_code interruption;
     hanging_ = true;
     co_await stream_.socket().async_wait(asio::ip::tcp::socket::wait_read,
@@ -59,12 +59,12 @@ asio::awaitable<void> Connection::untilReleased() {
     if (!interruption) stream_.socket().close(ignored);
 }
 
-/// Reads on for a moment before closing: bytes that nobody read would destroy the answer on its way
-/// to the client.
+/// Keeps reading for a moment before closing: unread bytes would reset the connection and lose the
+/// reply on its way.
 asio::awaitable<void> Connection::drain() {
     error_code error;
     stream_.socket().shutdown(asio::ip::tcp::socket::shutdown_send, error);
-    stream_.expires_after(partingLimit);
+    stream_.expires_after(closeLimit);
     std::array<char, 16 * 1024> scrap{};
     const auto bytes = asio::buffer(scrap);
     while (!error) {
@@ -72,6 +72,6 @@ asio::awaitable<void> Connection::drain() {
     }
 }
 
-void Connection::limitSilence() { stream_.expires_after(premises_.options.limits.idle); }
+void Connection::restartIdleTimer() { stream_.expires_after(shared_.options.limits.idle); }
 
 }  // namespace kivo::backend

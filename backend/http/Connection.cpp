@@ -33,16 +33,16 @@ Reply replyOf(const Handler& handler, const Request& request) {
 }
 
 bool endsConnection(const Reply& reply) {
-    return reply.conduct == Conduct::cutBody || reply.conduct == Conduct::raw ||
+    return reply.delivery == Delivery::cutBody || reply.delivery == Delivery::raw ||
            reply.repetitions == Reply::endless;
 }
 
 }  // namespace
 
-Connection::Connection(asio::ip::tcp::socket socket, Premises& premises, std::uint64_t number)
+Connection::Connection(asio::ip::tcp::socket socket, ServerContext& shared, std::uint64_t number)
     : stream_(std::move(socket)),
-      buffer_(premises.options.limits.headerBytes + longestPiece),
-      premises_(premises),
+      buffer_(shared.options.limits.headerBytes + longestPiece),
+      shared_(shared),
       number_(number) {}
 
 asio::awaitable<void> Connection::serve() {
@@ -51,19 +51,20 @@ asio::awaitable<void> Connection::serve() {
     co_await drain();
 }
 
-/// TLS or plain requests: the first byte tells. Ends at a CONNECT, after which the client starts
-/// afresh.
+/// Serves TLS or plain requests, which the first byte tells apart. Returns at a CONNECT, after
+/// which the client may start TLS.
 asio::awaitable<Connection::Next> Connection::serveLayer() {
-    limitSilence();
+    restartIdleTimer();
     const bool tls = co_await beast::async_detect_ssl(stream_, buffer_, asio::use_awaitable);
-    if (tls) co_return co_await greet();
+    if (tls) co_return co_await startTls();
     co_return co_await serveRequests(stream_);
 }
 
-asio::awaitable<Connection::Next> Connection::greet() {
-    const auto greeting = premises_.options.greet ? premises_.options.greet() : Greeting::proper;
-    if (greeting == Greeting::refusal) co_return co_await refuseTls();
-    auto& context = greeting == Greeting::untrusted ? premises_.untrusted : premises_.tls;
+asio::awaitable<Connection::Next> Connection::startTls() {
+    const auto action = shared_.options.chooseHandshake ? shared_.options.chooseHandshake()
+                                                        : HandshakeAction::proceed;
+    if (action == HandshakeAction::refuse) co_return co_await refuseTls();
+    auto& context = action == HandshakeAction::presentUntrusted ? shared_.untrusted : shared_.tls;
     co_return co_await serveTls(context);
 }
 
@@ -86,7 +87,7 @@ asio::awaitable<Connection::Next> Connection::serveTls(asio::ssl::context& conte
     buffer_.consume(used);
     tls_ = true;
     const auto next = co_await serveRequests(secured);
-    stream_.expires_after(partingLimit);
+    stream_.expires_after(closeLimit);
     error_code ignored;
     co_await secured.async_shutdown(asio::redirect_error(asio::use_awaitable, ignored));
     co_return next;
@@ -101,8 +102,8 @@ asio::awaitable<Connection::Next> Connection::serveRequests(Stream& stream) {
 
 template <typename Stream>
 asio::awaitable<Connection::Next> Connection::serveRequest(Stream& stream) {
-    RequestParser parser(premises_.options.limits);
-    limitSilence();
+    RequestParser parser(shared_.options.limits);
+    restartIdleTimer();
     error_code error;
     idle_ = true;
     co_await http::async_read_header(stream, buffer_, parser,
@@ -127,29 +128,29 @@ asio::awaitable<Connection::Next> Connection::answer(Stream& stream, Request req
     request.connection = number_;
     Exchange exchange{.request = std::move(request)};
     const auto start = std::chrono::steady_clock::now();
-    exchange.reply = replyOf(premises_.options.handler, exchange.request);
+    exchange.reply = replyOf(shared_.options.handler, exchange.request);
     keepAlive = keepAlive && !endsConnection(exchange.reply);
     exchange.delivered = co_await deliver(stream, exchange, keepAlive);
     exchange.duration = std::chrono::steady_clock::now() - start;
     const bool goesOn = exchange.delivered && keepAlive;
-    if (premises_.options.finished) premises_.options.finished(std::move(exchange));
+    if (shared_.options.onExchange) shared_.options.onExchange(std::move(exchange));
     co_return goesOn ? Next::request : Next::close;
 }
 
-/// Whether the whole reply went out.
+/// Whether the whole reply was sent.
 template <typename Stream>
 asio::awaitable<bool> Connection::deliver(Stream& stream, Exchange& exchange, bool keepAlive) {
     const Reply& reply = exchange.reply;
-    co_await holdBack(reply);
-    if (reply.conduct == Conduct::resetBeforeReply) reset();
+    co_await waitBeforeSending(reply);
+    if (reply.delivery == Delivery::resetBeforeReply) reset();
     error_code ignored;
-    if (reply.conduct == Conduct::closeBeforeReply) stream_.socket().close(ignored);
+    if (reply.delivery == Delivery::closeBeforeReply) stream_.socket().close(ignored);
     if (!stream_.socket().is_open()) co_return false;
     const std::string text = wireText(reply, exchange.request, keepAlive);
     bool sent = co_await send(stream, text, reply);
     if (sent && hasBody(reply, exchange.request)) sent = co_await repeatBody(stream, reply);
-    if (isReset(reply.conduct)) reset();
-    co_return sent && !isReset(reply.conduct);
+    if (isReset(reply.delivery)) reset();
+    co_return sent && !isReset(reply.delivery);
 }
 
 template <typename Stream>
@@ -167,7 +168,7 @@ asio::awaitable<bool> Connection::send(Stream& stream, std::string_view text, co
     while (!error && !text.empty()) {
         if (dripping) co_await pause(reply.drip);
         const auto piece = asio::buffer(text.substr(0, dripping ? 1 : text.npos));
-        limitSilence();
+        restartIdleTimer();
         const auto count = co_await asio::async_write(
             stream, piece, asio::redirect_error(asio::use_awaitable, error));
         text.remove_prefix(count);
@@ -180,26 +181,26 @@ asio::awaitable<Connection::Next> Connection::refuse(Stream& stream, Request req
     Exchange exchange{.request = std::move(request)};
     exchange.reply.status = status;
     exchange.delivered = co_await deliver(stream, exchange, false);
-    if (premises_.options.finished) premises_.options.finished(std::move(exchange));
+    if (shared_.options.onExchange) shared_.options.onExchange(std::move(exchange));
     co_return Next::close;
 }
 
 void Connection::reportFailedHandshake(const error_code& error) const {
-    if (premises_.options.handshakeFailed) premises_.options.handshakeFailed(error.message());
+    if (shared_.options.onHandshakeFailed) shared_.options.onHandshakeFailed(error.message());
 }
 
 asio::awaitable<Connection::Next> Connection::openTunnel(std::string authority) {
     static constexpr std::string_view established = "HTTP/1.1 200 Connection established\r\n\r\n";
     static constexpr std::string_view forbidden =
         "HTTP/1.1 403 Forbidden\r\nContent-Length: 0\r\nConnection: close\r\n\r\n";
-    const auto passage =
-        premises_.options.passage ? premises_.options.passage(authority) : Passage::here;
-    if (passage == Passage::through) {
+    const auto tunnelPolicy = shared_.options.tunnelPolicy ? shared_.options.tunnelPolicy(authority)
+                                                           : TunnelPolicy::intercept;
+    if (tunnelPolicy == TunnelPolicy::forward) {
         co_await tunnel(stream_, buffer_, std::move(authority));
         co_return Next::close;
     }
     authority_ = std::move(authority);
-    const bool here = passage == Passage::here;
+    const bool here = tunnelPolicy == TunnelPolicy::intercept;
     const auto bytes = asio::buffer(here ? established : forbidden);
     co_await asio::async_write(stream_, bytes, asio::use_awaitable);
     co_return here ? Next::tunnel : Next::close;

@@ -14,32 +14,32 @@
 namespace kivo::backend {
 
 /// What all connections of one server share.
-struct Premises {
+struct ServerContext {
     ServerOptions options;
     boost::asio::ssl::context tls{boost::asio::ssl::context::tls_server};
     boost::asio::ssl::context untrusted{boost::asio::ssl::context::tls_server};
 };
 
-/// One client's connection, from its first byte to the last. Lives on the server's thread.
+/// One client's connection, from first byte to last. Used only on the server's thread.
 class Connection {
 public:
-    Connection(boost::asio::ip::tcp::socket socket, Premises& premises, std::uint64_t number);
+    Connection(boost::asio::ip::tcp::socket socket, ServerContext& shared, std::uint64_t number);
 
-    /// Ends when the connection has; throws what the peer or the network did to it.
+    /// Returns when the connection has closed; throws if the peer or the network broke it.
     boost::asio::awaitable<void> serve();
 
-    /// Lets a reply go that hangs.
+    /// Sends the reply if it is being held.
     void release();
 
-    /// Closes the connection if it waits for a request.
-    void hangUp();
+    /// Closes the connection if it is waiting for a request.
+    void closeIfIdle();
 
 private:
     enum class Next { request, tunnel, close };
-    static constexpr std::chrono::seconds partingLimit{1};
+    static constexpr std::chrono::seconds closeLimit{1};
 
     boost::asio::awaitable<Next> serveLayer();
-    boost::asio::awaitable<Next> greet();
+    boost::asio::awaitable<Next> startTls();
     boost::asio::awaitable<Next> serveTls(boost::asio::ssl::context& context);
     boost::asio::awaitable<Next> refuseTls();
     template <typename Stream>
@@ -58,16 +58,16 @@ private:
     boost::asio::awaitable<bool> send(Stream& stream, std::string_view text, const Reply& reply);
     template <typename Stream>
     boost::asio::awaitable<bool> repeatBody(Stream& stream, const Reply& reply);
-    boost::asio::awaitable<void> holdBack(const Reply& reply);
+    boost::asio::awaitable<void> waitBeforeSending(const Reply& reply);
     boost::asio::awaitable<void> pause(std::chrono::milliseconds duration);
     void reset();
-    boost::asio::awaitable<void> untilReleased();
+    boost::asio::awaitable<void> waitForRelease();
     boost::asio::awaitable<void> drain();
-    void limitSilence();
+    void restartIdleTimer();
 
     boost::beast::tcp_stream stream_;
-    boost::beast::flat_buffer buffer_;  // Bounded: a chunk's header, for one, may never end.
-    Premises& premises_;
+    boost::beast::flat_buffer buffer_;  // Bounded, since a chunk header may never end.
+    ServerContext& shared_;
     const std::uint64_t number_;
     std::string authority_;
     bool tls_ = false;

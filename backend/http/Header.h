@@ -6,16 +6,16 @@
 
 namespace kivo::backend {
 
-/// One header line of a request or a reply, spelled as it was sent.
+/// One header line of a request or reply, with its spelling kept.
 struct Header {
     std::string name;
     std::string value;
 
-    /// Header names do not distinguish letter case.
+    /// Compares without regard to case.
     bool isNamed(std::string_view other) const;
 };
 
-/// Every value of one name, in the order of arrival.
+/// All values of one header, in order of arrival.
 std::vector<std::string> valuesOf(const std::vector<Header>& headers, std::string_view name);
 
 }  // namespace kivo::backend

@@ -12,7 +12,7 @@ using boost::system::error_code;
 namespace {
 
 using Acceptors = std::vector<tcp::acceptor>;
-constexpr int attemptsAtAFreePort = 16;
+constexpr int freePortAttempts = 16;
 
 tcp::acceptor listenOn(asio::io_context& context, const tcp::endpoint& endpoint,
                        error_code& error) {
@@ -40,7 +40,7 @@ Acceptors listenOnBoth(asio::io_context& context, std::uint16_t port, error_code
 
 Acceptors listenOnLoopback(asio::io_context& context, std::uint16_t port) {
     error_code error;
-    for (int attempt = 0; attempt < attemptsAtAFreePort; ++attempt) {
+    for (int attempt = 0; attempt < freePortAttempts; ++attempt) {
         error.clear();
         auto acceptors = listenOnBoth(context, port, error);
         if (!error) return acceptors;

@@ -43,23 +43,23 @@ Reply Reply::json(int status, std::string body) {
             .body = std::move(body)};
 }
 
-bool isReset(Conduct conduct) {
-    return conduct == Conduct::resetBeforeReply || conduct == Conduct::resetInHead ||
-           conduct == Conduct::resetAfterHead;
+bool isReset(Delivery delivery) {
+    return delivery == Delivery::resetBeforeReply || delivery == Delivery::resetInHead ||
+           delivery == Delivery::resetAfterHead;
 }
 
 bool hasBody(const Reply& reply, const Request& request) {
     return request.method != "HEAD" && mayHaveBody(reply.status) &&
-           reply.conduct != Conduct::resetAfterHead;
+           reply.delivery != Delivery::resetAfterHead;
 }
 
 std::string wireText(const Reply& reply, const Request& request, bool keepAlive) {
-    if (reply.conduct == Conduct::raw) return reply.body;
+    if (reply.delivery == Delivery::raw) return reply.body;
     std::string text = head(reply, keepAlive);
-    if (reply.conduct == Conduct::resetInHead) return text.substr(0, text.size() / 2);
+    if (reply.delivery == Delivery::resetInHead) return text.substr(0, text.size() / 2);
     if (!hasBody(reply, request)) return text;
     const auto whole = reply.body.size();
-    return text.append(reply.body, 0, reply.conduct == Conduct::cutBody ? whole / 2 : whole);
+    return text.append(reply.body, 0, reply.delivery == Delivery::cutBody ? whole / 2 : whole);
 }
 
 }  // namespace kivo::backend

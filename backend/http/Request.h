@@ -16,10 +16,11 @@ struct Request {
     std::string target = {};
     std::vector<Header> headers = {};
     std::string body = {};
-    /// The "host:port" that the client asked this server, as its proxy, to CONNECT to; else the
-    /// Host header.
+    /// The "host:port" of the CONNECT that came first, if the client uses this server as its proxy;
+    /// otherwise the Host header.
     std::string authority = {};
-    /// Counts the server's connections from 1: equal numbers came over one kept-alive connection.
+    /// The number of the server's connection, from 1: requests with the same number shared one
+    /// kept-alive connection.
     std::uint64_t connection = 0;
     std::chrono::system_clock::time_point arrival = {};
 
@@ -28,7 +29,7 @@ struct Request {
 
     std::vector<std::string> values(std::string_view name) const { return valuesOf(headers, name); }
 
-    /// The first value of that name, or the empty text.
+    /// The first value of that header, or an empty string.
     std::string header(std::string_view name) const;
 };
 

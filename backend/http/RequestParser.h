@@ -7,19 +7,19 @@
 
 namespace kivo::backend {
 
-/// Reads one request off the wire and holds no more of it than the limits allow.
+/// Reads one request and buffers no more than the limits allow.
 class RequestParser : public boost::beast::http::request_parser<boost::beast::http::string_body> {
 public:
     explicit RequestParser(const ServerLimits& limits);
 };
 
-/// What was read, or as much as had come before an error; the body is moved out of the parser.
+/// The request, or what had arrived before an error. Moves the body out of the parser.
 Request requestFrom(RequestParser& parser);
 
-/// Whether the bytes are to blame, not the connection.
+/// Whether the bytes are at fault rather than the connection.
 bool isProtocolError(const boost::system::error_code& error);
 
-/// The status that tells the client of such an error.
+/// The status to answer such an error with.
 int statusFor(const boost::system::error_code& error);
 
 }  // namespace kivo::backend

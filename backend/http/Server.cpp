@@ -27,7 +27,7 @@ using asio::ip::tcp;
 namespace {
 
 constexpr std::chrono::milliseconds acceptPause(50);
-constexpr std::chrono::milliseconds departurePause(1);
+constexpr std::chrono::milliseconds pollInterval(1);
 
 int chooseHttp1(SSL*, const unsigned char** chosen, unsigned char* size,
                 const unsigned char* offered, unsigned int offeredSize, void*) {
@@ -49,26 +49,26 @@ void configure(asio::ssl::context& tls, const Identity& identity) {
 
 }  // namespace
 
-class Server::Machinery {
+class Server::Impl {
 public:
-    explicit Machinery(ServerOptions&& options)
-        : premises_{.options = std::move(options)},
-          acceptors_(listenOnLoopback(context_, premises_.options.port)) {
-        configure(premises_.tls, premises_.options.identity);
-        configure(premises_.untrusted, Authority::make().issue(loopbackHosts()));
+    explicit Impl(ServerOptions&& options)
+        : shared_{.options = std::move(options)},
+          acceptors_(listenOnLoopback(context_, shared_.options.port)) {
+        configure(shared_.tls, shared_.options.identity);
+        configure(shared_.untrusted, Authority::make().issue(loopbackHosts()));
         for (auto& acceptor : acceptors_)
             asio::co_spawn(context_, accept(acceptor), asio::detached);
         thread_ = std::thread([this] { run(); });
     }
 
-    ~Machinery() {
+    ~Impl() {
         context_.stop();
         thread_.join();
     }
 
     std::uint16_t port() const { return acceptors_.front().local_endpoint().port(); }
 
-    void tellAll(void (Connection::*message)()) {
+    void forEachConnection(void (Connection::*message)()) {
         asio::post(context_, [this, message] {
             for (auto* connection : open_) (connection->*message)();
         });
@@ -86,7 +86,7 @@ private:
         context_.run();
     }
 
-    /// Goes on after every error: running out of descriptors, for one, passes.
+    /// Continues after every error, since most are temporary, such as too few descriptors.
     asio::awaitable<void> accept(tcp::acceptor& acceptor) {
         for (;;) {
             boost::system::error_code error;
@@ -95,35 +95,35 @@ private:
             if (error) {
                 asio::steady_timer timer(context_, acceptPause);
                 co_await timer.async_wait(asio::use_awaitable);
-            } else if (open_.size() < premises_.options.limits.connections) {
+            } else if (open_.size() < shared_.options.limits.connections) {
                 full_ = false;
                 asio::co_spawn(context_, serve(std::move(socket)), asio::detached);
             } else {
-                turnAway();
+                reject();
             }
         }
     }
 
-    /// Says so once, until there is room again.
-    void turnAway() {
-        if (std::exchange(full_, true) || !premises_.options.handshakeFailed) return;
-        premises_.options.handshakeFailed("turned away, as " + std::to_string(open_.size()) +
-                                          " clients are connected already");
+    /// Reported once until there is room again.
+    void reject() {
+        if (std::exchange(full_, true) || !shared_.options.onHandshakeFailed) return;
+        shared_.options.onHandshakeFailed("rejected: " + std::to_string(open_.size()) +
+                                          " clients are already connected");
     }
 
     asio::awaitable<void> serve(tcp::socket socket) {
         socket.set_option(tcp::no_delay(true));
-        Connection connection(std::move(socket), premises_, ++connections_);
+        Connection connection(std::move(socket), shared_, ++connections_);
         open_.insert(&connection);
         try {
             co_await connection.serve();
         } catch (const std::exception&) {
-            // The peer has gone or broke TLS: nobody is left to be told.
+            // The peer has gone or broke TLS: there is nobody to tell.
         }
         open_.erase(&connection);
     }
 
-    Premises premises_;
+    ServerContext shared_;
     std::set<Connection*> open_;
     std::uint64_t connections_ = 0;
     bool full_ = false;
@@ -133,26 +133,26 @@ private:
 };
 
 Server::Server(ServerOptions options)
-    : machinery_(std::make_unique<Machinery>(std::move(options))), port_(machinery_->port()) {}
+    : impl_(std::make_unique<Impl>(std::move(options))), port_(impl_->port()) {}
 
 Server::~Server() = default;
 
 std::uint16_t Server::port() const { return port_; }
 
 void Server::release() {
-    if (machinery_) machinery_->tellAll(&Connection::release);
+    if (impl_) impl_->forEachConnection(&Connection::release);
 }
 
-void Server::hangUp() {
-    if (machinery_) machinery_->tellAll(&Connection::hangUp);
+void Server::closeIdleConnections() {
+    if (impl_) impl_->forEachConnection(&Connection::closeIfIdle);
 }
 
-void Server::awaitDeparture(std::chrono::milliseconds limit) {
+void Server::awaitDisconnects(std::chrono::milliseconds limit) {
     const auto end = std::chrono::steady_clock::now() + limit;
-    while (machinery_ && !machinery_->isEmpty() && std::chrono::steady_clock::now() < end)
-        std::this_thread::sleep_for(departurePause);
+    while (impl_ && !impl_->isEmpty() && std::chrono::steady_clock::now() < end)
+        std::this_thread::sleep_for(pollInterval);
 }
 
-void Server::stop() { machinery_.reset(); }
+void Server::stop() { impl_.reset(); }
 
 }  // namespace kivo::backend

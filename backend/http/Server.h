@@ -7,51 +7,52 @@
 #include <memory>
 
 #include "backend/http/Exchange.h"
-#include "backend/http/Greeting.h"
+#include "backend/http/HandshakeAction.h"
 #include "backend/tls/Authority.h"
 
 namespace kivo::backend {
 
-/// What becomes of a CONNECT, by which a client uses the server as a proxy.
-enum class Passage {
-    here,     ///< Answered by this server, as if it were that host.
-    through,  ///< Led to that host.
-    refused,
+/// What to do with a CONNECT, with which a client uses the server as its proxy.
+enum class TunnelPolicy {
+    intercept,  ///< Answer as if this server were that host.
+    forward,    ///< Connect the client to that host.
+    refuse,
 };
 
-/// What a client may make the server hold.
+/// Limits on what clients can make the server hold.
 struct ServerLimits {
     std::size_t headerBytes = 16 * 1024;
     std::size_t bodyBytes = 1024 * 1024;
     std::size_t connections = 512;
-    /// The longest silence within one read or write.
+    /// The longest wait within one read or write.
     std::chrono::milliseconds idle = std::chrono::seconds(60);
 };
 
 struct ServerOptions {
-    /// 0 takes a free one.
+    /// 0 picks a free port.
     std::uint16_t port = 0;
-    /// An empty one serves no TLS.
+    /// Empty: no TLS.
     Identity identity = {};
     Handler handler;
-    /// Asked on the server's thread when a client begins TLS; may be empty.
-    std::function<Greeting()> greet = {};
-    /// Asked on the server's thread for the "host:port" of a CONNECT; without it, all end here.
-    std::function<Passage(const std::string& authority)> passage = {};
-    /// Told on the server's thread why a client's TLS handshake failed, or why it never began; may
-    /// be empty.
-    std::function<void(const std::string& reason)> handshakeFailed = {};
-    /// Told of every exchange on the server's thread; may be empty.
-    std::function<void(Exchange)> finished = {};
+    /// Called on the server's thread when a client starts TLS; may be empty.
+    std::function<HandshakeAction()> chooseHandshake = {};
+    /// Called on the server's thread with the "host:port" of a CONNECT; if empty, all are
+    /// intercepted.
+    std::function<TunnelPolicy(const std::string& authority)> tunnelPolicy = {};
+    /// Called on the server's thread with the reason why a TLS handshake failed or was never
+    /// started; may be empty.
+    std::function<void(const std::string& reason)> onHandshakeFailed = {};
+    /// Called on the server's thread after every exchange; may be empty.
+    std::function<void(Exchange)> onExchange = {};
     ServerLimits limits = {};
 };
 
-/// An HTTP/1.1 server on loopback, on a thread of its own. One port takes TLS, plain requests, and
-/// CONNECT from a client that uses it as a proxy: it then answers as whatever host the client
+/// An HTTP/1.1 server on loopback with its own thread. One port serves TLS, plain requests, and
+/// CONNECT from clients that use it as their proxy; it then answers as the host that the client
 /// named.
 class Server {
 public:
-    /// Listens when it returns; throws std::system_error when the port cannot be had.
+    /// Listens when it returns; throws std::system_error if the port cannot be bound.
     explicit Server(ServerOptions options);
     ~Server();
 
@@ -60,23 +61,24 @@ public:
 
     std::uint16_t port() const;
 
-    /// Sends every reply that hangs at this moment.
+    /// Sends all replies that are being held.
     void release();
 
-    /// Closes the connections that wait for a request: their clients have to connect afresh.
-    void hangUp();
+    /// Closes the connections that are waiting for a request, so that their clients have to
+    /// reconnect.
+    void closeIdleConnections();
 
-    /// Waits, no longer than this, until no client is connected: until then an exchange of theirs
-    /// may not have been told of.
-    void awaitDeparture(std::chrono::milliseconds limit);
+    /// Waits up to `limit` until no client is connected. Until then `onExchange` may still be
+    /// called.
+    void awaitDisconnects(std::chrono::milliseconds limit);
 
-    /// Closes everything and joins the thread. Replies that hang are never sent. The handler must
-    /// not call it.
+    /// Closes all connections and joins the thread. Replies that are being held are never sent.
+    /// Must not be called from the handler.
     void stop();
 
 private:
-    class Machinery;
-    std::unique_ptr<Machinery> machinery_;
+    class Impl;
+    std::unique_ptr<Impl> impl_;
     const std::uint16_t port_;
 };
 

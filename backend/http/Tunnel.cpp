@@ -40,7 +40,7 @@ asio::awaitable<bool> reach(boost::beast::tcp_stream& far, const HostAndPort& ta
     co_return !error;
 }
 
-/// Carries one direction. An end is passed on; a failure ends both directions.
+/// Relays one direction. An end of data is passed on; an error closes both directions.
 asio::awaitable<void> carry(tcp::socket& from, tcp::socket& to) {
     std::vector<char> piece(pieceSize);
     const auto room = asio::buffer(piece);

@@ -8,9 +8,9 @@
 
 namespace kivo::backend {
 
-/// Leads a proxy's client to "host:port": answers its CONNECT, then carries bytes both ways until
-/// both sides have ended. A host that cannot be reached gives 502. `early` is what the client has
-/// sent already.
+/// Connects a proxy's client to "host:port": answers its CONNECT, then relays bytes until both
+/// sides have closed. Answers 502 if the host cannot be reached. `early` is what the client has
+/// already sent.
 boost::asio::awaitable<void> tunnel(boost::beast::tcp_stream& client,
                                     boost::beast::flat_buffer& early, std::string authority);
 

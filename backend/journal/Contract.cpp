@@ -30,7 +30,7 @@ constexpr std::array<IdentityHeader, 6> identityHeaders{{
     {"x-unique-device-id", "", true},
 }};
 
-/// Safe to show, whatever a client sent.
+/// Printable, whatever the client sent.
 std::string shown(std::string_view text) {
     constexpr std::size_t limit = 60;
     std::string safe(text.substr(0, limit));
@@ -49,8 +49,8 @@ void checkHeader(const Request& request, const IdentityHeader& header, Violation
     const auto values = request.values(name);
     if (values.empty()) return violations.push_back(name + " is missing");
     if (values.size() > 1)
-        return violations.push_back(name + " comes " + std::to_string(values.size()) +
-                                    " times; it must come once");
+        return violations.push_back(name + " appears " + std::to_string(values.size()) +
+                                    " times; it must appear once");
     if (!header.value.empty() && values.front() != header.value)
         violations.push_back(name + " is " + shown(values.front()) + "; it must be " +
                              shown(header.value));
@@ -62,32 +62,32 @@ void checkToken(const std::string& token, TokenKind expected, Violations& violat
     const std::string right = nameOf(expected);
     if (token.empty())
         return static_cast<void>(violations.emplace_back(
-            "a bearer value holds no token, as after a renewal that gave an empty one"));
+            "a bearer value has no token, as after a refresh that returned an empty one"));
     const auto claims = readClaims(token);
     if (claims && claims->kind != expected)
-        violations.push_back(nameOf(claims->kind) + std::string(" token ") + shown(claims->name) +
-                             " where a " + right + " token belongs");
+        violations.push_back("Authorization carries " + std::string(nameOf(claims->kind)) +
+                             " token " + shown(claims->name) + " instead of a " + right + " token");
 }
 
-/// A resend carries the refused user tokens in front of the new one: that is how the SDK renews.
-/// User authentication starts from the bare request each time and carries one.
+/// A resent request carries the refused user tokens before the new one: that is how the SDK
+/// refreshes. User authentication starts from the original request each time and carries one.
 void checkBearers(const Request& request, const Endpoint& endpoint, Violations& violations) {
     const auto lines = request.values("Authorization").size();
     const auto tokens = bearerTokens(request);
     if (!endpoint.bearer) {
-        if (lines > 0) violations.emplace_back("Authorization is there; it must not be");
+        if (lines > 0) violations.emplace_back("Authorization must not be sent");
         return;
     }
     const std::string right = nameOf(*endpoint.bearer);
     if (lines == 0)
-        return violations.push_back("Authorization is missing; a " + right +
-                                    " token belongs there");
+        return violations.push_back("Authorization is missing; it must carry a " + right +
+                                    " token");
     if (lines > 1)
-        violations.push_back("Authorization comes in " + std::to_string(lines) +
-                             " lines; its values belong in one, joined by commas");
+        violations.push_back("Authorization appears in " + std::to_string(lines) +
+                             " lines; its values must be in one, joined by commas");
     if (tokens.size() > 1 && endpoint.bearer == TokenKind::merchant)
-        violations.push_back("Authorization holds " + std::to_string(tokens.size()) +
-                             " merchant tokens; it must hold one");
+        violations.push_back("Authorization carries " + std::to_string(tokens.size()) +
+                             " merchant tokens; it must carry one");
     for (const auto& token : tokens) checkToken(token, *endpoint.bearer, violations);
 }
 
@@ -97,23 +97,23 @@ void checkMembers(const nlohmann::json& body, const Endpoint& endpoint, Violatio
         if (member == body.end())
             violations.push_back("the body lacks " + shown(key));
         else if (!member->is_string())
-            violations.push_back(shown(key) + " in the body is no text");
+            violations.push_back(shown(key) + " in the body is not a string");
     }
     for (const auto& [key, value] : body.items()) {
         if (std::ranges::find(endpoint.keys, key) != endpoint.keys.end()) continue;
-        return violations.push_back("the body has " + shown(key) + ", which does not belong there");
+        return violations.push_back("the body has the unexpected member " + shown(key));
     }
 }
 
 void checkBody(const Request& request, const Endpoint& endpoint, Violations& violations) {
     const auto body = nlohmann::json::parse(request.body, nullptr, false);
     if (!body.is_object())
-        return static_cast<void>(violations.emplace_back("the body is no JSON object"));
+        return static_cast<void>(violations.emplace_back("the body is not a JSON object"));
     checkMembers(body, endpoint, violations);
     const auto permission = body.find("permission");
     if (endpoint.name == "user/update-notification-consent" && permission != body.end() &&
         *permission != "GRANTED" && *permission != "DENIED")
-        violations.emplace_back("\"permission\" in the body is neither GRANTED nor DENIED");
+        violations.emplace_back("\"permission\" in the body must be GRANTED or DENIED");
 }
 
 }  // namespace

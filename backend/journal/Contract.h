@@ -7,9 +7,9 @@
 
 namespace kivo::backend {
 
-/// What in a request breaks the contract, each in plain words; empty when it keeps it. Requests to
-/// paths that are no endpoint break nothing. Several user tokens joined in one Authorization line
-/// keep it, since that is how the SDK sends a request again; the bare word "Bearer" breaks it.
+/// What breaks the contract in a request, one sentence each; empty if nothing does. Requests to
+/// unknown paths break nothing. Several user tokens joined in one Authorization line are allowed,
+/// since that is how the SDK resends a request; the bare word "Bearer" is not.
 std::vector<std::string> contractViolations(const Request& request);
 
 }  // namespace kivo::backend

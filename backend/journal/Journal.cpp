@@ -29,26 +29,25 @@ std::size_t sizeOf(const Exchange& exchange) {
 }  // namespace
 
 void Journal::observe(Observer observer) {
-    const std::lock_guard lock(mutex_);
+    const Lock lock(mutex_);
     observers_.push_back(std::move(observer));
 }
 
 void Journal::record(Entry entry) {
     cut(entry.exchange.request.body, limits_.bodyBytes);
     cut(entry.exchange.reply.body, limits_.bodyBytes);
-    std::unique_lock lock(mutex_);
-    entry.number = ++recorded_;
-    keep(entry);
-    const auto observers = observers_;
-    lock.unlock();
-    for (const auto& observer : observers) observer(entry);
+    for (const auto& observer : keep(entry)) observer(entry);
 }
 
-void Journal::keep(const Entry& entry) {
+/// Numbers and stores the entry; returns the observers, to be called without the lock.
+std::vector<Journal::Observer> Journal::keep(Entry& entry) {
+    const Lock lock(mutex_);
+    entry.number = ++recorded_;
     entries_.push_back(entry);
     bytes_ += sizeOf(entry.exchange);
     while (entries_.size() > limits_.entries) dropOldest();
     while (entries_.size() > 1 && bytes_ > limits_.bytes) dropOldest();
+    return observers_;
 }
 
 void Journal::dropOldest() {
@@ -57,7 +56,7 @@ void Journal::dropOldest() {
 }
 
 std::vector<Entry> Journal::after(std::uint64_t number) const {
-    const std::lock_guard lock(mutex_);
+    const Lock lock(mutex_);
     std::vector<Entry> later;
     for (const auto& entry : entries_) {
         if (entry.number > number) later.push_back(entry);
@@ -66,7 +65,7 @@ std::vector<Entry> Journal::after(std::uint64_t number) const {
 }
 
 void Journal::clear() {
-    const std::lock_guard lock(mutex_);
+    const Lock lock(mutex_);
     entries_.clear();
     bytes_ = 0;
 }

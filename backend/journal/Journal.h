@@ -4,62 +4,62 @@
 #include <cstdint>
 #include <deque>
 #include <functional>
-#include <mutex>
 #include <string>
 #include <vector>
 
+#include "backend/base/Mutex.h"
 #include "backend/http/Exchange.h"
 
 namespace kivo::backend {
 
-/// One exchange and what there is to say about it.
+/// One exchange and the findings about it.
 struct Entry {
-    /// Counts from 1; given by the journal.
+    /// Assigned by the journal, from 1.
     std::uint64_t number = 0;
     Exchange exchange = {};
-    /// What in the request broke the contract, in plain words.
+    /// How the request broke the contract.
     std::vector<std::string> violations = {};
-    /// How often this image has been asked for; 0 for any other request.
+    /// How often this image has been requested; 0 for any other request.
     unsigned imageHits = 0;
 };
 
-/// What a journal holds at most.
+/// The limits of a journal.
 struct JournalLimits {
     std::size_t entries = 256;
     std::size_t bodyBytes = 64 * 1024;
-    /// Of all bodies and headers together; only the newest entry may exceed it.
+    /// All bodies and headers together. The newest entry is kept even if it is larger.
     std::size_t bytes = 8 * 1024 * 1024;
 };
 
-/// The newest exchanges, kept as data for whoever wants to show them. A body over the limit is cut
-/// with a note. Any thread may call it.
+/// The newest exchanges. A body over the limit is cut, with a note of its length. May be called
+/// from any thread.
 class Journal {
 public:
     using Observer = std::function<void(const Entry&)>;
 
     explicit Journal(const JournalLimits& limits = {}) : limits_(limits) {}
 
-    /// Called with every later entry, on the thread that records it and without a lock.
+    /// Called with every later entry, on the recording thread and without a lock.
     void observe(Observer observer);
 
     void record(Entry entry);
 
-    /// Those with a greater number, oldest first.
+    /// The entries with a greater number, oldest first.
     std::vector<Entry> after(std::uint64_t number = 0) const;
 
-    /// Forgets the entries; numbers go on.
+    /// Removes all entries; numbering continues.
     void clear();
 
 private:
-    void keep(const Entry& entry);
-    void dropOldest();
+    std::vector<Observer> keep(Entry& entry);
+    void dropOldest() KIVO_BACKEND_REQUIRES(mutex_);
 
     const JournalLimits limits_;
-    mutable std::mutex mutex_;
-    std::uint64_t recorded_ = 0;
-    std::deque<Entry> entries_;
-    std::size_t bytes_ = 0;
-    std::vector<Observer> observers_;
+    mutable Mutex mutex_;
+    std::uint64_t recorded_ KIVO_BACKEND_GUARDED_BY(mutex_) = 0;
+    std::deque<Entry> entries_ KIVO_BACKEND_GUARDED_BY(mutex_);
+    std::size_t bytes_ KIVO_BACKEND_GUARDED_BY(mutex_) = 0;
+    std::vector<Observer> observers_ KIVO_BACKEND_GUARDED_BY(mutex_);
 };
 
 }  // namespace kivo::backend

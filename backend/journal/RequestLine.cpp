@@ -13,7 +13,7 @@ namespace kivo::backend {
 
 namespace {
 
-constexpr std::size_t shownOfAPath = 200;
+constexpr std::size_t pathLimit = 200;
 
 std::string printable(std::string_view text) {
     std::string shown(text);
@@ -24,7 +24,7 @@ std::string printable(std::string_view text) {
 
 std::string methodAndPath(const Request& request) {
     if (request.method.empty()) return "(no HTTP request)";
-    return printable(request.method) + " " + printable(request.path().substr(0, shownOfAPath));
+    return printable(request.method) + " " + printable(request.path().substr(0, pathLimit));
 }
 
 std::string listed(const std::vector<NamedToken>& tokens, bool showSecrets) {
@@ -58,7 +58,7 @@ std::string column(const std::string& text) { return text.empty() ? "" : "  " + 
 std::string verdictOn(const Entry& entry) {
     const auto path = entry.exchange.request.path();
     if (entry.exchange.request.method.empty() || imageAt(path)) return {};
-    if (!endpointAt(path)) return "no endpoint of the contract";
+    if (!endpointAt(path)) return "not an endpoint of the contract";
     if (entry.violations.empty()) return "ok";
     std::string text = "BROKEN: ";
     for (const auto& violation : entry.violations)

@@ -8,14 +8,14 @@
 namespace kivo::backend {
 
 /// One line about one exchange: local time, method, path, status, milliseconds, the short names of
-/// the tokens that came and went, the contract's verdict. Bytes that a terminal could take for
-/// commands are shown as "?". Secrets, when shown, stand in full behind their short names.
+/// the tokens sent and issued, and the contract verdict. Bytes that could control a terminal are
+/// shown as "?". Secrets, if shown, follow their short names in full.
 std::string requestLine(const Entry& entry, bool showSecrets = false);
 
-/// "ok", or in plain words what was wrong; empty for what no contract speaks of.
+/// "ok" or what was wrong; empty where the contract does not apply.
 std::string verdictOn(const Entry& entry);
 
-/// The hours of the day on the machine's clock, to the millisecond.
+/// The local time of day, to the millisecond.
 std::string localTime(std::chrono::system_clock::time_point time);
 
 }  // namespace kivo::backend

@@ -10,7 +10,7 @@ namespace kivo::backend {
 namespace {
 
 using nlohmann::json;
-constexpr std::size_t shownOfAnEnd = 4;
+constexpr std::size_t shownAtEachEnd = 4;
 constexpr std::size_t longEnoughForBothEnds = 24;
 constexpr std::size_t shortestToken = 32;
 constexpr int deepest = 32;
@@ -44,7 +44,7 @@ void shortenIn(json& container) {
     }
 }
 
-/// What is nested so deeply that walking it might take the whole stack is no JSON here.
+/// Parses JSON; nesting that could exhaust the stack gives null.
 json shallowJson(const std::string& text) {
     bool shallow = true;
     const auto measure = [&](int depth, json::parse_event_t, const json&) {
@@ -59,10 +59,10 @@ json shallowJson(const std::string& text) {
 
 std::string shortened(std::string_view secret) {
     if (secret.empty()) return {};
-    if (secret.size() <= 2 * shownOfAnEnd) return "…";
-    auto start = std::string(secret.substr(0, shownOfAnEnd)) + "…";
+    if (secret.size() <= 2 * shownAtEachEnd) return "…";
+    auto start = std::string(secret.substr(0, shownAtEachEnd)) + "…";
     if (secret.size() < longEnoughForBothEnds) return start;
-    return start + std::string(secret.substr(secret.size() - shownOfAnEnd));
+    return start + std::string(secret.substr(secret.size() - shownAtEachEnd));
 }
 
 Header withoutSecrets(const Header& header) {

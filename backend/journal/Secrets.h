@@ -7,14 +7,14 @@
 
 namespace kivo::backend {
 
-/// Enough of a secret to tell it from another, too little to use it.
+/// Enough of a secret to recognise it, too little to use it.
 std::string shortened(std::string_view secret);
 
-/// The header with its value shortened if that is a secret.
+/// The header, with its value shortened if it is a secret.
 Header withoutSecrets(const Header& header);
 
-/// A body with its tokens and keys shortened. What is no JSON object, or one nested beyond all
-/// sense, loses every long word that looks like a token.
+/// The body with its tokens and keys shortened. In a body that is not a JSON object, or is nested
+/// too deeply, every long word that looks like a token is shortened.
 std::string withoutSecrets(const std::string& body);
 
 }  // namespace kivo::backend

@@ -12,7 +12,7 @@ std::string counted(std::uint64_t count, const char* one, const char* many) {
     return std::to_string(count) + " " + (count == 1 ? one : many);
 }
 
-/// What a client that does not believe the certificate says, in OpenSSL's words.
+/// Whether OpenSSL's reason says that the client rejected the certificate.
 bool isDistrust(const std::string& reason) {
     return reason.find("unknown ca") != reason.npos || reason.find("certificate") != reason.npos;
 }
@@ -25,8 +25,8 @@ std::string summaryOf(const Totals& totals) {
         text += "  " + endpoint + "  " + std::to_string(count) + "\n";
     if (totals.requests.empty())
         text =
-            "  no request came; is the base URL's host among those answered here? A program that "
-            "does not go by https_proxy cannot be led here\n";
+            "  no requests arrived; is the base URL's host among those answered here? A program "
+            "that ignores https_proxy cannot be intercepted\n";
     return text + "  " + counted(totals.refreshes, "refresh", "refreshes") + ", " +
            counted(totals.violations, "request", "requests") + " that broke the contract\n";
 }
@@ -35,7 +35,7 @@ std::string handshakeLine(const std::string& reason) {
     const auto line = localTime(std::chrono::system_clock::now()) +
                       "  (no request)  TLS handshake failed: " + reason;
     if (!isDistrust(reason)) return line + "\n";
-    return line + "; the client does not trust this backend: does it go by SSL_CERT_FILE?\n";
+    return line + "; the client does not trust this backend: does it use SSL_CERT_FILE?\n";
 }
 
 }  // namespace kivo::backend

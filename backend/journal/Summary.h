@@ -6,10 +6,10 @@
 
 namespace kivo::backend {
 
-/// A few lines for the end of a run: requests by endpoint, refreshes, broken contracts.
+/// The closing lines of a run: requests by endpoint, refreshes, contract violations.
 std::string summaryOf(const Totals& totals);
 
-/// A line for a TLS handshake that failed, with what to do about it where that is known.
+/// A line about a failed TLS handshake, with advice where the cause is known.
 std::string handshakeLine(const std::string& reason);
 
 }  // namespace kivo::backend

@@ -16,7 +16,7 @@ std::string groupOf(std::string_view path) {
 }  // namespace
 
 void Tally::count(const Entry& entry) {
-    const std::lock_guard lock(mutex_);
+    const Lock lock(mutex_);
     ++totals_.requests[groupOf(entry.exchange.request.path())];
     if (!entry.violations.empty()) {
         ++totals_.violations;
@@ -40,17 +40,17 @@ void Tally::countRefresh(const Entry& entry) {
 }
 
 Totals Tally::totals() const {
-    const std::lock_guard lock(mutex_);
+    const Lock lock(mutex_);
     return totals_;
 }
 
 std::uint64_t Tally::violationsEver() const {
-    const std::lock_guard lock(mutex_);
+    const Lock lock(mutex_);
     return violationsEver_;
 }
 
 void Tally::clear() {
-    const std::lock_guard lock(mutex_);
+    const Lock lock(mutex_);
     totals_ = {};
     userTokenRefused_ = merchantTokenRefused_ = false;
 }

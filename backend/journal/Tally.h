@@ -2,41 +2,42 @@
 
 #include <cstdint>
 #include <map>
-#include <mutex>
 #include <string>
 
+#include "backend/base/Mutex.h"
 #include "backend/journal/Journal.h"
 
 namespace kivo::backend {
 
-/// What there was in all since the start or the last reset.
+/// Totals since the start or the last reset.
 struct Totals {
-    /// By endpoint; images, and whatever is no endpoint, are counted together.
+    /// By endpoint. Images share one count, and so do all unknown paths.
     std::map<std::string, std::uint64_t> requests = {};
-    /// Authentications that a 401 of their own kind came before.
+    /// Authentications that followed a 401 for the same kind of token.
     std::uint64_t refreshes = 0;
     /// Requests that broke the contract.
     std::uint64_t violations = 0;
 };
 
-/// Counts every exchange, those too that a journal has no more room for. Any thread may call it.
+/// Counts every exchange, including those that the journal has dropped. May be called from any
+/// thread.
 class Tally {
 public:
     void count(const Entry& entry);
     Totals totals() const;
 
-    /// Requests that broke the contract, from before the last reset too.
+    /// Includes requests from before the last reset.
     std::uint64_t violationsEver() const;
     void clear();
 
 private:
-    void countRefresh(const Entry& entry);
+    void countRefresh(const Entry& entry) KIVO_BACKEND_REQUIRES(mutex_);
 
-    mutable std::mutex mutex_;
-    Totals totals_;
-    std::uint64_t violationsEver_ = 0;
-    bool userTokenRefused_ = false;
-    bool merchantTokenRefused_ = false;
+    mutable Mutex mutex_;
+    Totals totals_ KIVO_BACKEND_GUARDED_BY(mutex_);
+    std::uint64_t violationsEver_ KIVO_BACKEND_GUARDED_BY(mutex_) = 0;
+    bool userTokenRefused_ KIVO_BACKEND_GUARDED_BY(mutex_) = false;
+    bool merchantTokenRefused_ KIVO_BACKEND_GUARDED_BY(mutex_) = false;
 };
 
 }  // namespace kivo::backend

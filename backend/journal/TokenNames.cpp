@@ -15,7 +15,7 @@ namespace {
 using nlohmann::json;
 constexpr const char* unknown = "?";
 constexpr std::size_t longestName = 20;
-constexpr std::size_t mostNamed = 128;
+constexpr std::size_t tokenLimit = 128;
 constexpr std::size_t longestEnvelope = 64 * 1024;
 
 bool isName(const std::string& text) {
@@ -25,7 +25,7 @@ bool isName(const std::string& text) {
     return !text.empty() && text.size() <= longestName && std::ranges::all_of(text, fits);
 }
 
-/// The text under a key; empty when there is none.
+/// The string at a key, or an empty one.
 std::string textAt(const json& object, const char* key) {
     if (!object.is_object()) return {};
     const auto found = object.find(key);
@@ -51,7 +51,7 @@ std::string tokenName(std::string_view token) {
 
 std::vector<NamedToken> carriedTokens(const Request& request) {
     std::vector<NamedToken> tokens;
-    for (auto& token : bearerTokens(request) | std::views::take(mostNamed))
+    for (auto& token : bearerTokens(request) | std::views::take(tokenLimit))
         tokens.push_back(named(std::move(token)));
     return tokens;
 }

@@ -15,14 +15,14 @@ struct NamedToken {
     std::string token;
 };
 
-/// The name that this backend wrote into the token, whoever signed it; "?" when there is none, and
-/// "empty" for the empty token.
+/// The name that this backend wrote into the token; its signature is not checked. "?" if there is
+/// no name, "empty" for an empty token.
 std::string tokenName(std::string_view token);
 
-/// The tokens that a request carries, in their order; the first 128 of more.
+/// The tokens that a request carries, in order; at most 128.
 std::vector<NamedToken> carriedTokens(const Request& request);
 
-/// The token that a reply's envelope brings, if any.
+/// The tokens that a reply issues.
 std::vector<NamedToken> givenTokens(const Reply& reply);
 
 }  // namespace kivo::backend

@@ -12,9 +12,9 @@ namespace kivo::backend {
 
 namespace {
 
-/// What the commands' options and arguments are read into; each command uses some.
+/// Where the options and arguments are stored; each command uses some of them.
 struct AdminArguments {
-    std::uint16_t port = usualAdminPort;
+    std::uint16_t port = defaultAdminPort;
     std::string word;
     std::vector<std::string> words;
     std::string within = "5s";
@@ -24,56 +24,56 @@ struct AdminArguments {
 };
 using Arguments = std::shared_ptr<AdminArguments>;
 
-/// Adds a command that speaks to a running backend.
-template <typename Perform>
+/// Adds a command that talks to a running backend.
+template <typename Run>
 CLI::App* add(CLI::App& parent, const char* name, const char* help, const Arguments& arguments,
-              Action& action, Perform perform) {
+              Command& selected, Run run) {
     auto* command = parent.add_subcommand(name, help);
-    command->add_option("--admin-port", arguments->port, "Where the backend listens for commands")
+    command->add_option("--admin-port", arguments->port, "The admin port of the running backend")
         ->envname(adminPortVariable)
         ->check(CLI::Range(1, 65535))
         ->capture_default_str();
-    command->callback([arguments, &action, perform] {
-        action = [arguments, perform] {
-            perform(*arguments);
+    command->callback([arguments, &selected, run] {
+        selected = [arguments, run] {
+            run(*arguments);
             return EXIT_SUCCESS;
         };
     });
     return command;
 }
 
-void addFaultCommands(CLI::App& program, const Arguments& arguments, Action& action) {
-    auto* fault = program.add_subcommand("fault", "Lets things go wrong on purpose");
+void addFaultCommands(CLI::App& program, const Arguments& arguments, Command& selected) {
+    auto* fault = program.add_subcommand("fault", "Makes requests fail on purpose");
     fault->require_subcommand(1);
     fault->footer("Kinds:\n" + describeFaultKinds());
-    add(*fault, "list", "Shows the faults that are on", arguments, action,
+    add(*fault, "list", "Lists the active faults", arguments, selected,
         [](const auto& given) { command::listFaults(given.backend()); });
-    add(*fault, "add", "Adds one, as in user/unset:401:times=1", arguments, action,
+    add(*fault, "add", "Adds a fault, as in user/unset:401:times=1", arguments, selected,
         [](const auto& given) { command::addFault(given.backend(), given.word); })
         ->add_option("RULE", arguments->word, "ENDPOINT:KIND[=ARG][:times=N][:p=0.3]")
         ->required();
-    add(*fault, "clear", "Removes one, or all without a rule", arguments, action,
+    add(*fault, "clear", "Removes a fault, or all of them if no rule is given", arguments, selected,
         [](const auto& given) { command::clearFaults(given.backend(), given.word); })
-        ->add_option("RULE", arguments->word, "As fault list shows it");
+        ->add_option("RULE", arguments->word, "As \"fault list\" shows it");
 }
 
-void addStateCommands(CLI::App& program, const Arguments& arguments, Action& action) {
-    add(program, "expire", "Lets tokens expire now", arguments, action,
+void addStateCommands(CLI::App& program, const Arguments& arguments, Command& selected) {
+    add(program, "expire", "Expires tokens now", arguments, selected,
         [](const auto& given) { command::expire(given.backend(), given.word); })
         ->add_option("KIND", arguments->word, "user, merchant or all")
         ->required();
-    add(program, "state", "Shows sessions, faults, images and totals", arguments, action,
+    add(program, "state", "Shows sessions, faults, images and totals", arguments, selected,
         [](const auto& given) { command::showState(given.backend()); });
-    add(program, "reset", "Forgets all that was", arguments, action,
-        [](const auto& given) { command::reset(given.backend()); });
+    add(program, "reset", "Clears sessions, tokens, faults, images, requests and totals", arguments,
+        selected, [](const auto& given) { command::reset(given.backend()); });
     auto* requests =
-        add(program, "requests", "Shows the newest requests", arguments, action,
+        add(program, "requests", "Shows the newest requests", arguments, selected,
             [](const auto& given) { command::showRequests(given.backend(), given.requests); });
-    requests->add_flag("--follow", arguments->requests.follow, "Go on with those that come");
-    requests->add_flag("--json", arguments->requests.json, "With headers and bodies, as JSON");
-    add(program, "push", "Prints a notification whose image this backend serves", arguments, action,
-        [](const auto& given) { command::push(given.backend(), given.word); })
-        ->add_option("--image-file", arguments->word, "The picture")
+    requests->add_flag("--follow", arguments->requests.follow, "Keep printing new requests");
+    requests->add_flag("--json", arguments->requests.json, "As JSON, with headers and bodies");
+    add(program, "push", "Prints a notification whose image this backend serves", arguments,
+        selected, [](const auto& given) { command::push(given.backend(), given.word); })
+        ->add_option("--image-file", arguments->word, "The image file")
         ->required();
 }
 
@@ -82,14 +82,14 @@ std::chrono::milliseconds durationIn(const std::string& text) {
     throw std::invalid_argument("--within takes a time like 5s or 200ms, not \"" + text + "\"");
 }
 
-void addExpect(CLI::App& program, const Arguments& arguments, Action& action) {
-    auto* expect = add(program, "expect", "Fails unless such a request comes, for scripts",
-                       arguments, action, [](const auto&) {});
+void addExpect(CLI::App& program, const Arguments& arguments, Command& selected) {
+    auto* expect = add(program, "expect", "Fails unless a matching request arrives; for scripts",
+                       arguments, selected, [](const auto&) {});
     expect->add_option("WHAT", arguments->words, "'ENDPOINT [KEY=VALUE]... [status=N]'")
         ->required();
     expect->add_option("--within", arguments->within, "How long to wait")->capture_default_str();
-    expect->callback([arguments, &action] {
-        action = [arguments] {
+    expect->callback([arguments, &selected] {
+        selected = [arguments] {
             return command::expect(arguments->backend(), arguments->words,
                                    durationIn(arguments->within));
         };
@@ -98,16 +98,16 @@ void addExpect(CLI::App& program, const Arguments& arguments, Action& action) {
 
 }  // namespace
 
-void addAdminCommands(CLI::App& program, Action& action) {
+void addAdminCommands(CLI::App& program, Command& selected) {
     const auto arguments = std::make_shared<AdminArguments>();
-    addFaultCommands(program, arguments, action);
-    addStateCommands(program, arguments, action);
-    addExpect(program, arguments, action);
+    addFaultCommands(program, arguments, selected);
+    addStateCommands(program, arguments, selected);
+    addExpect(program, arguments, selected);
     auto* authority = program.add_subcommand("ca", "The certificate authority of serve");
     authority->require_subcommand(1);
-    authority->add_subcommand("path", "Prints the file that clients are to trust")
-        ->callback([&action] {
-            action = [] {
+    authority->add_subcommand("path", "Prints the path of the file that clients must trust")
+        ->callback([&selected] {
+            selected = [] {
                 command::showAuthorityPath();
                 return EXIT_SUCCESS;
             };

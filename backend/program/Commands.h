@@ -8,15 +8,15 @@
 
 namespace kivo::backend {
 
-/// What the command line asks for; returns the exit status.
-using Action = std::function<int()>;
+/// The selected command; returns the exit status.
+using Command = std::function<int()>;
 
-/// Each describes its commands to the parser and sets the action when one of them is given.
-void addServe(CLI::App& program, Action& action);
-void addRun(CLI::App& program, Action& action);
-void addAdminCommands(CLI::App& program, Action& action);
+/// Each adds its commands to the parser and sets `selected` when one of them is given.
+void addServe(CLI::App& program, Command& selected);
+void addRun(CLI::App& program, Command& selected);
+void addAdminCommands(CLI::App& program, Command& selected);
 
-/// The options that serve and run share.
+/// Adds the options that serve and run share.
 void addCommonOptions(CLI::App& command, CommonOptions& options);
 
 }  // namespace kivo::backend

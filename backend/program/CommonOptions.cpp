@@ -20,15 +20,15 @@ std::optional<std::uint16_t> adminPortIn(const std::string& text) {
     if (text == "off") return std::nullopt;
     std::uint16_t port = 0;
     if (CLI::detail::lexical_cast(text, port)) return port;
-    throw std::invalid_argument("--admin-port takes a port, 0 for a free one, or off, not \"" +
-                                text + "\"");
+    throw std::invalid_argument(
+        "--admin-port takes a port number, 0 for a free one, or off, not \"" + text + "\"");
 }
 
 }  // namespace
 
 void addCommonOptions(CLI::App& command, CommonOptions& options) {
     auto& desk = options.desk;
-    command.add_option("--port", desk.port, "Port to listen on; 0 takes a free one")
+    command.add_option("--port", desk.port, "Port to listen on; 0 picks a free one")
         ->check(CLI::Range(0, 65535))
         ->capture_default_str();
     const auto set = [&command](const std::string& name, auto apply, const std::string& help) {
@@ -36,25 +36,26 @@ void addCommonOptions(CLI::App& command, CommonOptions& options) {
     };
     set(
         "--admin-port", [&](const auto& text) { options.adminPort = adminPortIn(text); },
-        "Port for the other commands: 8444 unless given, a free one with --port 0 and under run; 0 "
-        "takes a free one, off goes without");
+        "Port for the other commands; 0 picks a free one, off disables it. By default 8444, or a "
+        "free one with --port 0 and under run");
     set(
         "--ttl", [&](const auto& text) { desk.lifetimes = parseLifetimes(text); },
-        "Time to live of tokens")
+        "Lifetimes of tokens")
         ->default_str("user=15m,merchant=1h");
     set(
         "--latency", [&](const auto& text) { desk.latency = Latency::parse(text); },
-        "Time that each answer takes on its way, as in 80ms+-30");
+        "Delay of each reply, as in 80ms+-30");
     set(
         "--fault", [&](const auto& text) { desk.faults.push_back(parseFault(text)); },
-        "Something that goes wrong, as in user/unset:401:times=1; may be repeated")
+        "A fault rule, as in user/unset:401:times=1; may be repeated")
         ->trigger_on_parse();
     set(
         "--auth-read", [&](const auto& text) { desk.authRead = authReadNamed(text); },
         "Which of several bearer values counts: first, last or any")
         ->default_str("last");
-    command.add_option("--seed", desk.seed, "Makes ids, tokens and chances repeatable");
-    command.add_flag("--strict", options.strict, "Fail at the end if a request broke the contract");
+    command.add_option("--seed", desk.seed, "Makes ids, tokens and random choices repeatable");
+    command.add_flag("--strict", options.strict,
+                     "Exit with a failure if a request broke the contract");
     command.add_flag("--show-secrets", desk.showSecrets, "Show tokens and keys in full");
     command.footer("Kinds of faults, written ENDPOINT:KIND[=ARG][:times=N][:p=0.3]:\n" +
                    describeFaultKinds());

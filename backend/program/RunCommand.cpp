@@ -6,10 +6,10 @@
 
 namespace kivo::backend {
 
-void addRun(CLI::App& program, Action& action) {
+void addRun(CLI::App& program, Command& selected) {
     auto* command = program.add_subcommand(
         "run",
-        "Runs a program with this backend in place of its base URL's, as in: "
+        "Runs a program with this backend in place of the one at its base URL, as in: "
         "kivo-dev run -- ./app ARGS");
     const auto options = std::make_shared<RunOptions>();
     options->common.adminPort = 0;
@@ -24,13 +24,14 @@ void addRun(CLI::App& program, Action& action) {
     command->parse_complete_callback([command] {
         if (command->remaining_size() > 0)
             throw std::invalid_argument("run has no option " + command->remaining().front() +
-                                        "; what is meant for the program stands behind --, as in: "
+                                        "; options for the program go after --, as in: "
                                         "kivo-dev run -- ./app ARGS");
     });
-    command->callback([options, &action] {
+    command->callback([options, &selected] {
         if (options->command.empty())
-            throw std::invalid_argument("which program? Write: kivo-dev run -- ./app ARGS");
-        action = [options] { return run(*options); };
+            throw std::invalid_argument(
+                "the program is missing; write: kivo-dev run -- ./app ARGS");
+        selected = [options] { return run(*options); };
     });
 }
 

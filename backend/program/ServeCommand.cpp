@@ -9,30 +9,30 @@ namespace kivo::backend {
 
 namespace {
 
-constexpr std::uint16_t usualPort = 8443;
+constexpr std::uint16_t defaultPort = 8443;
 
-/// Whoever takes any free port means to stand beside another backend.
+/// A free port means that another backend may be running, so the admin port must be free too.
 void chooseAdminPort(const CLI::App& command, CommonOptions& options) {
     if (command.count("--admin-port") > 0) return;
-    options.adminPort = options.desk.port == 0 ? 0 : usualAdminPort;
+    options.adminPort = options.desk.port == 0 ? 0 : defaultAdminPort;
 }
 
 }  // namespace
 
-void addServe(CLI::App& program, Action& action) {
+void addServe(CLI::App& program, Command& selected) {
     auto* command =
         program.add_subcommand("serve", "Answers the SDK over HTTPS on loopback until Ctrl-C");
     const auto options = std::make_shared<ServeOptions>();
-    options->common.desk.port = usualPort;
+    options->common.desk.port = defaultPort;
     addCommonOptions(*command, options->common);
     command
         ->add_option("--ready-fd", options->readyDescriptor,
-                     "Descriptor that gets the line \"PORT TRUST-FILE\" once the backend listens, "
-                     "then the admin port on a line of its own")
+                     "Descriptor to which the line \"PORT TRUST-FILE\" is written once the backend "
+                     "listens, then the admin port on its own line")
         ->check(CLI::Range(3, std::numeric_limits<int>::max()));
-    command->callback([command, options, &action] {
+    command->callback([command, options, &selected] {
         chooseAdminPort(*command, options->common);
-        action = [options] { return serve(*options); };
+        selected = [options] { return serve(*options); };
     });
 }
 

@@ -10,14 +10,14 @@
 
 namespace {
 
-/// Where one is closed, the next file or connection would take its number, and what is printed.
+/// If one is closed, the next file or connection would take its number and receive our output.
 void openStandardStreams() {
     for (int number = STDIN_FILENO; number <= STDERR_FILENO; ++number)
         if (fcntl(number, F_GETFD) < 0) open("/dev/null", O_RDWR);
 }
 
-std::string insteadOf(const std::vector<std::string>& words) {
-    return words.empty() ? "" : ", and \"" + words.front() + "\" is none";
+std::string unknownCommand(const std::vector<std::string>& words) {
+    return words.empty() ? "" : ", and \"" + words.front() + "\" is not one";
 }
 
 }  // namespace
@@ -26,15 +26,15 @@ int main(int count, char** arguments) {
     openStandardStreams();
     CLI::App program("kivo-dev, the development backend of Kivo");
     program.require_subcommand(1);
-    kivo::backend::Action action;
-    kivo::backend::addServe(program, action);
-    kivo::backend::addRun(program, action);
-    kivo::backend::addAdminCommands(program, action);
+    kivo::backend::Command selected;
+    kivo::backend::addServe(program, selected);
+    kivo::backend::addRun(program, selected);
+    kivo::backend::addAdminCommands(program, selected);
     try {
         program.parse(count, arguments);
-        return action();
+        return selected();
     } catch (const CLI::RequiredError& error) {
-        std::cerr << "kivo-dev: " << error.what() << insteadOf(program.remaining())
+        std::cerr << "kivo-dev: " << error.what() << unknownCommand(program.remaining())
                   << "; see: kivo-dev --help, or kivo-dev COMMAND --help\n";
         return EXIT_FAILURE;
     } catch (const CLI::ParseError& error) {

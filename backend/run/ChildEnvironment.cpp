@@ -12,7 +12,7 @@ namespace kivo::backend {
 
 namespace {
 
-/// Those by which OpenSSL and the curl tool find what they trust.
+/// Where OpenSSL and the curl tool look for trusted certificates.
 constexpr std::array trustVariables{"SSL_CERT_FILE", "CURL_CA_BUNDLE"};
 constexpr std::array proxyVariables{"http_proxy", "HTTP_PROXY", "https_proxy", "HTTPS_PROXY",
                                     "all_proxy",  "ALL_PROXY",  "no_proxy",    "NO_PROXY"};
@@ -26,14 +26,16 @@ bool isReplaced(std::string_view variable) {
 
 }  // namespace
 
-std::vector<std::string> childEnvironment(std::vector<std::string> inherited, const Route& route) {
+std::vector<std::string> childEnvironment(std::vector<std::string> inherited,
+                                          const BackendAddress& backend) {
     std::erase_if(inherited, isReplaced);
-    const auto proxy = "http://127.0.0.1:" + std::to_string(route.port);
+    const auto proxy = "http://127.0.0.1:" + std::to_string(backend.port);
     for (const auto* name : {"https_proxy=", "HTTPS_PROXY="}) inherited.push_back(name + proxy);
-    for (const std::string name : trustVariables) inherited.push_back(name + "=" + route.trustFile);
-    if (route.adminPort)
+    for (const std::string name : trustVariables)
+        inherited.push_back(name + "=" + backend.trustFile);
+    if (backend.adminPort)
         inherited.push_back(std::string(adminPortVariable) + "=" +
-                            std::to_string(*route.adminPort));
+                            std::to_string(*backend.adminPort));
     return inherited;
 }
 

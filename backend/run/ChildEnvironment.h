@@ -7,18 +7,19 @@
 
 namespace kivo::backend {
 
-/// What leads a program to the backend.
-struct Route {
+/// How a program reaches the backend.
+struct BackendAddress {
     std::uint16_t port = 0;
     std::string trustFile;
     std::optional<std::uint16_t> adminPort = {};
 };
 
-/// An environment with the backend as the proxy for https and nothing else of its proxy settings
-/// left, the trust file, and the admin port for the commands that the program may call.
-std::vector<std::string> childEnvironment(std::vector<std::string> inherited, const Route& route);
+/// The environment for a program whose https goes through the backend: no other proxy settings, the
+/// trust file, and the admin port for kivo-dev commands that the program calls.
+std::vector<std::string> childEnvironment(std::vector<std::string> inherited,
+                                          const BackendAddress& backend);
 
-/// That of this process.
+/// The environment of this process.
 std::vector<std::string> ownEnvironment();
 
 }  // namespace kivo::backend

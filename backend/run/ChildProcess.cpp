@@ -24,13 +24,13 @@ std::vector<char*> pointersTo(const std::vector<std::string>& texts) {
     return pointers;
 }
 
-std::string whatToDo(int error) {
+std::string hintFor(int error) {
     if (error == ENOENT) return "; is its path right, as in: kivo-dev run -- ./app";
     if (error == EACCES) return "; is it executable?";
     return "";
 }
 
-/// We may have been told to ignore these, or ignore them ourselves; a program starts afresh.
+/// Signals that we ignore or inherited as ignored; the program gets their default action.
 const sigset_t& restored() {
     static const sigset_t signals = [] {
         sigset_t set;
@@ -41,24 +41,24 @@ const sigset_t& restored() {
     return signals;
 }
 
-/// What posix_spawn(3) is told about the new process.
-class Instructions {
+/// The file actions and attributes for posix_spawn(3).
+class SpawnOptions {
 public:
-    explicit Instructions(const sigset_t& mask) {
+    explicit SpawnOptions(const sigset_t& mask) {
         posix_spawn_file_actions_init(&actions_);
         posix_spawnattr_init(&attributes_);
         posix_spawnattr_setsigmask(&attributes_, &mask);
         posix_spawnattr_setsigdefault(&attributes_, &restored());
         posix_spawnattr_setflags(&attributes_, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
     }
-    ~Instructions() {
+    ~SpawnOptions() {
         posix_spawnattr_destroy(&attributes_);
         posix_spawn_file_actions_destroy(&actions_);
     }
-    Instructions(const Instructions&) = delete;
-    Instructions& operator=(const Instructions&) = delete;
+    SpawnOptions(const SpawnOptions&) = delete;
+    SpawnOptions& operator=(const SpawnOptions&) = delete;
 
-    void give(const FileDescriptor& ours, int theirs) {
+    void redirect(const FileDescriptor& ours, int theirs) {
         posix_spawn_file_actions_adddup2(&actions_, ours.number(), theirs);
     }
     const posix_spawn_file_actions_t* actions() const { return &actions_; }
@@ -89,15 +89,15 @@ ChildProcess::Pipe ChildProcess::makePipe() {
 
 void ChildProcess::start(const std::vector<std::string>& command,
                          const std::vector<std::string>& environment, const sigset_t& mask) {
-    Instructions instructions(mask);
-    instructions.give(output_.writing, STDOUT_FILENO);
-    instructions.give(errors_.writing, STDERR_FILENO);
-    const int error = posix_spawnp(&id_, command.front().c_str(), instructions.actions(),
-                                   instructions.attributes(), pointersTo(command).data(),
-                                   pointersTo(environment).data());
+    SpawnOptions options(mask);
+    options.redirect(output_.writing, STDOUT_FILENO);
+    options.redirect(errors_.writing, STDERR_FILENO);
+    const int error =
+        posix_spawnp(&id_, command.front().c_str(), options.actions(), options.attributes(),
+                     pointersTo(command).data(), pointersTo(environment).data());
     if (error == 0) return;
     throw std::runtime_error("cannot start " + command.front() + ": " +
-                             std::generic_category().message(error) + whatToDo(error));
+                             std::generic_category().message(error) + hintFor(error));
 }
 
 std::optional<int> reap(pid_t id) {

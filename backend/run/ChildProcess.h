@@ -11,12 +11,12 @@
 
 namespace kivo::backend {
 
-/// A program that was started with its output and its errors on pipes to us. It shares our standard
+/// A program started with its standard output and standard error on pipes. It shares our standard
 /// input and process group.
 class ChildProcess {
 public:
-    /// Signals are blocked in it as `mask` says. Throws std::runtime_error, with a text that says
-    /// what to do, when the program cannot be started.
+    /// `mask` is its signal mask. Throws std::runtime_error, with a message for the user, if the
+    /// program cannot be started.
     ChildProcess(const std::vector<std::string>& command,
                  const std::vector<std::string>& environment, const sigset_t& mask);
 
@@ -40,8 +40,8 @@ private:
     pid_t id_ = -1;
 };
 
-/// The exit status of a program that has ended, as shells count it: 128 and the signal's number for
-/// one that a signal ended. Nothing while it runs. Takes the zombie away.
+/// The exit status of a program that has ended, as shells report it: 128 plus the signal number if
+/// a signal ended it. std::nullopt while it runs. Reaps the process.
 std::optional<int> reap(pid_t id);
 
 }  // namespace kivo::backend

@@ -14,28 +14,28 @@ namespace kivo::backend {
 
 namespace {
 
-constexpr std::chrono::milliseconds patienceAtTheEnd(150);
+constexpr std::chrono::milliseconds exitGrace(150);
 
 }  // namespace
 
 GuardedSignals::GuardedSignals() {
     sigemptyset(&set_);
     for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGCHLD}) sigaddset(&set_, signal);
-    std::signal(SIGCHLD, SIG_DFL);  // Ignored, it would take the exit status with it.
-    std::signal(SIGPIPE, SIG_IGN);  // A reader who leaves must not cost the tidying up.
+    std::signal(SIGCHLD, SIG_DFL);  // If ignored, the exit status would be lost.
+    std::signal(SIGPIPE, SIG_IGN);  // Clean-up must run even if the reader has gone.
     pthread_sigmask(SIG_BLOCK, &set_, &before_);
 }
 
-ChildWatch::ChildWatch(pid_t child, const GuardedSignals& signals, std::function<void()> lastAct)
+ChildWatch::ChildWatch(pid_t child, const GuardedSignals& signals, std::function<void()> cleanUp)
     : child_(child),
       signals_(signals.set()),
-      lastAct_(std::move(lastAct)),
+      cleanUp_(std::move(cleanUp)),
       ended_(eventfd(0, EFD_CLOEXEC), "an event") {
     sigpending(&early_);
     std::thread([this] { watch(); }).detach();
 }
 
-void ChildWatch::endWith(int status) {
+void ChildWatch::exitWith(int status) {
     status_ = status;
     kill(getpid(), SIGTERM);
 }
@@ -43,15 +43,15 @@ void ChildWatch::endWith(int status) {
 void ChildWatch::watch() {
     status_ = awaitChild();
     eventfd_write(ended_.number(), 1);
-    while (!askedToEnd_) awaitSignal();
-    std::this_thread::sleep_for(patienceAtTheEnd);
-    lastAct_();
+    while (!shouldExit_) awaitSignal();
+    std::this_thread::sleep_for(exitGrace);
+    cleanUp_();
     std::_Exit(status_);
 }
 
 int ChildWatch::awaitChild() {
     for (;;) {
-        handOn(awaitSignal());
+        forward(awaitSignal());
         if (const auto status = reap(child_)) return *status;
     }
 }
@@ -59,13 +59,13 @@ int ChildWatch::awaitChild() {
 siginfo_t ChildWatch::awaitSignal() {
     siginfo_t signal{};
     while (sigwaitinfo(&signals_, &signal) < 0) continue;
-    askedToEnd_ = askedToEnd_ || signal.si_signo != SIGCHLD;
+    shouldExit_ = shouldExit_ || signal.si_signo != SIGCHLD;
     return signal;
 }
 
-/// What the terminal sends, the child gets as well, if it is there already and has not begun a
-/// group of its own.
-void ChildWatch::handOn(const siginfo_t& signal) {
+/// The terminal signals the child itself, unless the child was not there yet or has its own process
+/// group.
+void ChildWatch::forward(const siginfo_t& signal) {
     if (signal.si_signo == SIGCHLD) return;
     const bool fromTerminal = signal.si_code > 0;
     const bool sharesGroup = getpgid(child_) == getpgrp();

@@ -4,10 +4,10 @@
 
 namespace kivo::backend {
 
-/// The numbers of all that this process has open.
+/// The open descriptors of this process.
 std::set<int> openDescriptors();
 
-/// Has every other descriptor closed in programs that are started from now on.
+/// Sets close-on-exec on all other descriptors, so that child programs do not inherit them.
 void keepFromPrograms(const std::set<int>& inherited);
 
 }  // namespace kivo::backend

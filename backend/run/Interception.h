@@ -9,24 +9,24 @@
 
 namespace kivo::backend {
 
-/// The hosts that a backend answers for, though they are somebody else's.
+/// The hosts that the backend answers for in place of the real ones.
 class Interception {
 public:
-    /// Of a base URL, its host and port. One that names an address beyond loopback is left out: no
-    /// authority of ours may speak for it.
+    /// Adds the host and port of a base URL. An address outside loopback is left out, since our
+    /// authority cannot certify it.
     void addBaseUrl(std::string_view url);
 
-    /// "NAME" on any port, or "NAME:PORT". Throws std::invalid_argument, with a text that says what
-    /// to write, for what is no DNS name.
+    /// Adds "NAME" on any port, or "NAME:PORT". Throws std::invalid_argument, with a message for
+    /// the user, if it is not a DNS name.
     void addHost(std::string_view text);
 
-    /// Whether "host:port" is one of them.
+    /// Whether "host:port" is intercepted.
     bool covers(std::string_view authority) const;
 
-    /// The names beyond loopback.
+    /// The names of hosts outside loopback.
     std::vector<std::string> names() const;
 
-    /// For people to read.
+    /// All hosts in one line, for users.
     std::string description() const;
 
 private:

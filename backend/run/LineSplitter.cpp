@@ -10,7 +10,7 @@ constexpr std::size_t longestLine = 64 * 1024;
 
 void LineSplitter::add(std::string_view piece) {
     for (auto end = piece.find('\n'); end != piece.npos; end = piece.find('\n')) {
-        consumer_(begun_.append(piece.substr(0, end)));
+        callback_(begun_.append(piece.substr(0, end)));
         begun_.clear();
         piece.remove_prefix(end + 1);
     }
@@ -19,7 +19,7 @@ void LineSplitter::add(std::string_view piece) {
 }
 
 void LineSplitter::finish() {
-    if (!begun_.empty()) consumer_(begun_);
+    if (!begun_.empty()) callback_(begun_);
     begun_.clear();
 }
 

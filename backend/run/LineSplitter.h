@@ -6,21 +6,21 @@
 
 namespace kivo::backend {
 
-/// Makes lines of what comes in pieces. One over 64 KiB is handed over in parts.
+/// Splits text that arrives in pieces into lines. A line over 64 KiB is passed on in parts.
 class LineSplitter {
 public:
-    /// Called with each line, without its end.
-    using Consumer = std::function<void(std::string_view line)>;
+    /// Called with each line, without its line break.
+    using Callback = std::function<void(std::string_view line)>;
 
-    explicit LineSplitter(Consumer consumer) : consumer_(std::move(consumer)) {}
+    explicit LineSplitter(Callback callback) : callback_(std::move(callback)) {}
 
     void add(std::string_view piece);
 
-    /// Hands over what is left of a line that never ended.
+    /// Passes on a last line that has no line break.
     void finish();
 
 private:
-    const Consumer consumer_;
+    const Callback callback_;
     std::string begun_;
 };
 

@@ -35,16 +35,16 @@ constexpr const char* fromApp = "app     | ";
 constexpr const char* fromAppErrors = "app err | ";
 constexpr const char* fromBackend = "backend | ";
 
-/// One pipe from the program, made into lines.
-class Followed {
+/// One of the program's pipes, split into lines.
+class OutputPipe {
 public:
-    Followed(const FileDescriptor& pipe, LineSplitter::Consumer consumer)
-        : pipe_(pipe.number()), lines_(std::move(consumer)) {}
+    OutputPipe(const FileDescriptor& pipe, LineSplitter::Callback callback)
+        : pipe_(pipe.number()), lines_(std::move(callback)) {}
 
-    /// poll(2) passes over a pipe that has ended.
-    pollfd question() const { return {.fd = open_ ? pipe_ : -1, .events = POLLIN, .revents = 0}; }
+    /// poll(2) skips a pipe that has ended.
+    pollfd pollEntry() const { return {.fd = open_ ? pipe_ : -1, .events = POLLIN, .revents = 0}; }
 
-    /// Takes what there is at this moment and no more: the program may never stop printing.
+    /// Reads only what is available now: the program may never stop printing.
     void drain() {
         int waiting = 0;
         ioctl(pipe_, FIONREAD, &waiting);
@@ -78,21 +78,22 @@ Identity identityFor(const Authority& authority, std::vector<std::string> names)
     return authority.issue(names);
 }
 
-/// Shows the program's lines until it ends, then what it left in the pipes. Something that it
-/// started and left behind may hold them open for ever.
+/// Prints the program's lines until it ends, then what is left in the pipes. It does not wait for
+/// their end, since a process that the program left behind may hold them open.
 void follow(const ChildProcess& child, const FileDescriptor& ended) {
-    Followed output(child.output(),
-                    [](std::string_view line) { print(std::string(fromApp).append(line) + "\n"); });
-    Followed errors(child.errors(), [](std::string_view line) {
+    OutputPipe output(child.output(), [](std::string_view line) {
+        print(std::string(fromApp).append(line) + "\n");
+    });
+    OutputPipe errors(child.errors(), [](std::string_view line) {
         printError(std::string(fromAppErrors).append(line) + "\n");
     });
     pollfd end{.fd = ended.number(), .events = POLLIN, .revents = 0};
     while (end.revents == 0) {
-        std::array questions{output.question(), errors.question(), end};
-        if (poll(questions.data(), questions.size(), -1) < 0) continue;
+        std::array entries{output.pollEntry(), errors.pollEntry(), end};
+        if (poll(entries.data(), entries.size(), -1) < 0) continue;
         output.drain();
         errors.drain();
-        end = questions.back();
+        end = entries.back();
     }
     output.finish();
     errors.finish();
@@ -100,7 +101,8 @@ void follow(const ChildProcess& child, const FileDescriptor& ended) {
 
 std::string readyText(const Desk& desk, const std::optional<AdminServer>& admin,
                       const Interception& interception, const std::string& program) {
-    auto text = "kivo-dev runs " + program + "; https goes through it\n  answered here  " +
+    auto text = "kivo-dev runs " + program +
+                "; its https goes through this backend\n  answered here  " +
                 interception.description() + "\n  base URL       " + desk.baseUrl() + "\n";
     if (!admin) return text;
     return text + "  admin          kivo-dev state --admin-port " + std::to_string(admin->port()) +
@@ -114,50 +116,50 @@ int verdict(const Tally& tally, int childStatus, bool strict) {
     return broken && childStatus == 0 ? EXIT_FAILURE : childStatus;
 }
 
-/// Leads the program to its hosts, but to those that are answered here, and says so once for each:
-/// it may be the one that was meant.
-class Passages {
+/// Intercepts the covered hosts and forwards to all others. Each of those is reported once, since
+/// it may be one that was meant to be intercepted.
+class TunnelRouter {
 public:
-    explicit Passages(Interception interception) : interception_(std::move(interception)) {}
+    explicit TunnelRouter(Interception interception) : interception_(std::move(interception)) {}
 
-    Passage operator()(const std::string& target) {
-        if (interception_.covers(target)) return Passage::here;
-        if (told_.size() < mostTold && told_.insert(target).second)
-            print(std::string(fromBackend) + "leads on to " + target + advice(target) + "\n");
-        return Passage::through;
+    TunnelPolicy operator()(const std::string& target) {
+        if (interception_.covers(target)) return TunnelPolicy::intercept;
+        if (logged_.size() < logLimit && logged_.insert(target).second)
+            print(std::string(fromBackend) + "forwards to " + target + advice(target) + "\n");
+        return TunnelPolicy::forward;
     }
 
 private:
     static std::string advice(const std::string& target) {
         const auto host = hostAndPort(target);
         if (!host || isAddress(host->host)) return "";
-        return "; to have it answered here: --host " + target;
+        return "; to answer it here: --host " + target;
     }
 
-    static constexpr std::size_t mostTold = 100;
+    static constexpr std::size_t logLimit = 100;
 
     Interception interception_;
-    std::set<std::string> told_;
+    std::set<std::string> logged_;
 };
 
 void prepare(DeskOptions& desk, const Authority& authority, const Interception& interception) {
     desk.identity = identityFor(authority, interception.names());
-    desk.passage = Passages(interception);
-    desk.handshakeFailed = [](const auto& reason) { print(fromBackend + handshakeLine(reason)); };
+    desk.tunnelPolicy = TunnelRouter(interception);
+    desk.onHandshakeFailed = [](const auto& reason) { print(fromBackend + handshakeLine(reason)); };
 }
 
-/// From the program's start to its end.
-int supervise(Desk& desk, const RunOptions& options, const Route& route,
-              const GuardedSignals& signals, const std::string& box) {
-    const ChildProcess child(options.command, childEnvironment(ownEnvironment(), route),
+/// Runs the program from start to end.
+int supervise(Desk& desk, const RunOptions& options, const BackendAddress& backend,
+              const GuardedSignals& signals, const std::string& readyMessage) {
+    const ChildProcess child(options.command, childEnvironment(ownEnvironment(), backend),
                              signals.maskBefore());
-    print(box);
-    const auto tidyUp = [path = route.trustFile] { unlink(path.c_str()); };
+    print(readyMessage);
+    const auto tidyUp = [path = backend.trustFile] { unlink(path.c_str()); };
     auto& watch = *new ChildWatch(child.id(), signals, tidyUp);
     follow(child, watch.ended());
-    desk.settle();
+    desk.awaitDisconnects();
     const int status = verdict(desk.tally(), watch.status(), options.common.strict);
-    watch.endWith(status);
+    watch.exitWith(status);
     return status;
 }
 
@@ -178,10 +180,10 @@ int run(RunOptions options) {
     if (options.common.adminPort) admin.emplace(desk, *options.common.adminPort);
     const TrustFile trust(trustedAlready() + authority.certificate());
     keepFromPrograms(inherited);
-    const Route route{.port = desk.port(),
-                      .trustFile = trust.path(),
-                      .adminPort = admin ? std::optional(admin->port()) : std::nullopt};
-    return supervise(desk, options, route, signals,
+    const BackendAddress address{.port = desk.port(),
+                                 .trustFile = trust.path(),
+                                 .adminPort = admin ? std::optional(admin->port()) : std::nullopt};
+    return supervise(desk, options, address, signals,
                      readyText(desk, admin, interception, options.command.front()));
 }
 

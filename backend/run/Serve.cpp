@@ -23,15 +23,15 @@ namespace kivo::backend {
 
 namespace {
 
-constexpr std::chrono::milliseconds patienceAtTheEnd(150);
+constexpr std::chrono::milliseconds exitGrace(150);
 
-std::latch ended(1);
+std::latch stopRequested(1);
 std::atomic<int> exitStatus = EXIT_SUCCESS;
 
-/// Blocks the signals that end the backend, in this thread and all that it starts, and lets one
-/// thread wait for them. That thread ends the process itself if whoever reads the standard output
-/// has stopped and holds up the rest.
-void watchForTheEnd() {
+/// Blocks SIGINT and SIGTERM in this thread and all that it starts, and waits for them on a thread
+/// of its own. If a stalled reader of standard output holds up the rest, that thread ends the
+/// process.
+void startSignalThread() {
     sigset_t signals;
     sigemptyset(&signals);
     sigaddset(&signals, SIGINT);
@@ -40,8 +40,8 @@ void watchForTheEnd() {
     std::thread([signals] {
         int signal = 0;
         sigwait(&signals, &signal);
-        ended.count_down();
-        std::this_thread::sleep_for(patienceAtTheEnd);
+        stopRequested.count_down();
+        std::this_thread::sleep_for(exitGrace);
         std::_Exit(exitStatus);
     }).detach();
 }
@@ -53,8 +53,8 @@ void requireOpen(const std::optional<int>& descriptor) {
         " is not open; open it first, as in: kivo-dev serve --ready-fd 3 3>ready");
 }
 
-void tellReady(int descriptor, const Desk& desk, const std::optional<AdminServer>& admin,
-               const std::string& trustFile) {
+void writeReadyLines(int descriptor, const Desk& desk, const std::optional<AdminServer>& admin,
+                     const std::string& trustFile) {
     auto text = std::to_string(desk.port()) + " " + trustFile + "\n";
     if (admin) text += std::to_string(admin->port()) + "\n";
     FileDescriptor(descriptor, "the ready descriptor").write(text);
@@ -62,7 +62,7 @@ void tellReady(int descriptor, const Desk& desk, const std::optional<AdminServer
 
 std::string readyText(const Desk& desk, const std::optional<AdminServer>& admin,
                       const std::string& trustFile) {
-    auto text = "kivo-dev is ready; Ctrl-C ends it\n  base URL     " + desk.baseUrl() +
+    auto text = "kivo-dev is ready; Ctrl-C stops it\n  base URL     " + desk.baseUrl() +
                 "\n  trust store  SSL_CERT_FILE=" + trustFile + "\n";
     if (!admin) return text;
     const auto port = std::to_string(admin->port());
@@ -76,42 +76,43 @@ std::string faultLines(const Desk& desk) {
     return lines;
 }
 
-/// Requests that broke the contract are a failure to the strict. Known at once: whoever reads the
-/// output may keep the end from coming to it.
-void note(const Entry& entry, bool strict) {
+/// Under --strict a violation makes the exit status a failure. Recorded at once, since a stalled
+/// reader of the output may keep serve() from returning.
+void recordStatus(const Entry& entry, bool strict) {
     if (strict && !entry.violations.empty()) exitStatus = EXIT_FAILURE;
 }
 
-void judge(std::uint64_t violations, bool strict) {
+void reportViolations(std::uint64_t violations, bool strict) {
     if (!strict || violations == 0) return;
     printError("kivo-dev: --strict: " + std::to_string(violations) +
                (violations == 1 ? " request" : " requests") +
-               " broke the contract; see the lines with BROKEN\n");
+               " broke the contract; see the lines marked BROKEN\n");
 }
 
 }  // namespace
 
 int serve(ServeOptions options) {
     requireOpen(options.readyDescriptor);
-    watchForTheEnd();
+    startSignalThread();
     const auto store = openAuthorityStore(authorityFolder());
     auto& [deskOptions, adminPort, strict] = options.common;
     deskOptions.identity = store.authority.issue(loopbackHosts());
-    deskOptions.handshakeFailed = [](const auto& reason) { print(handshakeLine(reason)); };
+    deskOptions.onHandshakeFailed = [](const auto& reason) { print(handshakeLine(reason)); };
     Desk desk(deskOptions,
               [showSecrets = deskOptions.showSecrets, strict = strict](const Entry& entry) {
-                  note(entry, strict);
+                  recordStatus(entry, strict);
                   print(requestLine(entry, showSecrets));
               });
     desk.open();
     std::optional<AdminServer> admin;
     if (adminPort) admin.emplace(desk, *adminPort);
-    if (options.readyDescriptor) tellReady(*options.readyDescriptor, desk, admin, store.trustFile);
+    if (options.readyDescriptor)
+        writeReadyLines(*options.readyDescriptor, desk, admin, store.trustFile);
     print(readyText(desk, admin, store.trustFile) + faultLines(desk));
-    ended.wait();
+    stopRequested.wait();
     admin.reset();
     desk.close();
-    judge(desk.tally().violationsEver(), strict);
+    reportViolations(desk.tally().violationsEver(), strict);
     return exitStatus;
 }
 

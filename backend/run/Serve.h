@@ -8,14 +8,14 @@ namespace kivo::backend {
 
 struct ServeOptions {
     CommonOptions common = {};
-    /// A descriptor that gets the line "PORT TRUST-FILE" once the backend listens, then one with
-    /// the admin port if there is one, and is then closed.
+    /// A descriptor to which the line "PORT TRUST-FILE" is written once the backend listens, then
+    /// the admin port if there is one. It is then closed.
     std::optional<int> readyDescriptor = {};
 };
 
-/// Runs the backend until SIGINT or SIGTERM; returns the exit status. Must come before any other
-/// thread of the process. Throws what keeps it from starting, with a text for the person at the
-/// keyboard.
+/// Runs the backend until SIGINT or SIGTERM; returns the exit status. Must be called before the
+/// process starts any other thread. Throws std::runtime_error, with a message for the user, if it
+/// cannot start.
 int serve(ServeOptions options);
 
 }  // namespace kivo::backend

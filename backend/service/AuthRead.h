@@ -7,11 +7,11 @@
 
 namespace kivo::backend {
 
-/// Which of several bearer values a backend goes by; real ones differ.
+/// Which of several bearer values counts; real backends differ.
 enum class AuthRead { first, last, any };
 
-/// Every token of a request's Authorization header lines, joined ones too, in order. A value that
-/// is no bearer counts as an empty one.
+/// All tokens in a request's Authorization lines, in order, joined ones included. A value that is
+/// not a bearer token counts as an empty one.
 std::vector<std::string> bearerTokens(const Request& request);
 
 }  // namespace kivo::backend

@@ -5,10 +5,10 @@
 
 namespace kivo::backend {
 
-/// Base 64 in the alphabet for URLs, without padding, as JSON web tokens use it.
+/// Base64 in the URL alphabet without padding, as in JSON Web Tokens.
 std::string base64UrlEncode(std::string_view bytes);
 
-/// The bytes of a text that base64UrlEncode made; of any other text, unspecified ones.
+/// Decodes the output of base64UrlEncode; any other text gives unspecified bytes.
 std::string base64UrlDecode(std::string_view text);
 
 }  // namespace kivo::backend

@@ -9,7 +9,7 @@ namespace {
 constexpr std::string_view root = "/api/communication/";
 constexpr std::string_view images = "/img/";
 
-/// A base URL may have a path of its own, which ends before the slash of ours.
+/// A base URL may have its own path, which ends before our slash.
 bool isBasePath(std::string_view text) { return !text.ends_with('/'); }
 
 }  // namespace

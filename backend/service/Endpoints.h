@@ -9,26 +9,26 @@
 
 namespace kivo::backend {
 
-/// One of the backend's operations: what a request for it has to look like.
+/// One of the backend's operations and what a request for it must look like.
 struct Endpoint {
     std::string_view name;  ///< The end of its path, as in "user/unset".
     std::string_view method;
     std::optional<TokenKind> bearer;
-    std::vector<std::string_view> keys;  ///< Of the JSON body; each holds text.
+    std::vector<std::string_view> keys;  ///< Of the JSON body; each value is a string.
 };
 
 const std::vector<Endpoint>& endpoints();
 
-/// Their names, each with a comma behind it, for people to read.
+/// All endpoint names, each followed by a comma, for messages.
 std::string endpointNames();
 
-/// nullptr when there is none of that name.
+/// nullptr if there is no such endpoint.
 const Endpoint* endpointNamed(std::string_view name);
 
-/// The endpoint that a request's path means, wherever a base URL puts it; nullptr for none.
+/// The endpoint at a path, whatever base path precedes it; nullptr if there is none.
 const Endpoint* endpointAt(std::string_view path);
 
-/// What follows "/img/" in the path of an image; nothing for any other path.
+/// The part of an image's path after "/img/"; std::nullopt for any other path.
 std::optional<std::string_view> imageAt(std::string_view path);
 
 }  // namespace kivo::backend

@@ -7,20 +7,20 @@
 
 namespace kivo::backend {
 
-/// The JSON object around everything that the backend says.
+/// The JSON object in every reply.
 struct Envelope {
     bool success = true;
     std::string message;
-    /// Left out of the JSON text when empty.
+    /// Left out of the JSON if empty.
     std::map<std::string, std::string> data = {};
 };
 
 Reply replyWith(int status, const Envelope& envelope);
 
-/// A refusal in the backend's own words.
+/// A reply with `success` false and this message.
 Reply refusal(int status, const std::string& message);
 
-/// One with 401, for want of a good token.
+/// The same with status 401, for a request without a valid token.
 Reply unauthorized(const std::string& message);
 
 }  // namespace kivo::backend

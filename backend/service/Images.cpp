@@ -9,9 +9,9 @@ namespace kivo::backend {
 
 namespace {
 
-constexpr std::size_t keptImages = 16;
+constexpr std::size_t imageLimit = 16;
 
-/// Only an ending that is known becomes part of a name: names stand in addresses.
+/// Only known extensions become part of a name, since names are part of URLs.
 const std::map<std::string_view, std::string_view>& types() {
     static const std::map<std::string_view, std::string_view> table{
         {"png", "image/png"},   {"jpg", "image/jpeg"},  {"jpeg", "image/jpeg"},
@@ -32,16 +32,16 @@ std::string typeOf(std::string_view name) {
 
 std::string Images::add(std::string_view fileName, std::string bytes) {
     if (bytes.empty()) throw std::invalid_argument("the image is empty");
-    const std::lock_guard lock(mutex_);
+    const Lock lock(mutex_);
     auto name = "push-" + std::to_string(++added_);
     if (types().contains(endingOf(fileName))) name.append(".").append(endingOf(fileName));
     images_.push_back({.name = name, .bytes = std::move(bytes)});
-    if (images_.size() > keptImages) images_.pop_front();
+    if (images_.size() > imageLimit) images_.pop_front();
     return name;
 }
 
 std::optional<Reply> Images::serve(std::string_view name) {
-    const std::lock_guard lock(mutex_);
+    const Lock lock(mutex_);
     const auto image = std::ranges::find(images_, name, &Image::name);
     if (image == images_.end()) return std::nullopt;
     ++image->hits;
@@ -50,13 +50,13 @@ std::optional<Reply> Images::serve(std::string_view name) {
 }
 
 unsigned Images::hits(std::string_view name) const {
-    const std::lock_guard lock(mutex_);
+    const Lock lock(mutex_);
     const auto image = std::ranges::find(images_, name, &Image::name);
     return image == images_.end() ? 0 : image->hits;
 }
 
 std::vector<Images::Image> Images::list() const {
-    const std::lock_guard lock(mutex_);
+    const Lock lock(mutex_);
     std::vector<Image> found;
     found.reserve(images_.size());
     for (const auto& image : images_)
@@ -65,7 +65,7 @@ std::vector<Images::Image> Images::list() const {
 }
 
 void Images::clear() {
-    const std::lock_guard lock(mutex_);
+    const Lock lock(mutex_);
     images_.clear();
 }
 

@@ -2,21 +2,20 @@
 
 #include <cstddef>
 #include <deque>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "backend/base/Mutex.h"
 #include "backend/http/Reply.h"
 
 namespace kivo::backend {
 
-/// The pictures that were handed in, to be shown by notifications. The newest 16 are kept. Any
-/// thread may call it.
+/// The images added for notifications. Only the newest 16 are kept. May be called from any thread.
 class Images {
 public:
-    /// Of one picture, in bytes; whoever takes them in sees to it.
+    /// The largest image, in bytes; callers of add() must check it.
     static constexpr std::size_t largest = 1024 * 1024;
 
     struct Image {
@@ -25,25 +24,25 @@ public:
         unsigned hits = 0;
     };
 
-    /// Keeps a picture; what comes after the last dot of the file's name tells its type. Returns
-    /// the name that it has from now on. Throws std::invalid_argument for an empty one.
+    /// Stores an image; the extension of its file name determines the type. Returns the name to
+    /// request it by. Throws std::invalid_argument if the image is empty.
     std::string add(std::string_view fileName, std::string bytes);
 
-    /// The picture, and one hit more; nothing for a name that is not known.
+    /// The image; counts as a hit. std::nullopt for an unknown name.
     std::optional<Reply> serve(std::string_view name);
 
-    /// 0 for a name that is not known.
+    /// 0 for an unknown name.
     unsigned hits(std::string_view name) const;
 
-    /// Without their bytes.
+    /// All images, without their bytes.
     std::vector<Image> list() const;
 
     void clear();
 
 private:
-    mutable std::mutex mutex_;
-    std::deque<Image> images_;
-    unsigned added_ = 0;
+    mutable Mutex mutex_;
+    std::deque<Image> images_ KIVO_BACKEND_GUARDED_BY(mutex_);
+    unsigned added_ KIVO_BACKEND_GUARDED_BY(mutex_) = 0;
 };
 
 }  // namespace kivo::backend

@@ -11,7 +11,7 @@ namespace {
 
 [[noreturn]] void reject(std::string_view part) {
     throw std::invalid_argument("\"" + std::string(part) +
-                                "\" is no time to live; write it like user=15m,merchant=1h "
+                                "\" is not a time to live; write it like user=15m,merchant=1h "
                                 "(whole numbers of s, m or h)");
 }
 

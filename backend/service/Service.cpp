@@ -14,20 +14,20 @@ namespace kivo::backend {
 
 namespace {
 
-constexpr std::size_t rememberedSessions = 256;
-constexpr std::size_t keptOfAText = 4 * 1024;
+constexpr std::size_t sessionLimit = 256;
+constexpr std::size_t textLimit = 4 * 1024;
 
 std::string explain(TokenState state, TokenKind kind) {
     const auto name = nameOf(kind) + std::string(" token");
     switch (state) {
         case TokenState::missing: return "the " + name + " is missing";
         case TokenState::expired: return "the " + name + " has expired";
-        default: return "this is no valid " + name;
+        default: return "the " + name + " is not valid";
     }
 }
 
 Reply wrongMethod(std::string_view allowed) {
-    auto reply = refusal(405, "this path is for " + std::string(allowed));
+    auto reply = refusal(405, "this path requires " + std::string(allowed));
     reply.headers.push_back({.name = "Allow", .value = std::string(allowed)});
     return reply;
 }
@@ -41,7 +41,7 @@ Reply image(std::string_view name, const Request& request) {
     return {.headers = {{.name = "Content-Type", .value = "image/png"}}, .body = tinyImage(name)};
 }
 
-/// The object's text values; nothing when the body is no JSON object.
+/// The object's string members; std::nullopt if the body is not a JSON object.
 std::optional<std::map<std::string, std::string>> textFields(const std::string& body) {
     const auto json = nlohmann::json::parse(body, nullptr, false);
     if (!json.is_object()) return std::nullopt;
@@ -54,15 +54,15 @@ std::optional<std::map<std::string, std::string>> textFields(const std::string& 
 
 }  // namespace
 
-Service::Operation Service::operationAt(const Endpoint& endpoint) {
-    static const std::map<std::string_view, Operation> operations{
+Service::Handler Service::handlerFor(const Endpoint& endpoint) {
+    static const std::map<std::string_view, Handler> handlers{
         {"sdk/authenticate", &Service::authenticateSdk},
         {"user/authenticate", &Service::authenticateUser},
         {"user/update-device-token", &Service::updateDeviceToken},
         {"user/update-notification-consent", &Service::updateConsent},
         {"user/unset", &Service::unsetUser},
     };
-    return operations.at(endpoint.name);
+    return handlers.at(endpoint.name);
 }
 
 Service::Service(ServiceOptions options)
@@ -73,7 +73,7 @@ Reply Service::answer(const Request& request) {
     const auto* endpoint = endpointAt(request.path());
     if (!endpoint) return refusal(404, "there is nothing at this path");
     if (request.method != endpoint->method) return wrongMethod(endpoint->method);
-    const std::lock_guard lock(mutex_);
+    const Lock lock(mutex_);
     return serve(*endpoint, request);
 }
 
@@ -87,16 +87,15 @@ Reply Service::serve(const Endpoint& endpoint, const Request& request) {
         sessionId = std::move(verdict.sessionId);
     }
     const auto fields = textFields(request.body);
-    if (!fields) return refusal(400, "the body is no JSON object");
+    if (!fields) return refusal(400, "the body is not a JSON object");
     Fields known;
     for (const auto name : endpoint.keys) {
         const std::string key(name);
         const auto field = fields->find(key);
-        if (field == fields->end())
-            return refusal(400, "the body has no text under \"" + key + "\"");
-        known[key] = field->second.substr(0, keptOfAText);
+        if (field == fields->end()) return refusal(400, "the body has no string \"" + key + "\"");
+        known[key] = field->second.substr(0, textLimit);
     }
-    return (this->*operationAt(endpoint))(known, sessionId);
+    return (this->*handlerFor(endpoint))(known, sessionId);
 }
 
 TokenVerdict Service::check(TokenKind kind, const Request& request) const {
@@ -114,7 +113,7 @@ TokenVerdict Service::check(TokenKind kind, const Request& request) const {
 Reply Service::authenticateSdk(const Fields& fields, const std::string&) {
     const std::string id = "S" + std::to_string(++opened_);
     sessions_.push_back({.id = id, .apiKey = fields.at("apiKey")});
-    if (sessions_.size() > rememberedSessions) sessions_.pop_front();
+    if (sessions_.size() > sessionLimit) sessions_.pop_front();
     const auto token = tokens_.issue(TokenKind::merchant, id);
     return replyWith(200, {.message = "SDK authenticated",
                            .data = {{"merchantToken", token}, {"sessionId", id}}});
@@ -134,7 +133,7 @@ Reply Service::updateDeviceToken(const Fields& fields, const std::string& sessio
 Reply Service::updateConsent(const Fields& fields, const std::string& sessionId) {
     const auto& permission = fields.at("permission");
     if (permission != "GRANTED" && permission != "DENIED") {
-        return refusal(400, "\"permission\" is neither GRANTED nor DENIED");
+        return refusal(400, "\"permission\" must be GRANTED or DENIED");
     }
     if (auto* session = find(sessionId)) session->permission = permission;
     return done("notification consent updated");
@@ -151,18 +150,18 @@ Session* Service::find(const std::string& sessionId) {
 }
 
 std::vector<Session> Service::sessions() const {
-    const std::lock_guard lock(mutex_);
+    const Lock lock(mutex_);
     return {sessions_.begin(), sessions_.end()};
 }
 
 void Service::expire(std::optional<TokenKind> kind) {
-    const std::lock_guard lock(mutex_);
+    const Lock lock(mutex_);
     for (const auto each : {TokenKind::merchant, TokenKind::user})
         if (kind.value_or(each) == each) tokens_.expire(each);
 }
 
 void Service::reset() {
-    const std::lock_guard lock(mutex_);
+    const Lock lock(mutex_);
     tokens_ = Tokens(options_.lifetimes, options_.clock, options_.seed);
     sessions_.clear();
     opened_ = 0;

@@ -3,11 +3,11 @@
 #include <cstdint>
 #include <deque>
 #include <map>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "backend/base/Mutex.h"
 #include "backend/http/Reply.h"
 #include "backend/http/Request.h"
 #include "backend/service/AuthRead.h"
@@ -25,7 +25,7 @@ struct ServiceOptions {
     Clock clock = std::chrono::system_clock::now;
 };
 
-/// What one SDK authentication opened, and what came to be known under it since.
+/// What is known about one SDK authentication.
 struct Session {
     std::string id;
     std::string apiKey;
@@ -34,8 +34,8 @@ struct Session {
     std::string permission = {};
 };
 
-/// The backend's endpoints, as plain logic from request to reply, and the sessions they work on.
-/// Any thread may call it.
+/// The backend's endpoints, as pure logic from request to reply, and their sessions. May be called
+/// from any thread.
 class Service {
 public:
     explicit Service(ServiceOptions options = {});
@@ -45,32 +45,37 @@ public:
     /// The newest sessions, oldest first.
     std::vector<Session> sessions() const;
 
-    /// Every token of that kind, or of both, has expired now.
+    /// Expires all tokens issued so far, of one kind or of both.
     void expire(std::optional<TokenKind> kind = std::nullopt);
 
-    /// Forgets everything, as if it had just been started; tokens of before are wrong, but for the
-    /// ones that a seed makes again.
+    /// Returns to the initial state. Earlier tokens become invalid, except that a seed issues the
+    /// same ones again.
     void reset();
 
 private:
     using Fields = std::map<std::string, std::string>;
-    using Operation = Reply (Service::*)(const Fields&, const std::string&);
-    static Operation operationAt(const Endpoint& endpoint);
+    using Handler = Reply (Service::*)(const Fields&, const std::string&);
+    static Handler handlerFor(const Endpoint& endpoint);
 
-    Reply serve(const Endpoint& endpoint, const Request& request);
-    TokenVerdict check(TokenKind kind, const Request& request) const;
-    Reply authenticateSdk(const Fields& fields, const std::string& sessionId);
-    Reply authenticateUser(const Fields& fields, const std::string& sessionId);
-    Reply updateDeviceToken(const Fields& fields, const std::string& sessionId);
-    Reply updateConsent(const Fields& fields, const std::string& sessionId);
-    Reply unsetUser(const Fields& fields, const std::string& sessionId);
-    Session* find(const std::string& sessionId);
+    Reply serve(const Endpoint& endpoint, const Request& request) KIVO_BACKEND_REQUIRES(mutex_);
+    TokenVerdict check(TokenKind kind, const Request& request) const KIVO_BACKEND_REQUIRES(mutex_);
+    Reply authenticateSdk(const Fields& fields, const std::string& sessionId)
+        KIVO_BACKEND_REQUIRES(mutex_);
+    Reply authenticateUser(const Fields& fields, const std::string& sessionId)
+        KIVO_BACKEND_REQUIRES(mutex_);
+    Reply updateDeviceToken(const Fields& fields, const std::string& sessionId)
+        KIVO_BACKEND_REQUIRES(mutex_);
+    Reply updateConsent(const Fields& fields, const std::string& sessionId)
+        KIVO_BACKEND_REQUIRES(mutex_);
+    Reply unsetUser(const Fields& fields, const std::string& sessionId)
+        KIVO_BACKEND_REQUIRES(mutex_);
+    Session* find(const std::string& sessionId) KIVO_BACKEND_REQUIRES(mutex_);
 
     const ServiceOptions options_;
-    mutable std::mutex mutex_;
-    Tokens tokens_;
-    std::deque<Session> sessions_;
-    std::uint64_t opened_ = 0;
+    mutable Mutex mutex_;
+    Tokens tokens_ KIVO_BACKEND_GUARDED_BY(mutex_);
+    std::deque<Session> sessions_ KIVO_BACKEND_GUARDED_BY(mutex_);
+    std::uint64_t opened_ KIVO_BACKEND_GUARDED_BY(mutex_) = 0;
 };
 
 }  // namespace kivo::backend

@@ -12,7 +12,7 @@ using namespace std::string_view_literals;
 
 constexpr auto signature = "\x89PNG\r\n\x1a\n"sv;
 constexpr auto onePixelOfAPalette = "\0\0\0\1\0\0\0\1\x8\x3\0\0\0"sv;
-/// A zlib stream that holds one uncompressed block: no filter, colour 0.
+/// A zlib stream of one uncompressed block: no filter, colour 0.
 constexpr auto firstColour = "\x78\x01\x01\x02\0\xfd\xff\0\0\0\2\0\1"sv;
 
 std::uint32_t checksum(std::string_view bytes) {

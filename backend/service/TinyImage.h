@@ -5,7 +5,7 @@
 
 namespace kivo::backend {
 
-/// A PNG picture of one pixel, in a colour that depends on the name.
+/// A PNG image of one pixel, whose colour depends on the name.
 std::string tinyImage(std::string_view name);
 
 }  // namespace kivo::backend

@@ -19,16 +19,17 @@ namespace {
 
 using nlohmann::json;
 constexpr std::size_t keySize = 32;
-constexpr std::size_t keptEnds = 65536;
+constexpr std::size_t expiryLimit = 65536;
 
 std::string randomKey() {
     std::string key(keySize, '\0');
     auto* bytes = reinterpret_cast<unsigned char*>(key.data());
-    if (RAND_bytes(bytes, keySize) != 1) throw std::runtime_error("OpenSSL has no random bytes");
+    if (RAND_bytes(bytes, keySize) != 1)
+        throw std::runtime_error("OpenSSL could not make random bytes");
     return key;
 }
 
-/// No secret: whoever knows the seed knows the key.
+/// Not secret: the seed determines the key.
 std::string keyFrom(std::uint64_t seed) {
     std::mt19937_64 generator(seed);
     std::string key(keySize, '\0');
@@ -36,7 +37,7 @@ std::string keyFrom(std::uint64_t seed) {
     return key;
 }
 
-/// The only header there is: a token that names any other algorithm, "none" included, is not ours.
+/// The only accepted header: a token with any other algorithm, "none" included, is not ours.
 const std::string& header() {
     static const std::string text = base64UrlEncode(R"({"alg":"HS256","typ":"JWT"})") + ".";
     return text;
@@ -58,7 +59,7 @@ std::string textIn(const json& object, const char* name) {
     return member != object.end() && member->is_string() ? member->get<std::string>() : "";
 }
 
-/// The number in a token's name; 0, which no token has, for any other text.
+/// The number in a token's name; 0, which no token has, if there is none.
 std::uint64_t numberIn(std::string_view name) {
     return name.empty() ? 0 : parseNumber<std::uint64_t>(name.substr(1)).value_or(0);
 }
@@ -83,18 +84,18 @@ std::optional<TokenClaims> readClaims(std::string_view token) {
 Tokens::Tokens(const Lifetimes& lifetimes, Clock clock, std::optional<std::uint64_t> seed)
     : lifetimes_(lifetimes),
       clock_(std::move(clock)),
-      tellsTimes_(!seed),
+      includesTimes_(!seed),
       key_(seed ? keyFrom(*seed) : randomKey()) {}
 
 std::string Tokens::issue(TokenKind kind, const std::string& sessionId) {
     const auto now = clock_();
     const auto end = now + (kind == TokenKind::merchant ? lifetimes_.merchant : lifetimes_.user);
-    auto& ends = endsOf(kind);
-    ends.newest.push_back(end);
-    if (ends.newest.size() > keptEnds) ends.newest.pop_front();
-    const auto name = initialOf(kind) + std::to_string(++ends.issued);
+    auto& expiries = expiriesOf(kind);
+    expiries.newest.push_back(end);
+    if (expiries.newest.size() > expiryLimit) expiries.newest.pop_front();
+    const auto name = initialOf(kind) + std::to_string(++expiries.issued);
     json claims{{"kind", nameOf(kind)}, {"sid", sessionId}, {"jti", name}};
-    if (tellsTimes_) {
+    if (includesTimes_) {
         claims["iat"] = secondsSinceEpoch(now);
         claims["exp"] = secondsSinceEpoch(end);
     }
@@ -112,18 +113,18 @@ TokenVerdict Tokens::check(TokenKind kind, std::string_view token) const {
     return {.state = stateOf(*claims), .sessionId = claims->sessionId};
 }
 
-/// A number that was not given yet is one of an earlier run with the same seed.
+/// A number that has not been issued yet belongs to an earlier run with the same seed.
 TokenState Tokens::stateOf(const TokenClaims& claims) const {
-    const auto& ends = endsOf(claims.kind);
+    const auto& expiries = expiriesOf(claims.kind);
     const auto number = numberIn(claims.name);
-    if (number == 0 || number > ends.issued) return TokenState::wrong;
-    const auto age = ends.issued - number;
-    if (age >= ends.newest.size()) return TokenState::expired;
-    const auto end = ends.newest[ends.newest.size() - 1 - age];
+    if (number == 0 || number > expiries.issued) return TokenState::invalid;
+    const auto age = expiries.issued - number;
+    if (age >= expiries.newest.size()) return TokenState::expired;
+    const auto end = expiries.newest[expiries.newest.size() - 1 - age];
     return end <= clock_() ? TokenState::expired : TokenState::valid;
 }
 
-void Tokens::expire(TokenKind kind) { endsOf(kind).newest.clear(); }
+void Tokens::expire(TokenKind kind) { expiriesOf(kind).newest.clear(); }
 
 std::string Tokens::sign(std::string_view text) const {
     std::array<char, EVP_MAX_MD_SIZE> digest{};

@@ -23,7 +23,7 @@ constexpr const char* loopbackOnly =
     "permitted;IP:0:0:0:0:0:0:0:1/ffff:ffff:ffff:ffff:ffff:ffff:ffff:ffff";
 
 void requireDnsName(const std::string& name) {
-    if (!isDnsName(name)) throw std::invalid_argument("\"" + name + "\" is no DNS name");
+    if (!isDnsName(name)) throw std::invalid_argument("\"" + name + "\" is not a DNS name");
 }
 
 std::string constraints(const std::vector<std::string>& extraNames) {
@@ -47,7 +47,7 @@ std::string alternativeNames(const std::vector<std::string>& hosts) {
     return text;
 }
 
-bool isValidStill(const X509& certificate) {
+bool isStillValid(const X509& certificate) {
     std::time_t soon = std::time(nullptr) + std::chrono::seconds(renewalMargin).count();
     return X509_cmp_current_time(X509_get0_notBefore(&certificate)) < 0 &&
            X509_cmp_time(X509_get0_notAfter(&certificate), &soon) > 0;
@@ -55,12 +55,13 @@ bool isValidStill(const X509& certificate) {
 
 }  // namespace
 
-struct Authority::Keeping {
+struct Authority::Credentials {
     KeyPointer key;
     CertificatePointer certificate;
 };
 
-Authority::Authority(std::unique_ptr<Keeping> keeping) : keeping_(std::move(keeping)) {}
+Authority::Authority(std::unique_ptr<Credentials> credentials)
+    : credentials_(std::move(credentials)) {}
 
 Authority::Authority(Authority&&) noexcept = default;
 Authority::~Authority() = default;
@@ -74,22 +75,22 @@ Authority Authority::make(const std::vector<std::string>& extraNames) {
                            .extension(NID_name_constraints, constraints(extraNames))
                            .extension(NID_subject_key_identifier, "hash")
                            .sign(*key);
-    return Authority(std::make_unique<Keeping>(std::move(key), std::move(certificate)));
+    return Authority(std::make_unique<Credentials>(std::move(key), std::move(certificate)));
 }
 
 std::optional<Authority> Authority::read(std::string_view pem) {
-    auto keeping = std::make_unique<Keeping>(keyFrom(pem), certificateFrom(pem));
-    if (!keeping->key || !keeping->certificate) return std::nullopt;
-    if (X509_check_private_key(keeping->certificate.get(), keeping->key.get()) != 1)
+    auto credentials = std::make_unique<Credentials>(keyFrom(pem), certificateFrom(pem));
+    if (!credentials->key || !credentials->certificate) return std::nullopt;
+    if (X509_check_private_key(credentials->certificate.get(), credentials->key.get()) != 1)
         return std::nullopt;
-    if (!isValidStill(*keeping->certificate)) return std::nullopt;
-    return Authority(std::move(keeping));
+    if (!isStillValid(*credentials->certificate)) return std::nullopt;
+    return Authority(std::move(credentials));
 }
 
 Identity Authority::issue(const std::vector<std::string>& hosts) const {
     const auto key = makeKey();
     const auto certificate =
-        CertificateBuilder("Kivo development server", *key, keeping_->certificate.get())
+        CertificateBuilder("Kivo development server", *key, credentials_->certificate.get())
             .validFor(identityLifetime)
             .extension(NID_basic_constraints, "critical,CA:FALSE")
             .extension(NID_key_usage, "critical,digitalSignature")
@@ -97,13 +98,13 @@ Identity Authority::issue(const std::vector<std::string>& hosts) const {
             .extension(NID_subject_alt_name, alternativeNames(hosts))
             .extension(NID_subject_key_identifier, "hash")
             .extension(NID_authority_key_identifier, "keyid")
-            .sign(*keeping_->key);
+            .sign(*credentials_->key);
     return {.certificate = pemOf(*certificate), .privateKey = pemOf(*key)};
 }
 
-std::string Authority::certificate() const { return pemOf(*keeping_->certificate); }
+std::string Authority::certificate() const { return pemOf(*credentials_->certificate); }
 
-std::string Authority::pem() const { return certificate() + pemOf(*keeping_->key); }
+std::string Authority::pem() const { return certificate() + pemOf(*credentials_->key); }
 
 std::vector<std::string> loopbackHosts() { return {"localhost", "127.0.0.1", "::1"}; }
 

@@ -8,45 +8,43 @@
 
 namespace kivo::backend {
 
-/// What a TLS server shows and proves: a certificate and its key, both as PEM text.
+/// A TLS server's certificate and private key, both as PEM.
 struct Identity {
     std::string certificate;
     std::string privateKey;
 };
 
-/// A certificate authority of our own. Its certificate is limited, by critical name constraints, to
-/// localhost, the loopback addresses and the extra DNS names given when it was made: whoever trusts
-/// it trusts it for nothing else. Failures of the cryptographic library are thrown as
-/// std::runtime_error.
+/// A certificate authority of our own. Critical name constraints limit its certificate to
+/// localhost, the loopback addresses, and the extra DNS names given when it was created: a client
+/// that trusts it trusts it for nothing else. OpenSSL failures are thrown as std::runtime_error.
 class Authority {
 public:
-    /// Makes one in memory. A name that is no plain DNS name throws std::invalid_argument.
+    /// Creates one in memory. Throws std::invalid_argument if a name is not a DNS name.
     static Authority make(const std::vector<std::string>& extraNames = {});
 
-    /// Takes up what pem() gave; nothing when the text is damaged or the certificate is about to
-    /// expire.
+    /// Reads the output of pem(); std::nullopt if it is damaged or the certificate expires soon.
     static std::optional<Authority> read(std::string_view pem);
 
     Authority(Authority&&) noexcept;
     ~Authority();
 
-    /// A fresh identity for these DNS names and addresses, whether or not clients will accept it
-    /// for them.
+    /// Issues an identity for these DNS names and addresses, whether or not the constraints allow
+    /// them.
     Identity issue(const std::vector<std::string>& hosts) const;
 
-    /// The certificate alone: what clients are told to trust.
+    /// The certificate as PEM: what clients must trust.
     std::string certificate() const;
 
-    /// Certificate and private key.
+    /// The certificate and the private key as PEM.
     std::string pem() const;
 
 private:
-    struct Keeping;
-    explicit Authority(std::unique_ptr<Keeping> keeping);
-    std::unique_ptr<Keeping> keeping_;
+    struct Credentials;
+    explicit Authority(std::unique_ptr<Credentials> credentials);
+    std::unique_ptr<Credentials> credentials_;
 };
 
-/// The hosts that every authority may speak for: localhost, 127.0.0.1 and ::1.
+/// The hosts that every authority may certify: localhost, 127.0.0.1 and ::1.
 std::vector<std::string> loopbackHosts();
 
 }  // namespace kivo::backend

@@ -25,7 +25,7 @@ void prepare(const fs::path& folder) {
     fs::permissions(folder, fs::perms::owner_all);
 }
 
-/// Held until the descriptor is closed.
+/// The lock is held until the descriptor is closed.
 FileDescriptor lockIn(const fs::path& folder) {
     const fs::path file = folder / "lock";
     FileDescriptor lock(open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, ownerOnly), file);
@@ -35,7 +35,7 @@ FileDescriptor lockIn(const fs::path& folder) {
     return lock;
 }
 
-/// Readers see the old text or the whole new one, after a crash as well.
+/// Readers see either the old text or the whole new one, even after a crash.
 void replace(const fs::path& file, const std::string& text, ::mode_t mode) {
     const fs::path draft = file.string() + ".new";
     fs::remove(draft);
@@ -58,8 +58,7 @@ fs::path dataHome() {
     if (xdg && fs::path(xdg).is_absolute()) return xdg;
     const char* home = std::getenv("HOME");
     if (home && *home) return fs::path(home) / ".local/share";
-    throw std::runtime_error(
-        "there is no place to keep the certificate authority: set HOME or XDG_DATA_HOME");
+    throw std::runtime_error("cannot store the certificate authority: set HOME or XDG_DATA_HOME");
 }
 
 StoredAuthority openIn(const fs::path& folder) {
@@ -79,8 +78,8 @@ StoredAuthority openAuthorityStore(const fs::path& folder) {
         return openIn(folder);
     } catch (const std::system_error& error) {
         throw std::runtime_error(
-            "there is no place to keep the certificate authority: " + std::string(error.what()) +
-            "; correct that, or set XDG_DATA_HOME to a folder of yours");
+            "cannot store the certificate authority: " + std::string(error.what()) +
+            "; fix that, or set XDG_DATA_HOME to a folder that you own");
     }
 }
 

@@ -8,18 +8,17 @@ namespace kivo::backend {
 
 struct StoredAuthority {
     Authority authority;
-    /// The file that clients are to trust: the certificate alone.
+    /// The file that clients must trust: the certificate alone.
     std::filesystem::path trustFile;
 };
 
-/// Takes up the authority that the folder holds, or makes one there and keeps it; a damaged one and
-/// one about to expire is replaced. Processes that come at the same time get the same one. The
-/// folder is open to its owner alone. Throws std::runtime_error, with a text for the person at the
-/// keyboard, when the folder cannot be used.
+/// Loads the authority in the folder, or creates and stores one; one that is damaged or expires
+/// soon is replaced. Concurrent processes get the same one. Only the owner can access the folder.
+/// Throws std::runtime_error, with a message for the user, if the folder cannot be used.
 StoredAuthority openAuthorityStore(const std::filesystem::path& folder);
 
-/// $XDG_DATA_HOME/kivo-dev, by default ~/.local/share/kivo-dev. Throws std::runtime_error without
-/// either.
+/// $XDG_DATA_HOME/kivo-dev, by default ~/.local/share/kivo-dev. Throws std::runtime_error if
+/// neither XDG_DATA_HOME nor HOME is set.
 std::filesystem::path authorityFolder();
 
 }  // namespace kivo::backend

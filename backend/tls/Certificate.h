@@ -27,19 +27,19 @@ KeyPointer makeKey();
 std::string pemOf(const X509& certificate);
 std::string pemOf(const EVP_PKEY& key);
 
-/// Empty when the text holds none.
+/// Empty if the text contains none.
 CertificatePointer certificateFrom(std::string_view pem);
 KeyPointer keyFrom(std::string_view pem);
 
-/// Builds one X.509 certificate in the order in which it is described, then signs it.
+/// Builds one X.509 certificate, then signs it.
 class CertificateBuilder {
 public:
-    /// An issuer of nullptr makes the certificate its own issuer.
+    /// Without an issuer the certificate is self-signed.
     CertificateBuilder(const std::string& commonName, EVP_PKEY& subjectKey, X509* issuer);
 
     CertificateBuilder& validFor(std::chrono::seconds duration);
 
-    /// The value is written as in OpenSSL's configuration files.
+    /// `value` has the syntax of OpenSSL's configuration files.
     CertificateBuilder& extension(int nid, const std::string& value);
 
     CertificatePointer sign(EVP_PKEY& issuerKey);

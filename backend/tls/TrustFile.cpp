@@ -24,8 +24,8 @@ std::string makeFile(const std::string& content) {
 
 TrustFile::TrustFile(const std::string& certificates) try : path_(makeFile(certificates)) {
 } catch (const std::system_error& error) {
-    throw std::runtime_error("there is no place for a temporary file: " +
-                             std::string(error.what()) + "; set TMPDIR to a folder of yours");
+    throw std::runtime_error("cannot write a temporary file: " + std::string(error.what()) +
+                             "; set TMPDIR to a folder that you own");
 }
 
 TrustFile::~TrustFile() { unlink(path_.c_str()); }
@@ -37,7 +37,7 @@ std::string trustedAlready() {
         return contentOf(name) + "\n";
     } catch (const std::system_error& error) {
         throw std::runtime_error("SSL_CERT_FILE cannot be read: " + std::string(error.what()) +
-                                 "; unset it or correct it");
+                                 "; fix it or unset it");
     }
 }
 

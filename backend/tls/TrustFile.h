@@ -4,12 +4,11 @@
 
 namespace kivo::backend {
 
-/// A temporary file, for its owner alone, with what a program is to trust. Removed with this
-/// object.
+/// A temporary file with the certificates that a program is to trust, readable by its owner only.
+/// The destructor removes it.
 class TrustFile {
 public:
-    /// Throws std::runtime_error, with a text for the person at the keyboard, when it cannot be
-    /// written.
+    /// Throws std::runtime_error, with a message for the user, if it cannot be written.
     explicit TrustFile(const std::string& certificates);
     ~TrustFile();
 
@@ -22,8 +21,8 @@ private:
     const std::string path_;
 };
 
-/// The certificates in the file that SSL_CERT_FILE names; empty when it names none. Throws
-/// std::runtime_error, with a text for the person at the keyboard, when it cannot be read.
+/// The certificates in the file that SSL_CERT_FILE names; empty if it is not set. Throws
+/// std::runtime_error, with a message for the user, if the file cannot be read.
 std::string trustedAlready();
 
 }  // namespace kivo::backend

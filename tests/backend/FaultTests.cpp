@@ -65,8 +65,8 @@ TEST(FaultsTest, DrawsTheNewestThatFitsAsOftenAsItIsMeant) {
     EXPECT_EQ(drawn(faults, "/img/user/unset"), "*:hang");
     EXPECT_EQ(drawn(faults, path + ""), "user/unset:401:times=2");
     EXPECT_EQ(drawn(faults, path + ""), "*:hang");
-    EXPECT_EQ(faults.drawGreeting(), backend::Greeting::untrusted);
-    EXPECT_EQ(faults.drawGreeting(), backend::Greeting::proper);
+    EXPECT_EQ(faults.drawHandshakeAction(), backend::HandshakeAction::presentUntrusted);
+    EXPECT_EQ(faults.drawHandshakeAction(), backend::HandshakeAction::proceed);
     EXPECT_EQ(faults.list().at(1).hits, 2U);
     EXPECT_EQ(faults.clear("user/unset:401:times=2") + faults.clear() + faults.clear(), 3U);
 
@@ -119,15 +119,15 @@ TEST(ContractTest, NamesEachBreachInWords) {
         {"Content-Type: application/json\n", "", "Content-Type is missing"},
         {"/json", "/xml", "Content-Type is \"application/xml\"; it must be \"application/json\""},
         {"com.example", "", "x-package-name is empty"},
-        {"x-session-id", "X-Platform: IOS\nx-session-id", "x-platform comes 2 times"},
-        {"," + user, "\nauthorization: " + user, "Authorization comes in 2 lines"},
-        {"Authorization", "x-other", "Authorization is missing; a user token"},
-        {"," + user, ",Bearer " + merchant, "merchant token \"M1\" where a user token belongs"},
-        {"," + user, ",Bearer", "holds no token"},
-        {"{\"sessionId\":\"\"}", "[]", "the body is no JSON object"},
+        {"x-session-id", "X-Platform: IOS\nx-session-id", "x-platform appears 2 times"},
+        {"," + user, "\nauthorization: " + user, "Authorization appears in 2 lines"},
+        {"Authorization", "x-other", "Authorization is missing; it must carry a user token"},
+        {"," + user, ",Bearer " + merchant, "merchant token \"M1\" instead of a user token"},
+        {"," + user, ",Bearer", "has no token"},
+        {"{\"sessionId\":\"\"}", "[]", "the body is not a JSON object"},
         {"\"sessionId\":\"\"", "", "the body lacks \"sessionId\""},
-        {":\"\"", ":1", "\"sessionId\" in the body is no text"},
-        {":\"\"", ":\"\",\"é\":1", "the body has \"??\", which does not belong"},
+        {":\"\"", ":1", "\"sessionId\" in the body is not a string"},
+        {":\"\"", ":\"\",\"é\":1", "the body has the unexpected member \"??\""},
         {"user/unset", "user/unsettled", ""}};
     for (const auto& [part, other, words] : cases) {
         auto text = good;

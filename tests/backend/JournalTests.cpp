@@ -63,7 +63,7 @@ TEST(RequestLineTest, ShowsAnExchangeWithoutObeyingIt) {
     EXPECT_THAT(backend::requestLine(entry), EndsWith("  M1+?  BROKEN: no a; b?  fault *:401\n"));
     EXPECT_THAT(
         backend::requestLine(entryFor("/a\x1b[2J\xC3?b", 404)),
-        EndsWith("  POST /a?[2J?  404  0 ms  no endpoint of the contract  (not delivered)\n"));
+        EndsWith("  POST /a?[2J?  404  0 ms  not an endpoint of the contract  (not delivered)\n"));
     EXPECT_THAT(backend::requestLine({}),
                 EndsWith("  (no HTTP request)  200  0 ms  (not delivered)\n"));
 }

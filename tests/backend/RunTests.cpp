@@ -8,7 +8,6 @@ namespace kivo::tests {
 namespace {
 
 using testing::ElementsAre;
-using testing::MatchesRegex;
 
 TEST(InterceptionTest, CoversItsHostsAndPorts) {
     backend::Interception interception;
@@ -40,49 +39,52 @@ const std::string ask = R"(
 END
 )";
 
-TEST_F(RunTest, StandsInForTheCompiledInHostsAndLeadsToAllOthers) {
-    const auto printed = run(ask + R"(
+TEST_F(RunTest, AnswersForTheBaseUrlsAndForwardsToAllOtherHosts) {
+    const std::string preparation = ask + R"(
         kivo serve --port 0 --ready-fd 3 3>ready >log & read -r port trust <ready
         export NO_PROXY=* http_proxy=x ALL_PROXY=x SSL_CERT_FILE=$trust
         open=$(ls /proc/self/fd | wc -l); cat >app <<END
         sh ask api.kivo.example:443; sh ask extra.example:99; sh ask localhost:$port
-        env | grep -i proxy= | sort; $dev expect img/a | wc -l; stat -c %a \$SSL_CERT_FILE
-        [ \$(ls /proc/self/fd | wc -l) = $open ] && echo none of ours
+        env | grep -i proxy= | sort; echo expected \$($dev expect img/a | wc -l)
+        echo mode \$(stat -c %a \$SSL_CERT_FILE)
+        [ \$(ls /proc/self/fd | wc -l) = $open ] && echo inherited nothing
         printf oops >&2; printf unended; exit 7
 END
-        (kivo run --host extra.example -- sh app) >out; echo "status $?"; ls $PWD | grep trust
-        grep -c /img/a log; kill $!; grep -c '^backend .*GET /img/a  200' out
-        grep -v ^backend out | tr -d '\r')");
-    EXPECT_THAT(
-        printed,
-        MatchesRegex("app err . oops\nstatus 7\n1\n2\nkivo-dev runs sh; [^\n]*\n"
-                     "  answered here  [^\n]*api.kivo.example:443[^\n]*, extra.example\n.*"
-                     "app     . HTTP/1.1 200 OK\napp     . HTTP/1.1 200 OK\n"
-                     "app     . HTTP/1.1 200 OK\n"
-                     "app     . HTTPS_PROXY=(http://127.0.0.1:[0-9]+)\n"
-                     "app     . https_proxy=http://127.0.0.1:[0-9]+\napp     . 1\napp     . 600\n"
-                     "app     . none of ours\napp     . unended\n"
-                     "kivo-dev: the program ended with status 7\n  images  2\n  0 refreshes, .*"));
+)";
+    expectSteps(
+        preparation,
+        {{"(kivo run --host extra.example -- sh app) >out; echo $?", "^app err . oops\n7\n$"},
+         {"ls $PWD | grep trust", "^$"},
+         {"grep -c /img/a log; kill $!", "^1\n$"},
+         {"grep -c '^backend .*GET /img/a  200' out", "^2\n$"},
+         {"grep -c '^app     | HTTP/1.1 200 OK' out", "^3\n$"},
+         {"grep 'answered here' out", "api.kivo.example:443[^\n]*, extra.example\n"},
+         {"grep -ic 'proxy=' out", "^2\n$"},
+         {"grep HTTPS_PROXY out", "^app     . HTTPS_PROXY=http://127.0.0.1:[0-9]+\n$"},
+         {"grep https_proxy out", "^app     . https_proxy=http://127.0.0.1:[0-9]+\n$"},
+         {"grep expected out", " 1\n$"},
+         {"grep mode out", " 600\n$"},
+         {"grep -c 'inherited nothing' out; grep -c 'app     | unended' out", "^1\n1\n$"},
+         {"tail -n3 out", "^kivo-dev: the program ended with status 7\n  images  2\n  0 refresh"}});
 }
 
 TEST_F(RunTest, EndsAsTheProgramEnds) {
-    const auto printed = run(ask + R"(
-        for signal in INT TERM; do
-            kivo run -- sh -c 'setsid sleep 20 & echo $! >ready; exec sleep 60' >log &
-            read -r left <ready; kill -$signal $!; wait $!; echo "$signal $?"
-            kill $left && echo not waited for
-        done
-        (kivo run --strict -- sh ask api.kivo.example:443 PUT /api/communication/user/unset) >log
-        echo "strict $?"; grep -c BROKEN log
-        (kivo run -- sh -c 'setsid yes & exit 3') >log; echo "left $?"; grep -c 'with status 3' log
-        (kivo run -- ./missing) >log; echo "missing $?"; (kivo run --host 1.2.3.4 -- true); echo $?
-        (kivo run); ls $PWD | grep trust)");
-    EXPECT_THAT(printed, MatchesRegex("INT 130\nnot waited for\nTERM 143\nnot waited for\nstrict "
-                                      "1\n1\nleft 3\n1\nkivo-dev: cannot start "
-                                      "./missing: .*is its path right.*\nmissing 1\n"
-                                      "kivo-dev: --host takes a DNS name.*\n1\n"
-                                      "kivo-dev: which program.*\n"))
-        << printed;
+    const std::string signalled = R"(signalled() {
+        kivo run -- sh -c 'setsid sleep 20 & echo $! >ready; exec sleep 60' >log &
+        read -r left <ready; kill -$1 $!; wait $!; echo $?; kill $left && echo not waited for; })";
+    const std::string strict =
+        "(kivo run --strict -- sh ask api.kivo.example:443 PUT /api/communication/user/unset) >log";
+    expectSteps(
+        ask + signalled,
+        {{"signalled INT", "^130\nnot waited for\n$"},
+         {"signalled TERM", "^143\nnot waited for\n$"},
+         {strict + "; echo $?; grep -c BROKEN log", "^1\n1\n$"},
+         {"(kivo run -- sh -c 'setsid yes & exit 3') >log; echo $?", "^3\n$"},
+         {"grep -c 'with status 3' log", "^1\n$"},
+         {"(kivo run -- ./missing) >log; echo $?", "cannot start ./missing: .*path right.*\n1\n$"},
+         {"(kivo run --host 1.2.3.4 -- true); echo $?", "--host takes a DNS name.*\n1\n$"},
+         {"(kivo run); echo $?", "the program is missing.*\n1\n$"},
+         {"ls $PWD | grep trust", "^$"}});
 }
 
 }  // namespace

@@ -6,8 +6,6 @@ namespace kivo::tests {
 
 namespace {
 
-using testing::MatchesRegex;
-
 using ServeTest = ProgramTest;
 
 TEST_F(ServeTest, EndsThoughNobodyReadsWhatItPrints) {
@@ -21,21 +19,17 @@ TEST_F(ServeTest, EndsThoughNobodyReadsWhatItPrints) {
 }
 
 TEST_F(ServeTest, SaysWhatToDoAboutAMistake) {
-    const auto printed = run(R"(
-        kivo serve --port 0 --ready-fd 3 3>ready >log & read -r port trust <ready
-        for arguments in "--port $port" '--port 65536' '--ttl user=1x' '--ready-fd 9' \
-            "--port 0 --admin-port $port" '--fault img:lunch'; do
-            (kivo serve $arguments 9>&-); echo status $?
-        done
-        (kivo); echo status $?; kill $!)");
-    EXPECT_THAT(printed,
-                MatchesRegex("kivo-dev: port [0-9]+ is already in use.* --port N .*\nstatus 1\n"
-                             ".*65536 not in range.*\nstatus 1\n"
-                             ".*write it like user=15m,merchant=1h.*\nstatus 1\n"
-                             ".*descriptor 9 is not open.*\nstatus 1\n"
-                             ".*port [0-9]+ is already in use.* --admin-port N .*\nstatus 1\n"
-                             ".*\"lunch\" is no kind of fault.*\nstatus 1\n"
-                             ".*A subcommand is required.*\nstatus 1\n"));
+    const std::string preparation =
+        "kivo serve --port 0 --ready-fd 3 3>ready >log & read -r port trust <ready";
+    expectSteps(
+        preparation,
+        {{"(kivo serve --port $port)", "^kivo-dev: port [0-9]+ is already in use.* --port N "},
+         {"(kivo serve --port 0 --admin-port $port)", "is already in use.* --admin-port N "},
+         {"(kivo serve --port 65536); echo $?", "65536 not in range.*\n1\n$"},
+         {"(kivo serve --ttl user=1x); echo $?", "write it like user=15m,merchant=1h.*\n1\n$"},
+         {"(kivo serve --ready-fd 9 9>&-); echo $?", "descriptor 9 is not open.*\n1\n$"},
+         {"(kivo serve --fault img:lunch); echo $?", "\"lunch\" is not a kind of fault.*\n1\n$"},
+         {"(kivo); echo $?; kill $!", "A subcommand is required.*\n1\n$"}});
 }
 
 }  // namespace

@@ -83,12 +83,12 @@ TEST_F(ServerTest, RefusesWhatIsNoRequestAndGoesOn) {
 }
 
 TEST_F(ServerTest, ResetsConnectionsInEarnest) {
-    const std::vector<std::pair<Conduct, std::string>> cases{
-        {Conduct::resetBeforeReply, "^.reset.$"},
-        {Conduct::resetInHead, "^HTTP/1.1 200 OK\r\nCo[^\n]*.reset.$"},
-        {Conduct::resetAfterHead, "Content-Length: 4\r\n\r\n.reset.$"}};
-    for (const auto& [conduct, answer] : cases) {
-        backend.answer("/", {.body = "body", .conduct = conduct});
+    const std::vector<std::pair<Delivery, std::string>> cases{
+        {Delivery::resetBeforeReply, "^.reset.$"},
+        {Delivery::resetInHead, "^HTTP/1.1 200 OK\r\nCo[^\n]*.reset.$"},
+        {Delivery::resetAfterHead, "Content-Length: 4\r\n\r\n.reset.$"}};
+    for (const auto& [delivery, answer] : cases) {
+        backend.answer("/", {.body = "body", .delivery = delivery});
         EXPECT_THAT(ask(get("/")), ContainsRegex(answer));
     }
 }
@@ -112,7 +112,7 @@ TEST(ServerLimitsTest, NoticesWhoIsSilentAndWhoLeaves) {
         backend::Server server(
             {.identity = backend::Authority::make().issue({"localhost"}),
              .handler = [&](const Request&) { return late; },
-             .finished = [&](const auto& exchange) { delivered.set_value(exchange.delivered); },
+             .onExchange = [&](const auto& exchange) { delivered.set_value(exchange.delivered); },
              .limits = {.idle = 50ms}});
         EXPECT_EQ(answerTo(server.port(), ""), "");
         tcp::iostream("127.0.0.1", std::to_string(server.port())) << get("/") << std::flush;

@@ -100,10 +100,10 @@ TEST_F(ServiceTest, SaysWhyTheLastBearerIsRefused) {
           user.substr(0, payload) + otherClaims + signature, unsignedHeader + claims + ".",
           unsignedHeader + claims + signature,
           backend::Tokens({}).issue(backend::TokenKind::user, "S1")})
-        EXPECT_EQ(outcome(update("Bearer " + token)), "401 no: this is no valid user token")
+        EXPECT_EQ(outcome(update("Bearer " + token)), "401 no: the user token is not valid")
             << token;
     EXPECT_EQ(outcome(ask("POST", "user/authenticate", {}, good)),
-              "401 no: this is no valid merchant token");
+              "401 no: the merchant token is not valid");
 }
 
 TEST_F(ServiceTest, TakesTheLastBearerUntilItExpires) {

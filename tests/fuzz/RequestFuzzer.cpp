@@ -50,7 +50,7 @@ void answer(Service& service, const Request& request) {
     if (withoutSecrets(request.body).empty() != request.body.empty()) std::abort();
     const auto good = service.answer(request);
     for (const auto& kind : faultKinds()) {
-        const auto bad = kind.misbehave ? kind.misbehave(request, good, argumentOf(kind)) : good;
+        const auto bad = kind.apply ? kind.apply(request, good, argumentOf(kind)) : good;
         if (wireText(bad, request, true).empty()) std::abort();
     }
 }

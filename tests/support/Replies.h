@@ -9,7 +9,7 @@
 
 namespace kivo::tests {
 
-using backend::Conduct;
+using backend::Delivery;
 using backend::Reply;
 
 inline Reply okReply(std::map<std::string, std::string> data) {
@@ -30,8 +30,10 @@ inline Reply redirectReply(int status, const std::string& location) {
 }
 
 /// These bytes are the whole answer.
-inline Reply rawReply(const std::string& bytes) { return {.body = bytes, .conduct = Conduct::raw}; }
-inline Reply closedBeforeReply() { return {.conduct = Conduct::closeBeforeReply}; }
+inline Reply rawReply(const std::string& bytes) {
+    return {.body = bytes, .delivery = Delivery::raw};
+}
+inline Reply closedBeforeReply() { return {.delivery = Delivery::closeBeforeReply}; }
 
 /// The same reply, brought differently.
 inline Reply delayed(std::chrono::milliseconds delay, Reply reply) {
@@ -39,7 +41,7 @@ inline Reply delayed(std::chrono::milliseconds delay, Reply reply) {
     return reply;
 }
 inline Reply hanging(Reply reply = {}) {
-    reply.conduct = Conduct::hang;
+    reply.delivery = Delivery::hang;
     return reply;
 }
 
