@@ -3,8 +3,8 @@
 #include <future>
 #include <string>
 
-#include "kivo/platform/base/Error.h"
 #include "kivo/platform/session/URLSession.h"
+#include "kivo/platform/url/URLError.h"
 #include "tests/support/Background.h"
 
 namespace kivo::tests {

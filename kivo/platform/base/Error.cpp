@@ -1,36 +1,8 @@
 #include "kivo/platform/base/Error.h"
 
-#include <algorithm>
-#include <iterator>
-
 namespace kivo::platform {
 
 namespace {
-
-struct URLErrorText {
-    URLError::Code code;
-    const char* text;
-};
-
-constexpr URLErrorText urlErrorTexts[] = {
-    {URLError::cancelled, "cancelled"},
-    {URLError::badURL, "bad URL"},
-    {URLError::timedOut, "The request timed out."},
-    {URLError::unsupportedURL, "unsupported URL"},
-    {URLError::cannotFindHost, "A server with the specified hostname could not be found."},
-    {URLError::cannotConnectToHost, "Could not connect to the server."},
-    {URLError::networkConnectionLost, "The network connection was lost."},
-    {URLError::httpTooManyRedirects, "too many HTTP redirects"},
-    {URLError::notConnectedToInternet, "The Internet connection appears to be offline."},
-    {URLError::badServerResponse, "There was a bad response from the server."},
-    {URLError::dataLengthExceedsMaximum, "resource exceeds maximum size"},
-    {URLError::secureConnectionFailed, "A TLS error caused the secure connection to fail."},
-    {URLError::serverCertificateUntrusted, "The certificate for this server is invalid."},
-};
-
-std::string textOf(URLError::Code code) {
-    return std::ranges::find(urlErrorTexts, code, &URLErrorText::code)->text;
-}
 
 /// What `ask` finds out about an error of the platform's; what() of any other.
 template <typename Ask>
@@ -60,13 +32,6 @@ NSError::NSError(std::string_view domain, int code)
       code_(code) {}
 
 std::string NSError::localizedDescription() const { return localized_.what(); }
-
-URLError::URLError(Code code)
-    : Error("Error Domain=NSURLErrorDomain Code=" + std::to_string(code) + " \"" + textOf(code) +
-            "\""),
-      code_(code) {}
-
-std::string URLError::localizedDescription() const { return textOf(code_); }
 
 std::string describe(const std::exception& error) {
     return askOrWhat(error, [](const Error& ours) { return ours.description(); });

@@ -2,7 +2,7 @@
 
 #include <curl/curl.h>
 
-#include "kivo/platform/base/Error.h"
+#include "kivo/platform/url/URLError.h"
 
 namespace kivo::platform {
 

@@ -3,9 +3,9 @@
 #include <optional>
 #include <utility>
 
-#include "kivo/platform/base/Error.h"
 #include "kivo/platform/http/HTTPRedirect.h"
 #include "kivo/platform/http/NetworkThread.h"
+#include "kivo/platform/url/URLError.h"
 
 namespace kivo::platform {
 

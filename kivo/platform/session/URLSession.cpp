@@ -2,8 +2,8 @@
 
 #include <optional>
 
-#include "kivo/platform/base/Error.h"
 #include "kivo/platform/tasks/Continuation.h"
+#include "kivo/platform/url/URLError.h"
 
 namespace kivo::platform {
 

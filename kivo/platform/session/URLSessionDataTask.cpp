@@ -3,11 +3,11 @@
 #include <algorithm>
 #include <utility>
 
-#include "kivo/platform/base/Error.h"
 #include "kivo/platform/http/HTTPURLProtocol.h"
 #include "kivo/platform/http/NetworkThread.h"
 #include "kivo/platform/session/URLSession.h"
 #include "kivo/platform/system/Process.h"
+#include "kivo/platform/url/URLError.h"
 
 namespace kivo::platform {
 

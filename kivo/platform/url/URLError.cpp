@@ -1,0 +1,43 @@
+#include "kivo/platform/url/URLError.h"
+
+#include <algorithm>
+
+namespace kivo::platform {
+
+namespace {
+
+struct URLErrorText {
+    URLError::Code code;
+    const char* text;
+};
+
+constexpr URLErrorText urlErrorTexts[] = {
+    {URLError::cancelled, "cancelled"},
+    {URLError::badURL, "bad URL"},
+    {URLError::timedOut, "The request timed out."},
+    {URLError::unsupportedURL, "unsupported URL"},
+    {URLError::cannotFindHost, "A server with the specified hostname could not be found."},
+    {URLError::cannotConnectToHost, "Could not connect to the server."},
+    {URLError::networkConnectionLost, "The network connection was lost."},
+    {URLError::httpTooManyRedirects, "too many HTTP redirects"},
+    {URLError::notConnectedToInternet, "The Internet connection appears to be offline."},
+    {URLError::badServerResponse, "There was a bad response from the server."},
+    {URLError::dataLengthExceedsMaximum, "resource exceeds maximum size"},
+    {URLError::secureConnectionFailed, "A TLS error caused the secure connection to fail."},
+    {URLError::serverCertificateUntrusted, "The certificate for this server is invalid."},
+};
+
+std::string textOf(URLError::Code code) {
+    return std::ranges::find(urlErrorTexts, code, &URLErrorText::code)->text;
+}
+
+}  // namespace
+
+URLError::URLError(Code code)
+    : Error("Error Domain=NSURLErrorDomain Code=" + std::to_string(code) + " \"" + textOf(code) +
+            "\""),
+      code_(code) {}
+
+std::string URLError::localizedDescription() const { return textOf(code_); }
+
+}  // namespace kivo::platform
