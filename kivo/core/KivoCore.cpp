@@ -3,10 +3,12 @@
 #include <exception>
 #include <utility>
 
+#include "kivo/api/CoreRepository.h"
 #include "kivo/core/Operation.h"
 #include "kivo/platform/Console.h"
 #include "kivo/platform/base/Description.h"
 #include "kivo/platform/base/Error.h"
+#include "kivo/platform/system/Guarded.h"
 #include "kivo/platform/system/Process.h"
 #include "kivo/platform/tasks/TaskPool+Scopes.h"
 #include "kivo/storage/CacheManager.h"
@@ -16,13 +18,18 @@ namespace kivo {
 using platform::Console;
 using platform::Task;
 
-/// How a workflow's line begins, before the envelope or the error.
-struct KivoCore::Outcome {
-    const char* success;
-    const char* failure;
+struct KivoCore::State {
+    CoreRepository coreRepository;
+    platform::Guarded<KivoConfig> config;
 };
 
 namespace {
+
+/// How a workflow's line begins, before the envelope or the error.
+struct Outcome {
+    const char* success;
+    const char* failure;
+};
 
 constexpr auto keepNothing = [](const auto& /*response*/) {};
 
@@ -39,7 +46,7 @@ void keepUserToken(const std::optional<ApiResponse<AuthUserResponseData>>& respo
 
 /// Awaits the call, keeps what must be kept, prints the outcome. Only a thrown error counts as
 /// failure; an envelope that reports no success is a reply like any other.
-template <typename Outcome, typename Payload, typename Keep>
+template <typename Payload, typename Keep>
 Task<void> workflow(Outcome text, CoreRepository::Reply<Payload> call, Keep keep) {
     try {
         const auto response = co_await std::move(call);
@@ -50,23 +57,27 @@ Task<void> workflow(Outcome text, CoreRepository::Reply<Payload> call, Keep keep
     }
 }
 
+/// Runs the workflow in the background, which keeps `core` and its repository alive.
+template <typename Payload, typename Keep>
+void start(const KivoCore& core, const Outcome& text, CoreRepository::Reply<Payload> call,
+           Keep keep) {
+    launch(core.weak_from_this().lock(), workflow(text, std::move(call), std::move(keep)));
+}
+
 }  // namespace
 
-template <typename Payload, typename Keep>
-void KivoCore::start(const Outcome& text, CoreRepository::Reply<Payload> call, Keep keep) {
-    launch(weak_from_this().lock(), workflow(text, std::move(call), std::move(keep)));
-}
-
 KivoCore::KivoCore(KivoConfig config)
-    : coreRepository_(std::make_unique<CoreRepository>()), config_(std::move(config)) {
+    : state_(new State{.coreRepository = {}, .config = platform::Guarded(std::move(config))}) {
     if (platform::Process::isUsable())
-        CacheManager::instance().setProduction(config_.get().isProduction);
+        CacheManager::instance().setProduction(state_->config.get().isProduction);
 }
 
-KivoConfig KivoCore::config() const { return config_.get(); }
-void KivoCore::setConfig(KivoConfig config) { config_.set(std::move(config)); }
+KivoCore::~KivoCore() = default;
+
+KivoConfig KivoCore::config() const { return state_->config.get(); }
+void KivoCore::setConfig(KivoConfig config) { state_->config.set(std::move(config)); }
 void KivoCore::modifyConfig(const std::function<void(KivoConfig&)>& change) {
-    config_.modify(change);
+    state_->config.modify(change);
 }
 
 void KivoCore::initSdk() noexcept {
@@ -74,8 +85,9 @@ void KivoCore::initSdk() noexcept {
         const SdkAuthRequest request{.apiKey = config().apiKey};
         CacheManager::instance().saveSdkAuthRequest(request);
         start(
+            *this,
             {.success = "SDK Initialized successfully: ", .failure = "Failed to initialize SDK: "},
-            coreRepository_->authenticateSdk(request), keepSession);
+            state_->coreRepository.authenticateSdk(request), keepSession);
     });
 }
 
@@ -83,33 +95,35 @@ void KivoCore::setUser(std::optional<UserAuthRequest> authUserRequest) noexcept 
     backgroundOperation([&] {
         const UserAuthRequest request = std::move(authUserRequest).value_or(UserAuthRequest());
         CacheManager::instance().saveUserAuthRequest(request);
-        start({.success = "setUser successfully: ", .failure = "Failed to setUser: "},
-              coreRepository_->authenticateUser(request), keepUserToken);
+        start(*this, {.success = "setUser successfully: ", .failure = "Failed to setUser: "},
+              state_->coreRepository.authenticateUser(request), keepUserToken);
     });
 }
 
 void KivoCore::updateDeviceToken(std::string token) noexcept {
     backgroundOperation([&] {
-        start({.success = "updateDeviceToken successfully: ",
+        start(*this,
+              {.success = "updateDeviceToken successfully: ",
                .failure = "Failed to updateDeviceToken: "},
-              coreRepository_->updatedeviceToken(std::move(token)), keepNothing);
+              state_->coreRepository.updatedeviceToken(std::move(token)), keepNothing);
     });
 }
 
 /// The consent workflow reports its failure under the device token's name.
 void KivoCore::updateNotificationPermission(bool hasPermission) noexcept {
     backgroundOperation([&] {
-        start({.success = "updateNotificationPermission successfully: ",
+        start(*this,
+              {.success = "updateNotificationPermission successfully: ",
                .failure = "Failed to updateDeviceToken: "},
-              coreRepository_->updateNotificationPermission(hasPermission), keepNothing);
+              state_->coreRepository.updateNotificationPermission(hasPermission), keepNothing);
     });
 }
 
 /// Names no session and forgets nothing: tokens, session id and saved requests stay as they are.
 void KivoCore::unsetUser() noexcept {
     backgroundOperation([&] {
-        start({.success = "unsetUser successfully: ", .failure = "Failed to unsetUser: "},
-              coreRepository_->unsetUser(""), keepNothing);
+        start(*this, {.success = "unsetUser successfully: ", .failure = "Failed to unsetUser: "},
+              state_->coreRepository.unsetUser(""), keepNothing);
     });
 }
 

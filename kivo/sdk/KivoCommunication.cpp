@@ -2,9 +2,18 @@
 
 #include <utility>
 
+#include "kivo/platform/system/Guarded.h"
 #include "kivo/platform/system/Process.h"
 
 namespace kivo {
+
+struct KivoCommunication::State {
+    explicit State(KivoConfig given)
+        : config(given), kivoCore(std::make_shared<KivoCore>(std::move(given))) {}
+
+    platform::Guarded<KivoConfig> config;
+    platform::Guarded<std::shared_ptr<KivoCore>> kivoCore;
+};
 
 namespace {
 
@@ -18,26 +27,28 @@ void forward(const KivoCommunication& plugin, const Forward& call) noexcept {
 }  // namespace
 
 KivoCommunication::KivoCommunication(KivoConfig config)
-    : config_(config), kivoCore_(std::make_shared<KivoCore>(std::move(config))) {
-    kivoCore_.get()->initSdk();
+    : state_(std::make_unique<State>(std::move(config))) {
+    state_->kivoCore.get()->initSdk();
 }
 
-KivoConfig KivoCommunication::config() const { return config_.get(); }
-void KivoCommunication::setConfig(KivoConfig config) { config_.set(std::move(config)); }
+KivoCommunication::~KivoCommunication() = default;
+
+KivoConfig KivoCommunication::config() const { return state_->config.get(); }
+void KivoCommunication::setConfig(KivoConfig config) { state_->config.set(std::move(config)); }
 void KivoCommunication::modifyConfig(const std::function<void(KivoConfig&)>& change) {
-    config_.modify(change);
+    state_->config.modify(change);
 }
 
-std::shared_ptr<KivoCore> KivoCommunication::kivoCore() const { return kivoCore_.get(); }
+std::shared_ptr<KivoCore> KivoCommunication::kivoCore() const { return state_->kivoCore.get(); }
 
 void KivoCommunication::setKivoCore(std::shared_ptr<KivoCore> core) {
-    if (core) kivoCore_.set(std::move(core));
+    if (core) state_->kivoCore.set(std::move(core));
 }
 
 void KivoCommunication::modifyKivoCore(
     const std::function<void(std::shared_ptr<KivoCore>&)>& change) {
     std::shared_ptr<KivoCore> changed;  // Holds the old core at last, which ends outside the lock.
-    kivoCore_.modify([&](std::shared_ptr<KivoCore>& core) {
+    state_->kivoCore.modify([&](std::shared_ptr<KivoCore>& core) {
         changed = core;
         change(changed);
         if (changed) core.swap(changed);

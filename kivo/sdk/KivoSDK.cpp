@@ -1,10 +1,9 @@
 #include "kivo/sdk/KivoSDK.h"
 
 #include <atomic>
-#include <mutex>
 
 #include "kivo/platform/Console.h"
-#include "kivo/platform/Guarded.h"
+#include "kivo/platform/system/ForkSafeMutex.h"
 #include "kivo/platform/system/Process.h"
 #include "kivo/platform/tasks/TaskPool.h"
 #include "kivo/sdk/IdlePlugin.h"
@@ -22,8 +21,8 @@ std::atomic<const Plugin*> kivo{nullptr};
 /// Makes the plugin unless another thread was faster; returns whether this call made it.
 bool makePlugin(const KivoConfig& config) {
     platform::Process::prepare();
-    static std::recursive_mutex& oneAtATime = *new std::recursive_mutex;
-    const auto lock = platform::lockUnlessForked(oneAtATime);
+    static platform::ForkSafeMutex& oneAtATime = *new platform::ForkSafeMutex;
+    const platform::ForkSafeLock lock(oneAtATime);
     if (kivo.load(std::memory_order_acquire) != nullptr) return false;
     kivo.store(new Plugin(std::make_shared<KivoCommunication>(config)), std::memory_order_release);
     return true;

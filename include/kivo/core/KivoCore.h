@@ -5,8 +5,8 @@
 #include <optional>
 #include <string>
 
-#include "kivo/api/CoreRepository.h"
-#include "kivo/platform/Guarded.h"
+#include "kivo/api/WireModels.h"
+#include "kivo/platform/Export.h"
 #include "kivo/sdk/KivoConfig.h"
 #include "kivo/sdk/RemoteMessage.h"
 
@@ -34,18 +34,14 @@ public:
     virtual void onMessageReceived(const RemoteMessage& message) noexcept;
     virtual void unsetUser() noexcept;
 
-    virtual ~KivoCore() = default;
+    virtual ~KivoCore();
     KivoCore(const KivoCore&) = delete;
     KivoCore& operator=(const KivoCore&) = delete;
 
 private:
-    struct Outcome;
+    struct State;
 
-    template <typename Payload, typename Keep>
-    KIVO_HIDDEN void start(const Outcome& text, CoreRepository::Reply<Payload> call, Keep keep);
-
-    const std::unique_ptr<CoreRepository> coreRepository_;
-    platform::Guarded<KivoConfig> config_;
+    const std::unique_ptr<State> state_;
 };
 
 }  // namespace kivo

@@ -3,7 +3,6 @@
 #include <memory>
 
 #include "kivo/core/KivoCore.h"
-#include "kivo/platform/Guarded.h"
 #include "kivo/sdk/KivoCommunicationPlugin.h"
 
 namespace kivo {
@@ -24,6 +23,7 @@ public:
     /// Makes the core, which takes the configuration over, and starts SDK authentication in the
     /// background.
     explicit KivoCommunication(KivoConfig config);
+    ~KivoCommunication() override;
 
     void setUser(std::optional<std::string> country, std::optional<std::string> phone,
                  std::optional<std::string> email,
@@ -34,8 +34,9 @@ public:
     void unsetUser() noexcept override;
 
 private:
-    platform::Guarded<KivoConfig> config_;
-    platform::Guarded<std::shared_ptr<KivoCore>> kivoCore_;
+    struct State;
+
+    const std::unique_ptr<State> state_;
 };
 
 }  // namespace kivo
