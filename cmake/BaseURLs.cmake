@@ -1,4 +1,4 @@
-# The backend's two addresses, compiled into the library.
+# The backend's two addresses, which are compiled into the library.
 
 set(KIVO_PRODUCTION_BASE_URL "https://api.kivo.example/" CACHE STRING
     "Absolute https URL of the production backend, ending in /")
@@ -10,7 +10,7 @@ function(kivo_refuse_base_url option reason)
         "A right one looks like \"https://api.example.com/\" or \"https://localhost:8443/push/\".")
 endfunction()
 
-# Whether `port` is empty or a colon and a number that a port can have.
+# Whether `port` is empty, or a colon and a valid port number.
 function(kivo_is_port result port)
     string(REGEX REPLACE "^:0*" "" number "${port}")
     if(port STREQUAL "" OR (number MATCHES "^[1-9][0-9]?[0-9]?[0-9]?[0-9]?$" AND number LESS_EQUAL 65535))

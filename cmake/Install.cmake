@@ -8,7 +8,7 @@ set(packageDirectory "${CMAKE_INSTALL_LIBDIR}/cmake/Kivo")
 install(TARGETS kivo EXPORT KivoTargets FILE_SET HEADERS DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}")
 install(EXPORT KivoTargets NAMESPACE Kivo:: DESTINATION "${packageDirectory}")
 
-# Whoever links a static Kivo links its dependencies too; a shared one brings its own.
+# A target that links a static Kivo also links its dependencies; a shared Kivo loads its own.
 get_target_property(KIVO_LIBRARY_TYPE kivo TYPE)
 configure_package_config_file("${CMAKE_CURRENT_LIST_DIR}/KivoConfig.cmake.in"
     "${PROJECT_BINARY_DIR}/KivoConfig.cmake" INSTALL_DESTINATION "${packageDirectory}")

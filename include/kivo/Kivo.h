@@ -1,7 +1,7 @@
 #pragma once
 
-/// All that a host needs: the entry, the plugin with its records, the host's own name, and where
-/// the lines go.
+/// Everything public: the entry point, the plugin, the core, the repository with its records, the
+/// host's bundle identifier and the console.
 #include "kivo/api/CoreRepository.h"
 #include "kivo/platform/Bundle.h"
 #include "kivo/platform/Console.h"

@@ -9,7 +9,7 @@ namespace kivo {
 
 namespace {
 
-/// One backend operation: its name in diagnostics, how it is called, what its reply carries.
+/// One backend operation: its name in diagnostics, its method and path, and its reply's payload.
 template <typename Payload>
 struct Endpoint {
     const char* operation;
@@ -69,8 +69,8 @@ auto CoreRepository::authenticateSdk(SdkAuthRequest authRequest) -> Reply<SdkAut
     return send(sdkAuthenticate, parameters(Member{"apiKey", std::move(authRequest.apiKey)}));
 }
 
-/// All four keys always go out: on the wire, unlike in the stored record, an absent field is empty
-/// text.
+/// All four keys are always sent: on the wire, unlike in the stored record, an absent field is an
+/// empty string.
 auto CoreRepository::authenticateUser(UserAuthRequest authUserRequest)
     -> Reply<AuthUserResponseData> {
     return send(

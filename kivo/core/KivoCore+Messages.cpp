@@ -36,7 +36,7 @@ void printHit(const std::string& address, const URLResponse* response,
     }
 }
 
-/// A plain GET on the shared session: no identity, no token, and nobody wants the body.
+/// A plain GET on the shared session, without identity or token; the body is discarded.
 void hit(const platform::URL& url, const std::string& address) {
     platform::URLRequest request(url);
     request.setDiscardsReplyBody(true);

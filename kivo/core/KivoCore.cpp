@@ -25,7 +25,7 @@ struct KivoCore::State {
 
 namespace {
 
-/// How a workflow's line begins, before the envelope or the error.
+/// The start of a workflow's line, before the envelope or the error.
 struct Outcome {
     const char* success;
     const char* failure;
@@ -38,14 +38,14 @@ void keepSession(const std::optional<ApiResponse<SdkAuthData>>& response) {
         CacheManager::instance().saveMerchantJwtTokenTemp(*response->data);
 }
 
-/// Always, also without a token: an answer that names none overwrites an earlier good one.
+/// Always saves: a reply without a token overwrites an earlier good one.
 void keepUserToken(const std::optional<ApiResponse<AuthUserResponseData>>& response) {
     const bool named = response && response->data;
     CacheManager::instance().saveUserJwtToken(named ? response->data->userToken : "");
 }
 
-/// Awaits the call, keeps what must be kept, prints the outcome. Only a thrown error counts as
-/// failure; an envelope that reports no success is a reply like any other.
+/// Awaits the call, stores the tokens from its reply and prints the outcome. Only a thrown error
+/// counts as a failure; an envelope that says `success` is false is a reply like any other.
 template <typename Payload, typename Keep>
 Task<void> workflow(Outcome text, CoreRepository::Reply<Payload> call, Keep keep) {
     try {
@@ -119,7 +119,7 @@ void KivoCore::updateNotificationPermission(bool hasPermission) noexcept {
     });
 }
 
-/// Names no session and forgets nothing: tokens, session id and saved requests stay as they are.
+/// Sends an empty session id and deletes nothing: tokens, session id and saved requests stay.
 void KivoCore::unsetUser() noexcept {
     backgroundOperation([&] {
         start(*this, {.success = "unsetUser successfully: ", .failure = "Failed to unsetUser: "},

@@ -5,25 +5,25 @@
 
 namespace kivo {
 
-/// Carries out what a public operation does on its caller's thread. Where the framework may not
-/// act, and where memory or threads cannot be had, the operation is dropped: nothing ever goes
-/// wrong for the host.
-template <typename Preparation>
-void operation(const Preparation& prepare) noexcept {
+/// Runs the part of a public operation that its caller's thread does. The operation is dropped if
+/// memory or threads run out, in a forked child, and while the process ends: the host never sees a
+/// failure.
+template <typename Body>
+void operation(const Body& body) noexcept {
     if (!platform::Process::isUsable()) return;
     try {
-        prepare();
-    } catch (...) {  // Dropped, by promise.
+        body();
+    } catch (...) {  // Dropped, as promised.
     }
 }
 
-/// The same for an operation that prints nothing on its caller's thread: what it queues and
-/// launches is handed over together, so that one thread is woken.
-template <typename Preparation>
-void backgroundOperation(const Preparation& prepare) noexcept {
+/// The same for an operation that prints nothing on its caller's thread: everything that it queues
+/// and launches is handed over together, so that only one thread is woken.
+template <typename Body>
+void backgroundOperation(const Body& body) noexcept {
     operation([&] {
         const platform::TaskPool::Handover together;
-        prepare();
+        body();
     });
 }
 

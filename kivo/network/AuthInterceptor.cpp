@@ -59,7 +59,7 @@ Task<void> AuthInterceptor::load() {
     }
 }
 
-/// Read once a load: a resend keeps the session id that the first request had.
+/// The headers are read once for each load: a resend keeps the first request's session id.
 void AuthInterceptor::addIdentity(URLRequest& request) const {
     request.addValue("application/json", "Content-Type");
     request.addValue("1.0.0", "x-sdk-version");
@@ -69,7 +69,7 @@ void AuthInterceptor::addIdentity(URLRequest& request) const {
     request.addValue(deviceId_, "x-unique-device-id");
 }
 
-/// A failure tells the client nothing: the load then ends by its time limit.
+/// A failure is not reported to the client: the load then ends at its time limit.
 Task<void> AuthInterceptor::loadUserAuthentication(URLRequest request) {
     try {
         auto fetch = refreshTempToken(std::move(request));
@@ -100,7 +100,7 @@ Task<void> AuthInterceptor::loadWithUserToken(URLRequest request) {
 
 Task<AuthInterceptor::DataAndResponse> AuthInterceptor::refreshTempToken(URLRequest request) {
     std::string token = CacheManager::instance().getMerchantJwtTokenTemp();
-    // In full, like every token that the framework prints.
+    // Printed in full, like every token.
     Console::print("temp-token >> " + token);
     if (token.empty()) token = co_await CacheManager::instance().reAuthSdk();
 
@@ -123,14 +123,13 @@ void AuthInterceptor::sendRequest(URLRequest request, const std::string& token) 
     const auto task = URLSession::shared().dataTask(std::move(request), std::move(relayAnswer));
     {
         const platform::Lock lock(mutex_);
-        dataTask_ = task;  // Before it starts: its answer may already replace it with a retry.
+        dataTask_ = task;  // Before it starts, since its answer may replace it with a retry.
     }
     task->resume();
 }
 
-/// Data goes before the response, an order that is kept on purpose, and an error counts as a finish
-/// without either. A 401 to a request without a token is dropped: the load then ends by its time
-/// limit.
+/// Relays the data before the response, on purpose, and an error as a finish without either. A 401
+/// to a request without a token is dropped: the load then ends at its time limit.
 void AuthInterceptor::relay(const URLRequest& sent, const std::string& token,
                             std::optional<platform::Data> data,
                             std::shared_ptr<const platform::URLResponse> response) {

@@ -10,11 +10,10 @@
 
 namespace kivo {
 
-/// The protocol through which every backend request passes. It adds the identity headers and the
-/// bearer token that fits the endpoint, sends the request on the shared session and relays the
-/// answer; a 401 is never relayed but starts a token refresh and a resend, without limit. A fresh
-/// interceptor serves each load, and the load owns it until it has ended: that is what stops an
-/// endless refresh.
+/// The protocol that serves every backend request. It adds the identity headers and the bearer
+/// token for the endpoint, sends the request on the shared session and relays the answer. A 401 is
+/// never relayed; it starts a token refresh and a resend, without limit. Each load has an
+/// interceptor of its own and owns it until the load ends, which is what stops an endless refresh.
 class AuthInterceptor final : public platform::URLProtocol {
 public:
     static bool canInit(const platform::URLRequest& request);

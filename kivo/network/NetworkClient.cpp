@@ -40,8 +40,8 @@ Result<Data> body(std::optional<Data> data, std::exception_ptr error) {
     return *std::move(data);
 }
 
-/// The JSON body, or none when the parameters cannot be encoded: the request goes out without one
-/// then.
+/// The JSON body; empty if the parameters cannot be encoded, in which case the request is sent
+/// without a body.
 std::optional<Data> encodedBody(const NetworkClient::Parameters& parameters) {
     try {
         return platform::JSON::serialize(parameters);

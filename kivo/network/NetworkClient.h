@@ -14,9 +14,9 @@
 
 namespace kivo {
 
-/// The one HTTP client of the framework. It builds a JSON request, sends it on its own session,
-/// whose only protocol is the `AuthInterceptor`, and decodes the reply. The status code is never
-/// looked at: whatever decodes is a reply.
+/// The framework's HTTP client. It builds a JSON request, sends it on its own session, whose only
+/// protocol is the `AuthInterceptor`, and decodes the reply. It ignores the status code: anything
+/// that decodes is a reply.
 class NetworkClient {
 public:
     using Parameters = std::map<std::string, std::any>;
@@ -27,8 +27,8 @@ public:
     static NetworkClient& instance();
 
     /// Calls `endpoint`, a path relative to the base URL, and returns at once. `parameters` become
-    /// the JSON body of a "POST" or "PUT" and are ignored for any other method, spelled exactly so.
-    /// `completion` is called exactly once: on the calling thread when there is no such URL, else
+    /// the JSON body if `method` is exactly "POST" or "PUT"; otherwise they are ignored.
+    /// `completion` is called exactly once: on the calling thread if the URL is invalid, otherwise
     /// on the pool.
     template <typename T>
     void request(std::string_view endpoint, std::string_view method,

@@ -6,8 +6,8 @@
 
 namespace kivo {
 
-/// A copy of `request` with the bearer token added: beside an earlier one, never in its place. An
-/// empty token is not tested for and yields the bare "Bearer ".
+/// A copy of `request` with the bearer token added; an earlier token stays beside it. An empty
+/// token is not treated specially and yields "Bearer ".
 inline platform::URLRequest newRequest(platform::URLRequest request, const std::string& token) {
     request.addValue("Bearer " + token, "Authorization");
     return request;

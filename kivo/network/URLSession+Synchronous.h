@@ -4,10 +4,10 @@
 
 namespace kivo {
 
-/// Loads `request` on `session` and blocks until it has ended. The error is dropped: without data
-/// the data is empty, without a response the process stops. Calling it on a pool thread is a
-/// programming error, which stops the process too: the pool it would block is the one that has to
-/// deliver the answer.
+/// Loads `request` on `session` and blocks until the load has ended. Errors are dropped: missing
+/// data reads as empty data, and a missing response aborts the process. So does a call on a pool
+/// thread, a programming error: it would block the pool that has to deliver the answer. Nothing in
+/// the framework calls this; the modelled framework offers it.
 platform::URLSession::DataAndResponse synchronousDataTask(const platform::URLSession& session,
                                                           platform::URLRequest request);
 

@@ -8,11 +8,11 @@
 
 namespace kivo {
 
-/// What a host gets where there is no memory or no thread for the plugin: it drops every operation,
-/// as the plugin itself does where they are lacking.
+/// The plugin that a host gets when memory or threads run out: it drops every operation, as the
+/// real plugin does then.
 class IdlePlugin final : public KivoCommunicationPlugin {
 public:
-    /// Takes no memory and is never destroyed.
+    /// Allocates nothing and is never destroyed.
     static std::shared_ptr<KivoCommunicationPlugin> shared() noexcept {
         alignas(IdlePlugin) static std::byte storage[sizeof(IdlePlugin)];
         static auto* const plugin = new (storage) IdlePlugin;

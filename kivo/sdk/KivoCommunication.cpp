@@ -17,8 +17,7 @@ struct KivoCommunication::State {
 
 namespace {
 
-/// Reads the core at the moment of the call, unless the framework may not act: a forked child may
-/// have inherited the lock that guards it.
+/// Calls the core that `plugin` currently holds, unless the process is ending or a forked child.
 template <typename Forward>
 void forward(const KivoCommunication& plugin, const Forward& call) noexcept {
     if (platform::Process::isUsable()) call(*plugin.kivoCore());
@@ -47,7 +46,8 @@ void KivoCommunication::setKivoCore(std::shared_ptr<KivoCore> core) {
 
 void KivoCommunication::modifyKivoCore(
     const std::function<void(std::shared_ptr<KivoCore>&)>& change) {
-    std::shared_ptr<KivoCore> changed;  // Holds the old core at last, which ends outside the lock.
+    std::shared_ptr<KivoCore>
+        changed;  // In the end the old core, which is released outside the lock.
     state_->kivoCore.modify([&](std::shared_ptr<KivoCore>& core) {
         changed = core;
         change(changed);

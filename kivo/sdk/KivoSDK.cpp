@@ -18,7 +18,7 @@ using Plugin = std::shared_ptr<KivoCommunicationPlugin>;
 /// The one plugin. Never cleared and never destroyed: background work may outlive main().
 std::atomic<const Plugin*> kivo{nullptr};
 
-/// Makes the plugin unless another thread was faster; returns whether this call made it.
+/// Creates the plugin unless another thread already has; returns whether this call created it.
 bool makePlugin(const KivoConfig& config) {
     platform::Process::prepare();
     static platform::ForkSafeMutex& oneAtATime = *new platform::ForkSafeMutex;
@@ -34,7 +34,7 @@ std::shared_ptr<KivoCommunicationPlugin> KivoSDK::initialise(const KivoConfig& c
     try {
         const bool isFirst = !instance() && makePlugin(config);
         if (!isFirst) platform::Console::print("Kivo already initialized");
-    } catch (...) {  // No memory, or no thread: a later call may have more luck.
+    } catch (...) {  // Out of memory or threads: a later call tries again.
     }
     auto made = instance();
     return made ? made : IdlePlugin::shared();

@@ -8,13 +8,12 @@
 
 namespace kivo {
 
-/// The stable identifier of this installation, made on first use and kept in the keychain. It holds
-/// nothing itself: every call asks the keychain, from any thread.
+/// The stable identifier of this installation, created on first use and stored in the keychain. The
+/// manager holds nothing itself: every call asks the keychain. Callable on any thread.
 class AppKeychainManager {
 public:
-    /// The stored identifier, whatever its format, or a new one, which is stored. Never fails: an
-    /// identifier that cannot be stored prints one line, is returned all the same, and is
-    /// forgotten.
+    /// The stored identifier, in any format; if there is none, a new one, which is stored. If the
+    /// new one cannot be stored, one line is printed, and the next call creates another.
     std::string getDeviceIdentifier() const;
 
 private:
@@ -23,7 +22,7 @@ private:
     static void saveToKeychain(std::string_view data, std::string_view service,
                                std::string_view account);
 
-    // The service speaks of an access token, but existing installations are found by this name.
+    // No access token is stored here, but existing installations are found under this name.
     static constexpr std::string_view serviceName = "kivo-access-token-service";
     static constexpr std::string_view accountName = "kivo-device-auth-account";
 };

@@ -1,6 +1,5 @@
-// The two re-authentications. Here, and only here, the layers close into a circle: the store asks
-// the repository, whose requests pass through the interceptor, which asks the store for a fresh
-// token.
+// The two re-authentications. Only here do the layers form a cycle: the store calls the repository,
+// whose requests pass through the interceptor, which asks the store for a fresh token.
 
 #include <exception>
 #include <utility>
@@ -15,8 +14,8 @@ namespace kivo {
 
 namespace {
 
-/// The data of the awaited reply, whatever else its envelope says. A failure is printed and
-/// rethrown; a reply without data stops the process, on purpose: the backend never answers so.
+/// The data of the reply, whatever else the envelope says. A failure is printed and rethrown. A
+/// reply without data aborts the process on purpose: the backend never sends one.
 template <typename Payload>
 platform::Task<Payload> dataOf(CoreRepository::Reply<Payload> call) {
     try {
@@ -40,7 +39,7 @@ platform::Task<std::string> CacheManager::reAuthSdk() {
     auto call = dataOf(repository.authenticateSdk(*std::move(request)));
     const auto data = co_await std::move(call);
     saveMerchantJwtTokenTemp(data);
-    // The answer's own token: the queued write may not have been applied yet.
+    // The reply's own token, since the queued write may not have been applied yet.
     co_return data.merchantToken;
 }
 

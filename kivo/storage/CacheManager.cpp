@@ -12,7 +12,7 @@ using platform::UserDefaults;
 
 namespace {
 
-/// The persisted names, mixed capitals included: an installation is found by them.
+/// The persisted keys. Their mixed capitalisation stays: existing installations use it.
 namespace key {
 
 constexpr const char* isProduction = "isProduction";
@@ -33,7 +33,7 @@ std::optional<Record> record(const char* name) {
     try {
         return platform::JSON::decode<Record>(*data);
     } catch (const std::exception&) {
-        // Another version's record: as good as none, and left as it is.
+        // A record of another version counts as absent and is left as it is.
         return std::nullopt;
     }
 }
@@ -97,8 +97,8 @@ void CacheManager::saveSdkAuthRequest(SdkAuthRequest req) {
     });
 }
 
-/// Unlike a failing SDK request, which leaves the old one, a failing user request removes it:
-/// better to ask the host again than to authenticate as somebody else.
+/// An SDK request that cannot be encoded leaves the saved one; a user request that cannot be
+/// encoded removes it: asking the host again is better than authenticating as somebody else.
 void CacheManager::saveUserAuthRequest(std::optional<UserAuthRequest> req) {
     write([req = std::move(req)](Changes& changes) {
         auto data = req ? encoded(*req) : std::nullopt;

@@ -11,10 +11,10 @@
 
 namespace kivo {
 
-/// The session store: what the framework remembers between calls and launches, in the application's
-/// user defaults. Any thread may call. Reads go straight to the store and may miss a write that is
-/// still queued; writes are queued, applied in order, and return at once. Nothing here reports an
-/// error, but for the two re-authentications.
+/// The session store: everything that the framework remembers between calls and launches, in the
+/// application's user defaults. Callable on any thread. Reads go straight to the store and may miss
+/// a write that is still queued; writes are queued, applied in order, and return at once. Only the
+/// two re-authentications report errors.
 class CacheManager {
 public:
     /// Never destroyed: background work may outlive main().
@@ -31,14 +31,14 @@ public:
     /// Blanks the temporary merchant token too: a user token supersedes it.
     virtual void saveUserJwtToken(std::string token);
     virtual void saveMerchantJwtTokenTemp(SdkAuthData result);
-    /// Keeps the earlier request when this one cannot be encoded.
+    /// Keeps the earlier request if this one cannot be encoded.
     virtual void saveSdkAuthRequest(SdkAuthRequest req);
-    /// Removes the saved request when there is none to save, or when it cannot be encoded.
+    /// Removes the saved request if `req` is empty or cannot be encoded.
     virtual void saveUserAuthRequest(std::optional<UserAuthRequest> req);
 
-    /// Authenticates again with the saved request, stores what comes back and returns the new
-    /// token. Throws `SDKError`, or the repository's error; the store is then as it was. Concurrent
-    /// calls each authenticate for themselves.
+    /// Authenticates again with the saved request, stores the result and returns the new token.
+    /// Throws `SDKError` or the repository's error, and leaves the store as it was. Concurrent
+    /// calls authenticate separately.
     virtual platform::Task<std::string> reAuthSdk();
     virtual platform::Task<std::string> reAuthUser();
 

@@ -7,7 +7,8 @@
 
 namespace kivo {
 
-/// The framework's own error; only re-authentication throws it. Two are equal when their case is.
+/// The framework's own error, thrown only by re-authentication. Errors with the same case are
+/// equal.
 class SDKError final : public platform::Error {
 public:
     enum Case {

@@ -9,12 +9,12 @@
 
 namespace kivo {
 
-/// The backend's five operations. Each returns the reply's envelope, whatever it says, or throws
-/// the error of the network client unchanged. Stateless: any number may run at once, from any
-/// thread.
+/// The backend's five operations. Nothing is sent until the returned task is awaited or launched.
+/// The task returns the reply's envelope, whatever it says, or throws the network client's error
+/// unchanged. Stateless: any number of operations may run at once, on any thread.
 class KIVO_EXPORT CoreRepository {
 public:
-    /// The envelope is never absent when the operation returns.
+    /// A task that returns always holds an envelope.
     template <typename Payload>
     using Reply = platform::Task<std::optional<ApiResponse<Payload>>>;
 

@@ -6,9 +6,9 @@
 
 #include "kivo/platform/Record.h"
 
-/// The records that cross the wire or are kept to authenticate again. Each names its fields once
-/// more, in `fields`; decoding, encoding and describing all follow that list, and its names are the
-/// JSON keys.
+/// The records that cross the wire or are stored in order to authenticate again. Each lists its
+/// fields once more, in `fields`; decoding, encoding and describing follow that list, and its names
+/// are the JSON keys.
 namespace kivo {
 
 /// The credentials of the SDK itself.
@@ -30,7 +30,7 @@ struct SdkAuthData {
                    platform::field("sessionId", &SdkAuthData::sessionId)};
 };
 
-/// Who the host application's user is; any subset may be given.
+/// The host application's user; any of the fields may be given.
 struct UserAuthRequest {
     std::optional<std::string> countryCode = std::nullopt;
     std::optional<std::string> phone = std::nullopt;
@@ -54,7 +54,7 @@ struct AuthUserResponseData {
         std::tuple{platform::field("userToken", &AuthUserResponseData::userToken)};
 };
 
-/// The backend's word on an unset user.
+/// The backend's reply to unsetting the user.
 struct UnsetUserResponseData {
     std::string message;
 
@@ -63,7 +63,7 @@ struct UnsetUserResponseData {
         std::tuple{platform::field("message", &UnsetUserResponseData::message)};
 };
 
-/// The backend's word on a device token, and on a consent.
+/// The backend's reply to a device token or a notification consent.
 struct DeviceTokenSubmitResponse {
     std::string message;
 
@@ -72,8 +72,8 @@ struct DeviceTokenSubmitResponse {
         std::tuple{platform::field("message", &DeviceTokenSubmitResponse::message)};
 };
 
-/// The envelope of every reply. A reply that reports no success is still a reply: nothing here
-/// judges it.
+/// The envelope of every reply. `success` is passed on and never interpreted: a reply that says
+/// false is still a reply.
 template <typename T>
 struct ApiResponse {
     bool success = false;

@@ -12,19 +12,22 @@
 
 namespace kivo {
 
-/// Turns each public operation into one backend call in the background, keeps what must be kept of
-/// its answer, and prints its outcome as one line. Operations may be called from any thread, return
-/// at once and never throw; what cannot be started for want of memory or threads is dropped.
+/// Turns each public operation into one backend call in the background, stores the tokens from its
+/// reply, and prints its outcome as one line. Operations may be called on any thread, return at
+/// once and never throw; an operation that cannot start because memory or threads run out is
+/// dropped. Create a core with std::make_shared: a running operation then keeps it alive.
 class KIVO_EXPORT KivoCore : public std::enable_shared_from_this<KivoCore> {
 public:
-    /// The core's own copy; only `initSdk()` reads it. Setting it authenticates nothing and changes
-    /// no backend.
+    /// The core's own copy of the configuration, which only `initSdk()` reads. Setting it neither
+    /// authenticates nor selects another backend.
     virtual KivoConfig config() const;
     virtual void setConfig(KivoConfig config);
+    /// Changes the copy in place; other threads wait while `change` runs.
     virtual void modifyConfig(const std::function<void(KivoConfig&)>& change);
 
-    /// Records in the session store which backend is meant. Throws when memory or threads cannot be
-    /// had: a core that went on without would speak to the wrong backend.
+    /// Records in the session store which backend to use. Throws std::bad_alloc or
+    /// std::system_error if memory or threads run out: without that record the core would talk to
+    /// the wrong backend.
     explicit KivoCore(KivoConfig config);
 
     virtual void initSdk() noexcept;

@@ -7,11 +7,12 @@
 
 namespace kivo::platform {
 
-/// Who the host application is.
+/// The identity of the host application.
 class KIVO_EXPORT Bundle {
 public:
-    /// Names the host application, as in "com.example.app". The first call in a process wins. Any
-    /// thread may call, at any time, also before main().
+    /// Sets the host application's identifier, such as "com.example.app". The first call in a
+    /// process wins; later ones are ignored. May be called on any thread and at any time, even
+    /// before main(). If memory runs out, the identifier stays unset.
     static void setMainIdentifier(std::string identifier) noexcept;
 
     /// Empty until an identifier has been set.
@@ -20,9 +21,9 @@ public:
 
 }  // namespace kivo::platform
 
-/// Names the host application before main() begins. Once, at namespace scope, in a source of the
-/// host's own; in a static library of the host's the linker may leave such a source out, so call
-/// `setMainIdentifier` there.
+/// Sets the host application's identifier before main() begins. Use it once, at namespace scope, in
+/// one of the host's own source files. The linker may drop such a file from a static library: call
+/// `setMainIdentifier` there instead.
 #define KIVO_BUNDLE_IDENTIFIER(identifier)                           \
     [[maybe_unused]] static const bool kivoBundleIdentifierIsKnown = \
         (::kivo::platform::Bundle::setMainIdentifier(identifier), true);

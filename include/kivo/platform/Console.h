@@ -8,21 +8,22 @@
 
 namespace kivo::platform {
 
-/// Where the lines go that tell what became of each operation: standard output, unless the host
-/// takes them. Lines of different threads never mix. A standard output that is closed, broken or
-/// full loses lines and harms nobody.
+/// Receives the lines that report each operation's outcome and writes them to standard output,
+/// unless the host takes them. Lines from different threads never mix. If standard output is
+/// closed, broken or full, lines are lost and the host is not affected.
 class KIVO_EXPORT Console {
 public:
-    /// Takes one whole line, without its line feed.
+    /// Receives one whole line without its line feed.
     using Output = std::function<void(std::string_view line)>;
 
-    /// Writes one line. Nothing is printed once the process has begun to end, nor in a forked
-    /// child.
+    /// Writes `line`, which has no line feed. Nothing is printed once the process has begun to exit
+    /// or in a forked child.
     static void print(std::string line) noexcept;
 
-    /// Hands every later line to `output` in place of standard output; an empty `output` turns back
-    /// to that. It is called on any thread, several at once, with no lock held; what it throws is
-    /// dropped. A line on its way may still reach the previous output.
+    /// Passes every later line to `output` instead of standard output; an empty `output` restores
+    /// standard output. `output` is called on any thread, on several at once, with no lock held;
+    /// exceptions that it throws are dropped. A line already on its way may still reach the
+    /// previous output. If memory runs out, the previous output stays.
     static void setOutput(Output output) noexcept;
 };
 

@@ -8,7 +8,7 @@
 
 namespace kivo::platform {
 
-/// One field of a record: the name it is encoded and printed under, and where it lies.
+/// One field of a record: the member, and the name under which it is encoded and printed.
 template <typename Owner, typename Value>
 struct Field {
     std::string_view name;
@@ -29,6 +29,7 @@ concept Record = requires {
     { T::typeName() } -> std::convertible_to<std::string>;
 };
 
+/// The type inside a std::optional; any other type itself.
 template <typename T>
 struct OptionalContent {
     using Type = T;

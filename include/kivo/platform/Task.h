@@ -17,9 +17,10 @@ class Task;
 
 namespace detail {
 
-/// What every task's promise shares: it starts when awaited, and its one waiter goes on when it has
-/// ended. A task that ends before its waiter has suspended lets the waiter go on by itself, so that
-/// a loop of such awaits needs no stack; compilers do not promise that of symmetric transfer.
+/// Common to every task's promise: the task starts when it is awaited, and its one waiter resumes
+/// when it ends. If the task ends before the waiter has suspended, the waiter continues without
+/// being resumed, so a loop of such awaits does not grow the stack; compilers do not guarantee that
+/// for symmetric transfer.
 class TaskPromiseBase {
 public:
     std::suspend_always initial_suspend() noexcept { return {}; }
@@ -27,8 +28,8 @@ public:
 
     void setWaiter(std::coroutine_handle<> waiter) noexcept { waiter_ = waiter; }
 
-    /// Called by the waiter once it has suspended and by the task once it has ended: true for
-    /// whichever comes second, which then goes on with the waiter.
+    /// Called by the waiter once it has suspended and by the task once it has ended. Returns true
+    /// to the second caller, which then resumes the waiter.
     bool isSecondToArrive() noexcept { return arrived_.exchange(true, std::memory_order_acq_rel); }
 
 private:
@@ -80,9 +81,9 @@ private:
 
 }  // namespace detail
 
-/// An asynchronous operation that returns a `T` or throws. It is lazy: nothing happens until it is
-/// awaited, once, or launched. It runs on whichever thread resumes it; after a suspension that is a
-/// pool thread. Destroying a task that was never awaited drops the operation.
+/// An asynchronous operation that returns a `T` or throws. It is lazy: it starts when it is
+/// awaited, which may happen once, or launched. It runs on the thread that resumes it, which is a
+/// pool thread after every suspension. Destroying a task that has not started drops the operation.
 template <typename T = void>
 class [[nodiscard]] Task {
 public:
@@ -129,9 +130,10 @@ inline Task<void> detail::TaskPromise<void>::get_return_object() noexcept {
     return Task<void>(std::coroutine_handle<TaskPromise>::from_promise(*this));
 }
 
-/// Starts `work` on the shared pool and keeps `owner` alive until it has ended; nobody waits for
-/// it, and an error that leaves it is dropped. Throws when memory or threads cannot be had; `work`
-/// has then not begun.
-KIVO_EXPORT void launch(std::shared_ptr<const void> owner, Task<void> work);
+/// Starts `task` on the shared pool and keeps `owner` alive until the task has ended. Nothing waits
+/// for the task, and an exception that leaves it is dropped. Throws std::bad_alloc or
+/// std::system_error if memory or threads run out; the task has then not started. Does nothing in a
+/// forked child.
+KIVO_EXPORT void launch(std::shared_ptr<const void> owner, Task<void> task);
 
 }  // namespace kivo::platform

@@ -7,21 +7,22 @@
 
 namespace kivo {
 
-/// The one plugin: forwards every operation to the core that it holds at that moment.
+/// The one plugin: forwards every operation to the core that it currently holds.
 class KIVO_EXPORT KivoCommunication : public KivoCommunicationPlugin {
 public:
     KivoConfig config() const override;
     void setConfig(KivoConfig config) override;
     void modifyConfig(const std::function<void(KivoConfig&)>& change) override;
 
-    /// Never empty. A core that is assigned receives later calls and is not initialised; assigning
-    /// none is ignored.
+    /// Never empty. A core that is set here receives all later calls and is not initialised; an
+    /// empty pointer is ignored.
     virtual std::shared_ptr<KivoCore> kivoCore() const;
     virtual void setKivoCore(std::shared_ptr<KivoCore> core);
+    /// Changes the pointer in place; other threads wait while `change` runs.
     virtual void modifyKivoCore(const std::function<void(std::shared_ptr<KivoCore>&)>& change);
 
-    /// Makes the core, which takes the configuration over, and starts SDK authentication in the
-    /// background.
+    /// Creates the core with a copy of `config` and starts SDK authentication in the background.
+    /// Throws as the core's constructor does.
     explicit KivoCommunication(KivoConfig config);
     ~KivoCommunication() override;
 

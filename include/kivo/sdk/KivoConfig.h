@@ -4,7 +4,7 @@
 
 namespace kivo {
 
-/// What the host sets the framework up with. Nothing is checked: an empty key is sent as it is.
+/// The host's configuration of the framework. Nothing is validated: an empty key is sent as it is.
 struct KivoConfig {
     std::string apiKey;
     bool isProduction = false;  ///< True selects the production backend.

@@ -7,8 +7,8 @@
 namespace kivo {
 
 /// The payload of a remote notification. Text may be held as `std::string`, `std::string_view`,
-/// `const char*` or `char*`; what a view or pointer refers to need only live through the call that
-/// takes the payload.
+/// `const char*` or `char*`; the text behind a view or pointer needs to live only until the call
+/// that takes the payload returns.
 using RemoteMessage = std::map<std::string, std::map<std::string, std::any>>;
 
 }  // namespace kivo

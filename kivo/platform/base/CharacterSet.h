@@ -6,14 +6,14 @@
 
 namespace kivo::platform {
 
-/// A set of single-byte characters, made at compile time: asking it is one look into a table.
+/// A set of single-byte characters, built at compile time; a query is one table lookup.
 class CharacterSet {
 public:
     constexpr explicit CharacterSet(std::string_view members) {
         for (const char c : members) table_[index(c)] = true;
     }
 
-    /// All from `first` to `last`.
+    /// All characters from `first` to `last`, inclusive.
     constexpr CharacterSet(char first, char last) {
         for (std::size_t c = index(first); c <= index(last); ++c) table_[c] = true;
     }

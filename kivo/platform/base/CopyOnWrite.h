@@ -5,9 +5,9 @@
 
 namespace kivo::platform {
 
-/// A value whose copies share it until one of them changes, so that copying costs next to nothing.
-/// To its users it is a value like any other: copies may be used on different threads. What has
-/// been moved from can only be destroyed or assigned to.
+/// A value whose copies share its storage until one of them changes, so that copying is cheap. It
+/// behaves like any other value: copies may be used on different threads. A moved-from object can
+/// only be destroyed or assigned to.
 template <typename Value>
 class CopyOnWrite {
 public:
@@ -24,7 +24,7 @@ public:
 
     const Value* operator->() const { return &shared_->value; }
 
-    /// The value, to be changed: no longer shared.
+    /// The value, no longer shared, for the caller to change.
     Value& own() {
         if (shared_->owners != 1) *this = CopyOnWrite(shared_->value);
         return shared_->value;

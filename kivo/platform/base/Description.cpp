@@ -9,8 +9,7 @@ namespace kivo::platform {
 
 namespace {
 
-/// The code point of a control character's sequence, or 0 of any other (and of NUL, which is one
-/// itself).
+/// The code point of a control character's sequence; 0 for any other character, and for NUL.
 unsigned char controlCharacter(std::string_view sequence) {
     const auto last = static_cast<unsigned char>(sequence.back());
     const bool isFirstBlock = sequence.size() == 1 && (last < 0x20 || last == 0x7F);

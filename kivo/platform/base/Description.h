@@ -11,11 +11,11 @@
 
 namespace kivo::platform {
 
-/// Appends `text` in quotes, as it is printed: quotes, backslashes and control characters escaped,
-/// bytes that are not UTF-8 shown as U+FFFD.
+/// Appends `text` in quotes, with quotes, backslashes and control characters escaped and malformed
+/// UTF-8 replaced by U+FFFD.
 void appendDescription(std::string& output, std::string_view text);
 
-/// "true" or "false"; only for a real bool, to which nothing converts silently.
+/// "true" or "false". Accepts only bool itself, so that nothing converts silently.
 inline void appendDescription(std::string& output, std::same_as<bool> auto value) {
     output += value ? "true" : "false";
 }
@@ -51,7 +51,7 @@ void appendDescription(std::string& output, const T& record) {
     output += ')';
 }
 
-/// What can be printed so.
+/// A type that `describe` can print.
 template <typename T>
 concept Describable = Record<T> || std::same_as<T, bool> || isOptional<T> ||
                       std::convertible_to<const T&, std::string_view>;

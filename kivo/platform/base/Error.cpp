@@ -4,7 +4,7 @@ namespace kivo::platform {
 
 namespace {
 
-/// What `ask` finds out about an error of the platform's; what() of any other.
+/// The answer of `ask` for one of the platform's errors, and what() for any other.
 template <typename Ask>
 std::string askOrWhat(const std::exception& error, Ask ask) {
     const auto* ours = dynamic_cast<const Error*>(&error);

@@ -7,18 +7,17 @@
 
 namespace kivo::platform {
 
-/// The root of the platform's errors: a printed form, and a text meant for a user.
+/// The base of the platform's errors: a printed form, and a text for the user.
 class Error : public std::runtime_error {
 public:
-    /// `description` is the printed form; the localized text is the same unless a class says
-    /// otherwise.
+    /// `description` is the printed form, and the localized text too unless a class overrides it.
     explicit Error(const std::string& description) : std::runtime_error(description) {}
 
     virtual std::string description() const { return what(); }
     virtual std::string localizedDescription() const { return what(); }
 };
 
-/// An error that is no more than a domain and a code.
+/// An error that consists of a domain and a code.
 class NSError : public Error {
 public:
     NSError(std::string_view domain, int code);
@@ -31,13 +30,13 @@ private:
     int code_;
 };
 
-/// How `error` is printed; an error that is not the platform's gives its what().
+/// The printed form of `error`; what() if it is not one of the platform's.
 std::string describe(const std::exception& error);
 
-/// What a user would be told of `error`; an error that is not the platform's gives its what().
+/// The text about `error` for the user; what() if it is not one of the platform's.
 std::string localizedDescription(const std::exception& error);
 
-/// The same for an error in transit, of whatever type.
+/// The same for an exception pointer to an error of any type.
 std::string describe(const std::exception_ptr& error);
 std::string localizedDescription(const std::exception_ptr& error);
 

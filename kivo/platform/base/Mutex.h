@@ -4,23 +4,24 @@
 #include <condition_variable>
 #include <mutex>
 
-// What a lock guards, for clang's -Wthread-safety to check; other compilers pass over it.
+// Which mutex guards what, checked by clang's -Wthread-safety; other compilers ignore it. Clang
+// does not look into catch blocks: move code that takes a lock there into a function.
 #if defined(__clang__)
 #define KIVO_THREAD_SAFETY(attribute) __attribute__((attribute))
 #else
 #define KIVO_THREAD_SAFETY(attribute)
 #endif
 
-/// The member may be touched only while `mutex` is held.
+/// The member may be accessed only while `mutex` is held.
 #define KIVO_GUARDED_BY(mutex) KIVO_THREAD_SAFETY(guarded_by(mutex))
 /// The function may be called only while `mutex` is held.
 #define KIVO_REQUIRES(mutex) KIVO_THREAD_SAFETY(requires_capability(mutex))
-/// The function takes `mutex` itself.
+/// The function must not be called while `mutex` is held: it locks it itself.
 #define KIVO_EXCLUDES(mutex) KIVO_THREAD_SAFETY(locks_excluded(mutex))
 
 namespace kivo::platform {
 
-/// A std::mutex whose rules the compiler can check.
+/// A std::mutex whose use the compiler can check.
 class KIVO_THREAD_SAFETY(capability("mutex")) Mutex {
 public:
     void lock() KIVO_THREAD_SAFETY(acquire_capability()) { mutex_.lock(); }
@@ -32,7 +33,7 @@ private:
     std::mutex mutex_;
 };
 
-/// Holds a mutex, but for the time between `unlock` and `lock`.
+/// Holds a mutex for its lifetime, except between `unlock` and `lock`.
 class KIVO_THREAD_SAFETY(scoped_lockable) Lock {
 public:
     explicit Lock(Mutex& mutex) KIVO_THREAD_SAFETY(acquire_capability(mutex))
@@ -50,8 +51,8 @@ private:
     std::unique_lock<std::mutex> lock_;
 };
 
-/// A std::condition_variable for a `Lock`. Wait in a loop, so that the compiler sees the condition
-/// read under the lock.
+/// A std::condition_variable that waits with a `Lock`. Callers loop over the condition themselves,
+/// so that the compiler sees it read under the lock.
 class Condition {
 public:
     void wait(Lock& lock) { condition_.wait(lock.lock_); }

@@ -6,8 +6,8 @@ namespace kivo::platform::UTF8 {
 
 namespace {
 
-/// What a first byte announces: the sequence's length, 0 if none begins so, and the range of its
-/// second byte.
+/// What a first byte determines: the sequence's length (0 if no sequence begins with it) and the
+/// range of the second byte.
 struct Lead {
     std::size_t length;
     unsigned char lowest = 0x80;

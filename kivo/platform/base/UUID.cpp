@@ -12,7 +12,7 @@ namespace {
 
 using Bytes = std::array<unsigned char, 16>;
 
-/// The kernel's; a sandbox that forbids the call has the library's source to fall back on.
+/// From the kernel; in a sandbox that forbids the call, from the standard library's source.
 Bytes randomBytes() {
     Bytes bytes{};
     if (getrandom(bytes.data(), bytes.size(), 0) == static_cast<ssize_t>(bytes.size()))

@@ -7,7 +7,7 @@ namespace kivo::platform {
 /// A random (version 4) identifier.
 class UUID {
 public:
-    /// Draws a new one.
+    /// Generates a new one. Throws if the machine has no source of randomness.
     UUID();
 
     /// 36 characters, upper case.

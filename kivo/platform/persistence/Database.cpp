@@ -13,7 +13,7 @@ void check(int code) {
     if (code != SQLITE_OK) throw DatabaseError(code);
 }
 
-/// SQLite takes a null pointer for NULL, and an empty view may have one.
+/// SQLite reads a null pointer as NULL, and an empty view may hold one.
 const char* dataOf(std::string_view bytes) { return bytes.empty() ? "" : bytes.data(); }
 
 }  // namespace
@@ -85,13 +85,13 @@ void Database::Closer::operator()(sqlite3* connection) const noexcept {
 }
 
 Database::Database(const std::filesystem::path& file) {
-    // The host may have made another layer its default; the locks that keep processes apart are
-    // this one's.
-    constexpr const char* fileLayer = "unix";
+    // The host may have made another VFS the default, but only this one has the locks that other
+    // processes respect.
+    constexpr const char* vfs = "unix";
     constexpr int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_EXRESCODE;
     sqlite3* opened = nullptr;
-    const int code = sqlite3_open_v2(file.c_str(), &opened, flags, fileLayer);
-    connection_.reset(opened);  // Also when it could not be opened.
+    const int code = sqlite3_open_v2(file.c_str(), &opened, flags, vfs);
+    connection_.reset(opened);  // Also if opening failed.
     check(code);
     sqlite3_busy_timeout(opened, busyMilliseconds);
     execute("PRAGMA synchronous=FULL");
@@ -122,7 +122,7 @@ Transaction::~Transaction() {
     if (!isOpen_) return;
     try {
         database_.execute("ROLLBACK");
-    } catch (const DatabaseError&) {  // SQLite had to roll back on its own already.
+    } catch (const DatabaseError&) {  // SQLite has already rolled back on its own.
     }
 }
 

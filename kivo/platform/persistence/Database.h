@@ -14,7 +14,7 @@ struct sqlite3_stmt;
 
 namespace kivo::platform {
 
-/// What SQLite reports, with its extended result code.
+/// An error reported by SQLite, with its extended result code.
 class DatabaseError : public Error {
 public:
     explicit DatabaseError(int code);
@@ -27,8 +27,8 @@ private:
     int code_;
 };
 
-/// One prepared statement; it ends before its database does. Parameters count from 1, columns from
-/// 0.
+/// One prepared statement, which must not outlive its database. Parameters count from 1, columns
+/// from 0.
 class Statement {
 public:
     enum class Type { integer, real, text, blob, null };
@@ -37,10 +37,10 @@ public:
     void bindText(int parameter, std::string_view text);
     void bindBlob(int parameter, std::string_view bytes);
 
-    /// Goes to the next row; false when there is none.
+    /// Moves to the next row; false if there are no more rows.
     bool step();
 
-    /// Runs to the end, and makes it ready for other parameters.
+    /// Runs to completion and resets the statement for other parameters.
     void run();
 
     Type type(int column) const;
@@ -60,8 +60,8 @@ private:
 };
 
 /// One connection to an existing file, with a rollback journal and full synchronisation; it waits
-/// at most one second for another's lock. Read-only where the file is. For one thread at a time.
-/// Every operation throws DatabaseError.
+/// at most one second for another connection's lock. Read-only if the file is. For one thread at a
+/// time. Every operation may throw DatabaseError.
 class Database {
 public:
     explicit Database(const std::filesystem::path& file);
@@ -80,7 +80,7 @@ private:
     std::unique_ptr<sqlite3, Closer> connection_;
 };
 
-/// Everything between its construction and `commit` is kept, or nothing is.
+/// Everything between construction and `commit` takes effect, or nothing does.
 class Transaction {
 public:
     explicit Transaction(Database& database);

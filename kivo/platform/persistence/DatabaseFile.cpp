@@ -18,8 +18,8 @@ constexpr mode_t directoryMode = 0700;
 constexpr mode_t fileMode = 0600;
 constexpr int mostSetAside = 99;
 
-/// Creates what is missing on the way; what is there stays as it is. A umask can only have taken
-/// rights away.
+/// Creates the missing directories; existing ones stay as they are. The chmod restores permissions
+/// that the umask took away.
 void makeDirectories(const Path& directory) {
     if (mkdir(directory.c_str(), directoryMode) != 0) {
         if (errno != ENOENT || !directory.has_relative_path()) return;
@@ -29,8 +29,8 @@ void makeDirectories(const Path& directory) {
     chmod(directory.c_str(), directoryMode);
 }
 
-/// Without opening it: closing a descriptor would drop the locks that another connection of this
-/// process has on it.
+/// Does not open the file: closing a descriptor would drop the locks that another connection of
+/// this process holds on it.
 bool makeEmptyFile(const Path& file) {
     if (mknod(file.c_str(), S_IFREG | fileMode, 0) != 0) return false;
     chmod(file.c_str(), fileMode);
@@ -57,8 +57,8 @@ bool renameToFreeName(const Path& from, const Path& to) {
 
 Path suffixed(Path file, const std::string& suffix) { return file += suffix; }
 
-/// Under the first number that is free for both files. The journal goes first: were it left alone,
-/// SQLite would play it back into the fresh file.
+/// Renames both files, using the first number that is free for both. The journal goes first: if it
+/// stayed, SQLite would play it back into the new file.
 void setAside(const Path& file) {
     for (int number = 1; number <= mostSetAside; ++number) {
         const Path aside = suffixed(file, ".damaged-" + std::to_string(number));
@@ -76,13 +76,13 @@ void setAside(const Path& file) {
 DatabaseFile::DatabaseFile(std::filesystem::path path, const char* schema)
     : path_(std::move(path)), schema_(schema) {}
 
-void DatabaseFile::read(const Work& work) { perform(work); }
+void DatabaseFile::read(const Block& block) { perform(block); }
 
-void DatabaseFile::write(const Work& work) {
+void DatabaseFile::write(const Block& block) {
     const auto whole = [&](Database& database) {
         Transaction transaction(database);
         database.execute(schema_);
-        work(database);
+        block(database);
         transaction.commit();
     };
     makeIfMissing(path_);
@@ -90,7 +90,7 @@ void DatabaseFile::write(const Work& work) {
         perform(whole);
     } catch (const DatabaseError& error) {
         if (!error.saysDamaged()) throw;
-        makeIfMissing(path_);  // It has been set aside.
+        makeIfMissing(path_);  // The damaged file has been set aside.
         perform(whole);
     }
 }
@@ -101,23 +101,23 @@ Database& DatabaseFile::connection() {
     return *connection_;
 }
 
-void DatabaseFile::perform(const Work& work) {
+void DatabaseFile::perform(const Block& block) {
     try {
-        return work(connection());
+        return block(connection());
     } catch (const DatabaseError& error) {
         connection_.reset();
         if (!error.saysDamaged()) throw;
     }
-    performOnFreshConnection(work);
+    performOnFreshConnection(block);
 }
 
-void DatabaseFile::performOnFreshConnection(const Work& work) {
+void DatabaseFile::performOnFreshConnection(const Block& block) {
     const Identity suspect = identityOf(path_);
     try {
-        work(connection());
+        block(connection());
     } catch (const DatabaseError& error) {
         connection_.reset();
-        // Another process may have begun a fresh file meanwhile: that one stays.
+        // Another process may have created a new file in the meantime: that one stays.
         if (error.saysDamaged() && identityOf(path_) == suspect) setAside(path_);
         throw;
     }

@@ -8,30 +8,30 @@
 
 namespace kivo::platform {
 
-/// A private database at its place on disk, and the one connection to it, kept open once it is. A
-/// file that SQLite calls damaged twice, the second time on a fresh connection, is set aside as
-/// "<name>.damaged-N". For one thread at a time.
+/// A private database file and the one connection to it, which stays open after its first use. If
+/// SQLite reports the file as damaged twice, the second time on a new connection, the file is set
+/// aside as "<name>.damaged-N". For one thread at a time.
 class DatabaseFile {
 public:
-    using Work = std::function<void(Database&)>;
+    using Block = std::function<void(Database&)>;
 
-    /// `schema` is SQL that creates whatever is missing. Nothing is touched before the first read
-    /// or write.
+    /// `schema` is SQL that creates the tables that are missing. The disk is not touched before the
+    /// first read or write.
     DatabaseFile(std::filesystem::path path, const char* schema);
 
-    /// Runs `work`, twice perhaps. Creates nothing: without a file it throws DatabaseError, like
-    /// any failure.
-    void read(const Work& work);
+    /// Runs `block`, possibly twice. Creates nothing. Throws DatabaseError on any failure,
+    /// including a missing file.
+    void read(const Block& block);
 
-    /// Runs `work` in one transaction, more than once perhaps; creates the file (mode 0600) and the
-    /// directories on its way (0700), whatever the umask, when they are missing. Begins a fresh
-    /// file after setting one aside. A DatabaseError leaves the file as it was.
-    void write(const Work& work);
+    /// Runs `block` in one transaction, possibly more than once. Creates the file (mode 0600) and
+    /// its directories (0700) if they are missing, independent of the umask; starts a new file
+    /// after setting one aside. Throws DatabaseError, which leaves the file as it was.
+    void write(const Block& block);
 
 private:
     Database& connection();
-    void perform(const Work& work);
-    void performOnFreshConnection(const Work& work);
+    void perform(const Block& block);
+    void performOnFreshConnection(const Block& block);
 
     std::filesystem::path path_;
     const char* schema_;

@@ -13,28 +13,24 @@
 namespace kivo::platform {
 
 /// The user's secrets, shared by all of the user's programs. An item is added once and never
-/// changed, so one that has been found is remembered. Other calls go to disk, and may wait a second
-/// there; any thread and any number of processes may call.
+/// changes, so an item that has been found is cached. All other calls read or write the disk and
+/// may wait a second for it. Any number of threads and processes may call at the same time.
 class Keychain {
 public:
-    enum Status : int {
-        success = 0,
-        ioError = -36,
-        notAvailable = -25291,
-        duplicateItem = -25299,
-        itemNotFound = -25300
-    };
+    /// The modelled platform's status codes.
+    enum Status : int { success = 0, ioError = -36, notAvailable = -25291, duplicateItem = -25299 };
 
     /// <data directory>/kivo/keychain.db; never destroyed.
     static Keychain& standard();
 
-    /// Without a file nothing is found and nothing can be added.
+    /// Without a file, lookups find nothing and additions return `notAvailable`.
     explicit Keychain(std::optional<std::filesystem::path> file);
 
-    /// The item's data; any failure reads as its absence. Creates no file.
+    /// The item's data; empty if there is none or on any failure. Creates no file.
     std::optional<Data> copyMatching(std::string_view service, std::string_view account);
 
-    /// Adds an item, if there is none yet of that service and account.
+    /// Adds an item unless there already is one with that service and account. On any status other
+    /// than `success` nothing has changed.
     Status add(std::string_view service, std::string_view account, std::string_view data);
 
 private:

@@ -1,4 +1,4 @@
-// How the table is read from its file, once, and how changes are taken there.
+// Reading the table from its file, once, and committing changes to it.
 
 #include <exception>
 #include <utility>
@@ -9,7 +9,7 @@ namespace kivo::platform {
 
 namespace {
 
-/// Whether the file was begun just now; marks it as not so any more.
+/// Whether the file has only just been created; marks it as no longer new.
 bool isFresh(Database& database) {
     Statement version = database.prepare("PRAGMA user_version");
     const bool isUnmarked = version.step() && version.integer(0) == 0;
@@ -24,7 +24,7 @@ void UserDefaults::load() {
     std::call_once(loaded_, [this] { readFile(); });
 }
 
-/// A file that is missing, locked, unreadable or of another shape leaves the table empty.
+/// A file that is missing, locked, unreadable or has another schema leaves the table empty.
 void UserDefaults::readFile() {
     if (!file_) return;
     Table table;
@@ -49,7 +49,7 @@ void UserDefaults::readRow(const Statement& row, Table& table) {
         case Statement::Type::integer: return keep(row.integer(1) != 0);
         case Statement::Type::text: return keep(row.bytes(1));
         case Statement::Type::blob: return keep(Changes::Bytes{row.bytes(1)});
-        default: return;  // Nothing that this version writes.
+        default: return;  // This version never writes other types.
     }
 }
 
@@ -64,8 +64,8 @@ UserDefaults::Edits UserDefaults::takeEdits() {
     return std::exchange(uncommitted_, {});
 }
 
-/// Keeps what could not be committed, below anything newer. Returns whether there is such: it
-/// deserves a try of its own.
+/// Puts back edits that could not be committed; newer edits of the same keys win. Returns whether
+/// there are newer edits, which deserve an attempt of their own.
 bool UserDefaults::giveBack(Edits edits) {
     const Lock lock(mutex_);
     commitIsScheduled_ = !uncommitted_.empty();
@@ -94,7 +94,7 @@ bool UserDefaults::write(const Edits& edits) {
     }
 }
 
-/// What a file gets that was begun afresh, since the old one was lost or set aside.
+/// The edits for a new file, which replaces one that was lost or set aside.
 UserDefaults::Edits UserDefaults::wholeTable() {
     const Lock lock(mutex_);
     return {table_.begin(), table_.end()};

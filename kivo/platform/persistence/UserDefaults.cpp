@@ -37,8 +37,8 @@ void UserDefaults::Changes::remove(std::string key) {
 }
 
 UserDefaults& UserDefaults::standard() {
-    const auto commitOnPool = [](std::function<void()> job) {
-        TaskPool::shared().submitCommit(std::move(job));
+    const auto commitOnPool = [](std::function<void()> commit) {
+        TaskPool::shared().submitCommit(std::move(commit));
     };
     static UserDefaults& application = *new UserDefaults(standardFile(), commitOnPool);
     return application;
@@ -70,22 +70,22 @@ std::optional<T> UserDefaults::value(std::string_view key) {
     return content != nullptr ? std::optional(*content) : std::nullopt;
 }
 
-void UserDefaults::update(const std::function<void(Changes&)>& make) {
+void UserDefaults::update(const std::function<void(Changes&)>& block) {
     if (!Process::isOwn()) return;
     load();
     Changes changes;
-    make(changes);
+    block(changes);
     if (apply(changes)) schedule();
 }
 
-/// Returns whether a commit is due and not scheduled yet.
+/// Returns whether a commit is due and not yet scheduled.
 bool UserDefaults::apply(Changes& changes) {
     const Lock lock(mutex_);
     for (auto& [key, value] : changes.list_) applyOne(key, std::move(value));
     return file_ && !uncommitted_.empty() && !std::exchange(commitIsScheduled_, true);
 }
 
-/// What the table holds already needs no commit, provided that the table is what the file holds.
+/// A value that the table already holds needs no commit if the table is known to match the file.
 void UserDefaults::applyOne(const std::string& key, std::optional<Value> value) {
     const auto present = table_.find(key);
     const bool isSame = present != table_.end() ? value == present->second : !value;

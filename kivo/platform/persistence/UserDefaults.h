@@ -17,15 +17,15 @@
 
 namespace kivo::platform {
 
-/// The application's small persistent values, by key. Reads and writes go to a table in memory,
-/// which is loaded on the first of them and shared by all threads; a background commit takes
-/// changes to disk. Where the disk cannot be read or written the table goes on alone, and what is
-/// uncommitted is tried again with the next change. What another process writes is seen at the next
-/// launch. A forked child reads nothing and writes nothing.
+/// The application's small persistent values, by key. Reads and writes use a table in memory, which
+/// is loaded on first use and shared by all threads; a background commit writes changes to disk. If
+/// the disk cannot be read or written, the table is used alone, and the next change tries again to
+/// commit. Values that another process writes are seen at the next launch. A forked child reads
+/// nothing and writes nothing.
 class UserDefaults {
 public:
-    /// Changes that become visible, and durable, together. Setters are named by type, since a
-    /// literal would pick the wrong overload.
+    /// Changes that become visible, and durable, together. The setters are named by type, since a
+    /// string literal would pick a bool overload.
     class Changes {
     public:
         void setBool(std::string key, bool value);
@@ -42,17 +42,17 @@ public:
         using Value = std::variant<bool, std::string, Bytes>;
 
         std::vector<std::pair<std::string, std::optional<Value>>>
-            list_;  // In order; empty removes.
+            list_;  // In order; an empty value removes the key.
     };
 
-    /// Has a job run later, once, on any thread.
-    using Schedule = std::function<void(std::function<void()> job)>;
+    /// Arranges for `commit` to run later, once, on any thread.
+    using Schedule = std::function<void(std::function<void()> commit)>;
 
     /// The application's own, committed on the task pool; never destroyed. The file is
     /// <state directory>/kivo/<bundle identifier, or program's name>/defaults.db.
     static UserDefaults& standard();
 
-    /// Without a file everything stays in memory. The object must outlive the jobs that it has
+    /// Without a file everything stays in memory. The object must outlive the commits that it has
     /// scheduled.
     UserDefaults(std::optional<std::filesystem::path> file, Schedule scheduleCommit);
 
@@ -63,9 +63,9 @@ public:
     /// Empty when the key is absent or holds no data.
     std::optional<Data> data(std::string_view key);
 
-    /// Applies what `make` puts down, all in one step after it has returned, and has it committed
-    /// soon.
-    void update(const std::function<void(Changes&)>& make);
+    /// Applies the changes that `block` records, all in one step after it has returned, and
+    /// schedules a commit. Throws what `block` or the scheduling throws.
+    void update(const std::function<void(Changes&)>& block);
 
 private:
     using Value = Changes::Value;

@@ -24,7 +24,7 @@ bool isSafeName(std::string_view text) {
            std::ranges::all_of(text, isSafeCharacter);
 }
 
-/// FNV-1a over 64 bits, from a starting value of the caller's.
+/// 64-bit FNV-1a, starting from `value`.
 std::uint64_t hash(std::string_view text, std::uint64_t value) {
     for (const char c : text) value = (value ^ static_cast<unsigned char>(c)) * 0x100000001b3U;
     return value;

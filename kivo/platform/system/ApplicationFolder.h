@@ -7,12 +7,12 @@
 
 namespace kivo::platform {
 
-/// The folder name that belongs to an application: its identifier if that is safe as one, else a
-/// stable hash of it.
+/// The folder name for an application: its identifier if that is a safe name, otherwise a stable
+/// hash of it.
 std::string folderName(std::string_view identifier);
 
-/// Where this application keeps its state: below the user's state directory, under the bundle's
-/// identifier or, without one, the program's name. None when the user has no such directory.
+/// The folder for this application's state: below the user's state directory, named after the
+/// bundle identifier or, without one, after the program. Empty if the user has no state directory.
 std::optional<std::filesystem::path> applicationStateFolder();
 
 }  // namespace kivo::platform

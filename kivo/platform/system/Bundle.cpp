@@ -9,8 +9,7 @@ namespace kivo::platform {
 
 namespace {
 
-/// Ready before any constructor of static storage runs, and never freed: hosts register theirs that
-/// early.
+/// Initialised before any static constructor runs, since hosts may set theirs in one; never freed.
 constinit std::atomic<const std::string*> identifierInUse{nullptr};
 
 }  // namespace

@@ -7,16 +7,16 @@
 
 namespace kivo::platform {
 
-/// What the process was told by its environment: read once, since a host may change it at any time,
-/// and ignored where the process runs with more rights than its caller. An empty variable counts as
-/// missing.
+/// The environment variables that matter to the platform. They are read once, since a host may
+/// change them at any time, and ignored if the process has more privileges than its caller. An
+/// empty variable counts as missing.
 struct Environment {
     std::optional<std::filesystem::path> home;            ///< Absolute, like the two below.
     std::optional<std::filesystem::path> stateDirectory;  ///< XDG_STATE_HOME, or ~/.local/state.
     std::optional<std::filesystem::path> dataDirectory;   ///< XDG_DATA_HOME, or ~/.local/share.
 
-    std::string httpProxy;  ///< Lower-case variable only: a CGI server sets the other from a
-                            ///< request's header.
+    std::string httpProxy;  ///< From the lower-case variable only: a CGI server sets
+                            ///< HTTP_PROXY from a request header.
     std::string httpsProxy;
     std::string allProxy;
     std::string noProxy;

@@ -6,14 +6,13 @@
 
 namespace kivo::platform {
 
-/// Stops the process: "Fatal error: " and `message` go to standard error as one line, then it
-/// aborts.
+/// Writes "Fatal error: " and `message` to standard error as one line, then aborts the process.
 [[noreturn]] void fatalError(std::string_view message) noexcept;
 
-/// Stops the process as a forced unwrap of nothing does.
+/// Aborts the process as a forced unwrap of an empty optional does.
 [[noreturn]] void foundNil() noexcept;
 
-/// The value of an optional that must hold one; without it the process stops.
+/// The value of an optional that must hold one; aborts the process if it is empty.
 template <typename T>
 const T& unwrap(const std::optional<T>& optional) noexcept {
     if (!optional) foundNil();

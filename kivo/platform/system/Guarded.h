@@ -19,7 +19,7 @@ public:
         return value_;
     }
 
-    /// The old value ends outside the lock: its destructor may be a caller's code.
+    /// The old value is destroyed outside the lock, since its destructor may run host code.
     void set(Value value) {
         const ForkSafeLock lock(mutex_);
         std::swap(value_, value);

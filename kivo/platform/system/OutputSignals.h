@@ -4,10 +4,10 @@
 
 namespace kivo::platform {
 
-/// Keeps SIGPIPE and SIGXFSZ from this thread while it writes, so that a broken pipe or a file size
-/// limit is an error and not the host's end. At its end it takes back what the write raised; what
-/// was pending before stays pending. Our own threads block both for good, and nobody waits for them
-/// there.
+/// Blocks SIGPIPE and SIGXFSZ on this thread while it writes, so that a broken pipe or a file size
+/// limit is an error and does not kill the host. The destructor discards the signals that the write
+/// raised; one that was pending before stays pending. Kivo's own threads always block both, so
+/// nothing is done there.
 class OutputSignals {
 public:
     OutputSignals() noexcept;
@@ -16,7 +16,7 @@ public:
     OutputSignals& operator=(const OutputSignals&) = delete;
 
 private:
-    const bool isHosts_;  // Whether this thread is the host's.
+    const bool isHosts_;  // Whether this thread belongs to the host.
     sigset_t before_;     // The thread's mask.
     sigset_t drained_;
 };

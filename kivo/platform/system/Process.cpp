@@ -21,9 +21,9 @@ std::atomic<const char*> mark{nullptr};
 std::atomic<bool> ending{false};
 std::atomic<Stoppable*> registeredLast{nullptr};
 
-/// A byte that is 1 in this process and 0 in a forked child, where the kernel empties its page:
-/// every entry asks whose process it is, and this answers without a system call. Null where the
-/// kernel cannot do that.
+/// A byte that is 1 in this process and 0 in a forked child, where the kernel wipes its page. Every
+/// entry point checks whose process it is in, and this needs no system call. Null if the kernel
+/// does not support it.
 const char* makeMark() {
     const auto size = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
     void* page = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
@@ -32,8 +32,8 @@ const char* makeMark() {
     return static_cast<const char*>(page);
 }
 
-/// The exit hook. The threads may outlive it, and the libraries' own exit handlers, which run after
-/// it, must find no transfer at work.
+/// The exit hook. The threads may outlive it, and the libraries' own exit handlers, which run
+/// later, must not find a transfer running.
 void endProcess() {
     if (!isOwn()) return;
     ending = true;
@@ -45,22 +45,23 @@ Function* symbol(const char* name) {
     return reinterpret_cast<Function*>(dlsym(RTLD_DEFAULT, name));
 }
 
-/// A transfer may still be at work when the exit hook gives up waiting for it, in the midst of a
-/// handshake say; OpenSSL must not be torn down under it. Has no effect where the host has started
-/// OpenSSL before.
+/// A transfer may still be running when the exit hook gives up waiting for it, for example during a
+/// handshake; OpenSSL must not be torn down under it. Has no effect if the host has already
+/// initialised OpenSSL.
 void keepOpenSSLToTheEnd() {
     constexpr std::uint64_t withoutExitHandler = 0x00080000;  // OPENSSL_INIT_NO_ATEXIT
     if (auto* initialise = symbol<int(std::uint64_t, const void*)>("OPENSSL_init_crypto"))
         initialise(withoutExitHandler, nullptr);
 }
 
-/// An OpenSSL that could not have the memory for its beginnings crashes whoever uses it later.
+/// If OpenSSL ran out of memory during its initialisation, its next use would crash.
 void requireOpenSSL() {
     auto* context = symbol<void*()>("OSSL_LIB_CTX_get0_global_default");
     if (context != nullptr && context() == nullptr) throw std::bad_alloc();
 }
 
-/// A host that closes the plug-in which brought us would otherwise unmap the code our threads run.
+/// A host that unloads the plug-in that linked Kivo would otherwise unmap code that runs on Kivo's
+/// threads.
 void pinLibrary() {
     Dl_info ours{};
     if (dladdr(reinterpret_cast<void*>(&pinLibrary), &ours) != 0 && ours.dli_fname != nullptr)
@@ -74,7 +75,7 @@ bool prepareOnce() {
     keepOpenSSLToTheEnd();
     requireOpenSSL();
     if (curl_global_init(CURL_GLOBAL_DEFAULT) != CURLE_OK) throw std::bad_alloc();
-    // After libcurl's start: the hook runs before OpenSSL's own exit handler.
+    // After libcurl's initialisation, so that the hook runs before OpenSSL's own exit handler.
     std::atexit(endProcess);
     pinLibrary();
     return true;

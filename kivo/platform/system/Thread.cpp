@@ -13,7 +13,7 @@ namespace {
 
 thread_local bool startedHere = false;
 
-/// While alive, threads started here inherit a mask that blocks what belongs to the host.
+/// While it lives, threads started here inherit a mask that blocks the host's signals.
 class BlockedSignals {
 public:
     BlockedSignals() {
@@ -31,9 +31,9 @@ private:
     sigset_t before_{};
 };
 
-/// Asks the kernel not to preempt others for this thread: whoever wakes it, a host's thread above
-/// all, goes on undisturbed, and finds several results at once later.
-void waitForTurns() {
+/// Asks the kernel not to preempt other threads for this one. The thread that wakes it, often one
+/// of the host's, continues undisturbed, and this one later finds several pieces of work at once.
+void avoidPreempting() {
     const sched_param noPriority{};
     pthread_setschedparam(pthread_self(), SCHED_BATCH, &noPriority);
 }
@@ -45,7 +45,7 @@ void startThread(const char* name, std::function<void()> body) {
     std::thread([name, body = std::move(body)] {
         startedHere = true;
         pthread_setname_np(pthread_self(), name);
-        waitForTurns();
+        avoidPreempting();
         body();
     }).detach();
 }

@@ -4,17 +4,17 @@
 
 namespace kivo::platform {
 
-/// Starts a detached thread under `name` (15 characters at most). It blocks every signal but those
-/// that a fault or a profiler raises, so that the host's handlers never run on it, and it waits for
-/// its turn when it is woken, rather than preempt whoever woke it. Throws std::system_error when
-/// the thread cannot be had.
+/// Starts a detached thread called `name` (at most 15 characters) that runs `body`. It blocks every
+/// signal except those that a fault or a profiler raises, so the host's handlers never run on it,
+/// and when it is woken it does not preempt the thread that woke it. Throws std::system_error if
+/// the thread cannot be started.
 void startThread(const char* name, std::function<void()> body);
 
 /// Whether the calling thread was started here.
 bool isOwnThread() noexcept;
 
-/// Where a thread waits for the end of the process. It must not return instead: what other
-/// libraries do when a thread ends would run beside their own exit handlers.
+/// Parks the calling thread until the process ends. It must not return instead: other libraries'
+/// thread-exit code would then run concurrently with their exit handlers.
 [[noreturn]] void parkThread();
 
 }  // namespace kivo::platform

@@ -18,13 +18,13 @@ constexpr CharacterSet inScheme = alphanumerics | CharacterSet("+-.");
 constexpr CharacterSet plainInHost =
     (CharacterSet('\0', ' ') | CharacterSet("<>\"\\^{}|[]\x7F")).inverted();
 
-/// The characters that stand for themselves in one part of a URL.
+/// The characters that each part of a URL may hold unescaped.
 constexpr CharacterSet allowedInHost = alphanumerics | CharacterSet("-._~!$&'()*+,;=");
 constexpr CharacterSet allowedInUserInfo = allowedInHost | CharacterSet(":");
 constexpr CharacterSet allowedInPath = allowedInHost | CharacterSet(":@/");
 constexpr CharacterSet allowedInQuery = allowedInPath | CharacterSet("?");
 
-/// What a part of a URL is made of, as far as its neighbours can tell.
+/// Everything up to the delimiters of the next part.
 constexpr CharacterSet untilScheme = CharacterSet(":/?#[]@").inverted();
 constexpr CharacterSet untilPath = CharacterSet("/?#").inverted();
 constexpr CharacterSet untilQuery = CharacterSet("?#").inverted();
@@ -61,7 +61,7 @@ std::string lowered(std::string_view text) {
     return result;
 }
 
-/// Takes off what `rest` begins with, as far as it is made of `characters`.
+/// Removes the longest prefix of `rest` that consists of `characters`, and returns it.
 std::string_view takeWhile(const CharacterSet& characters, std::string_view& rest) {
     const auto taken = rest.substr(0, characters.prefixLength(rest));
     rest.remove_prefix(taken.size());
@@ -72,7 +72,7 @@ bool isScheme(std::string_view text) {
     return !text.empty() && letters.contains(text.front()) && inScheme.containsAll(text);
 }
 
-/// Whether `text` is an address in brackets, with a zone perhaps.
+/// Whether `text` is an address in brackets, optionally with a zone.
 bool isIPv6Literal(std::string_view text) {
     if (!text.starts_with('[') || !text.ends_with(']')) return false;
     auto zone = text.substr(1, text.size() - 2);

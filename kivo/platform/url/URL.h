@@ -6,26 +6,28 @@
 
 namespace kivo::platform {
 
-/// An address: absolute, or relative and then good for nothing but its text. Immutable; ASCII
-/// without white space or control characters, whatever it was made of.
+/// An absolute URL, or a relative one, of which only the text is available. Immutable; its text is
+/// always ASCII without white space or control characters.
 class URL {
 public:
-    /// Reads `text`, percent-encoding what a URL may not hold (a malformed escape's "%" too); else
-    /// it is left as given. None when the text is empty, or its scheme, host or port cannot be one.
+    /// Parses `text`. Characters that a URL may not hold are percent-encoded, including the "%" of
+    /// a malformed escape; everything else stays as given. Empty if the text is empty or its
+    /// scheme, host or port is invalid.
     static std::optional<URL> parse(std::string_view text);
 
     const std::string& absoluteString() const { return text_; }
 
-    /// In lower case; empty for a relative address.
+    /// In lower case; empty for a relative URL.
     const std::string& scheme() const { return scheme_; }
 
-    /// In lower case, with the brackets of an IPv6 literal; empty when there is none.
+    /// In lower case, with the brackets of an IPv6 literal; empty if there is no host.
     const std::string& host() const { return host_; }
 
-    /// As written, or the scheme's own; 0 when there is neither, 65536 for whatever is too large.
+    /// The port as written, or else the scheme's default; 0 if there is neither, 65536 if the
+    /// number is too large.
     int effectivePort() const { return port_; }
 
-    /// Whether both name one server: scheme, host and effective port.
+    /// Whether scheme, host and effective port are the same.
     bool hasSameOrigin(const URL& other) const;
 
 private:

@@ -10,14 +10,16 @@
 
 namespace kivo::platform {
 
-/// A reply kept from earlier. Sessions keep none yet, so a protocol is always given a null pointer.
+/// A cached reply. Only the modelled platform has a cache: the pointer that a protocol gets is
+/// always null.
 class CachedURLResponse;
 
+/// Whether a reply may be cached. Only the modelled platform has a cache: the value is ignored.
 enum class CacheStoragePolicy { allowed, allowedInMemoryOnly, notAllowed };
 
-/// Where a protocol delivers its load: the loading system's side. Callable from any thread and in
-/// any order; chunks of data append; the first terminal call (finish or failure) decides, and
-/// everything after it is ignored.
+/// The receiver of a protocol's load. Callable on any thread and in any order; chunks of data are
+/// appended. The first terminal call (finish or failure) decides the outcome, and every later call
+/// is ignored.
 class URLProtocolClient {
 public:
     virtual ~URLProtocolClient() = default;
@@ -29,8 +31,8 @@ public:
     virtual void urlProtocolDidFailWithError(std::exception_ptr error) = 0;
 };
 
-/// One way of serving a request. A fresh object is made for each load, off the caller's thread; the
-/// load owns it until it has ended.
+/// One way of serving a request. Each load creates an object of its own, off the caller's thread,
+/// and owns it until the load has ended.
 class URLProtocol : public std::enable_shared_from_this<URLProtocol> {
 public:
     URLProtocol(URLRequest request, const CachedURLResponse* cachedResponse,
@@ -46,13 +48,12 @@ public:
     const CachedURLResponse* cachedResponse() const { return cachedResponse_; }
     URLProtocolClient& client() const { return *client_; }
 
-    /// Begins the load. Called at most once, and perhaps after `stopLoading`: there is nothing left
-    /// to begin then.
+    /// Starts the load. Called at most once, possibly after `stopLoading`; there is then nothing
+    /// left to start.
     virtual void startLoading() = 0;
 
-    /// Ends what is still going on. Called after the end of the load, on any thread, perhaps while
-    /// `startLoading` runs. An object that was made too late, when its load had ended, gets neither
-    /// call.
+    /// Ends whatever is still running. Called after the load has ended, on any thread, possibly
+    /// while `startLoading` runs. An object created after its load has ended gets neither call.
     virtual void stopLoading() = 0;
 
 private:
@@ -61,7 +62,7 @@ private:
     std::shared_ptr<URLProtocolClient> client_;
 };
 
-/// A protocol class as a session's configuration names it.
+/// A protocol class, as listed in a session's configuration.
 struct URLProtocolClass {
     bool (*canInit)(const URLRequest& request);
     URLRequest (*canonicalRequest)(const URLRequest& request);
@@ -70,8 +71,8 @@ struct URLProtocolClass {
                                          std::shared_ptr<URLProtocolClient> client);
 };
 
-/// The class entry of `Protocol`, which has static `canInit` and `canonicalRequest` and a
-/// protocol's constructor.
+/// The entry for `Protocol`, which has static functions `canInit` and `canonicalRequest` and the
+/// constructor of `URLProtocol`.
 template <typename Protocol>
 constexpr URLProtocolClass protocolClass() {
     return {.canInit = &Protocol::canInit,

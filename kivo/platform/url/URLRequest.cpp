@@ -18,7 +18,7 @@ bool sameField(std::string_view one, std::string_view other) {
     return one.size() == other.size() && strncasecmp(one.data(), other.data(), one.size()) == 0;
 }
 
-/// Where `field` is among `fields`, in any letter case.
+/// Finds `field` among `fields`, ignoring case.
 auto findField(auto& fields, std::string_view field) {
     return std::ranges::find_if(fields,
                                 [&](const auto& entry) { return sameField(entry.first, field); });

@@ -13,7 +13,7 @@
 
 namespace kivo::platform {
 
-/// One request as the caller wants it sent: a value, cheap to copy.
+/// A request as the caller wants it sent. A value, cheap to copy.
 class URLRequest {
 public:
     using HeaderFields = std::vector<std::pair<std::string, std::string>>;
@@ -23,26 +23,26 @@ public:
     const URL& url() const { return content_->url; }
     void setURL(URL url) { content_.own().url = std::move(url); }
 
-    /// Sent as spelled.
+    /// Sent exactly as spelled.
     const std::string& httpMethod() const { return content_->method; }
     void setHTTPMethod(std::string method) { content_.own().method = std::move(method); }
 
     const std::optional<Data>& httpBody() const { return content_->body; }
     void setHTTPBody(std::optional<Data> body) { content_.own().body = std::move(body); }
 
-    /// How long the transfer may be idle, or slower than a byte a second.
+    /// How long the transfer may be idle or slower than one byte per second.
     std::chrono::milliseconds timeoutInterval() const { return content_->timeoutInterval; }
     void setTimeoutInterval(std::chrono::milliseconds interval) {
         content_.own().timeoutInterval = interval;
     }
 
-    /// Whether the body of the reply is thrown away as it comes, whatever its size.
+    /// Whether the reply's body is discarded as it arrives, with no limit on its size.
     bool discardsReplyBody() const { return content_->discardsReplyBody; }
     void setDiscardsReplyBody(bool discards) { content_.own().discardsReplyBody = discards; }
 
-    /// Adds to the field, in any letter case: a value that is there already stays in front, joined
-    /// by a comma. A name or value that could break out of its line (CR, LF, NUL) is not stored at
-    /// all.
+    /// Adds `value` to `field`, ignoring the case of the name: it follows an existing value after a
+    /// comma. A name that is not an HTTP token, or a value with CR, LF or NUL, is not stored: it
+    /// could break out of its line.
     void addValue(std::string_view value, std::string_view field);
 
     std::optional<std::string> value(std::string_view field) const;

@@ -6,7 +6,7 @@
 
 namespace kivo::platform {
 
-/// What a load received besides its body. Handed out shared and const.
+/// The metadata of a reply. Shared and const.
 class URLResponse {
 public:
     explicit URLResponse(URL url) : url_(std::move(url)) {}
@@ -14,7 +14,7 @@ public:
     URLResponse(const URLResponse&) = delete;
     URLResponse& operator=(const URLResponse&) = delete;
 
-    /// Where the reply came from, after redirects.
+    /// The URL that replied, after redirects.
     const URL& url() const { return url_; }
 
 private:
