@@ -32,8 +32,8 @@ void ScriptedBackend::answer(std::string_view pathSuffix, Answer answer) {
     script->second.push_back(std::move(answer));
 }
 
-/// Records the request and picks its answer in one step: whoever sees the request may script the
-/// next one.
+/// Records the request and picks its answer in one step, so that a test that sees the
+/// request can already script the next one.
 ScriptedBackend::Answer ScriptedBackend::take(const Request& request) {
     const std::lock_guard lock(mutex_);
     requests_.push_back(request);

@@ -17,7 +17,7 @@ using backend::Request;
 /// A backend on an ephemeral loopback port that says what a test tells it to and remembers what it
 /// was asked. It speaks TLS, plain HTTP and, as the client's proxy, for every host it was made for.
 /// Requests are found by the end of their path; of several scripts that fit, the longest counts.
-/// What nobody scripted is answered with 404.
+/// A path without a script gets 404.
 class ScriptedBackend {
 public:
     using Answer = std::function<Reply(const Request&)>;
