@@ -1,7 +1,9 @@
 #include <condition_variable>
 #include <mutex>
+#include <set>
 
 #include "kivo/network/AuthInterceptor.h"
+#include "kivo/platform/persistence/Keychain.h"
 #include "tests/framework/FrameworkTest.h"
 
 namespace kivo::tests {
@@ -63,12 +65,26 @@ protected:
             platform::URLRequest(*platform::URL::parse(backend().url(path))), nullptr, client_);
     }
 
-    const std::shared_ptr<RecordingClient> client_ = std::make_shared<RecordingClient>();
+    /// The device identifiers of three requests where the keychain holds `stored`.
+    std::vector<std::string> identifiersFor(const char* stored) {
+        platform::Keychain::standard().add("kivo-access-token-service", "kivo-device-auth-account",
+                                           stored);
+        for (int load = 0; load < 3; ++load) {
+            interceptorOf("sdk/authenticate")->startLoading();
+            client_->awaitFinish();
+        }
+        std::vector<std::string> found;
+        for (const auto& request : backend().requests())
+            found.push_back(request.values("x-unique-device-id").at(0));
+        return found;
+    }
 
     static void forgetUserToken() {
         store().saveUserJwtToken("");
         settle();
     }
+
+    const std::shared_ptr<RecordingClient> client_ = std::make_shared<RecordingClient>();
 };
 
 TEST_F(InterceptorTest, EveryRequestCarriesTheSixIdentityHeaders) {
@@ -104,6 +120,8 @@ TEST_F(InterceptorTest, UserAuthenticationRenewsAnEmptyMerchantTokenAndOnceMoreO
     plugin().setUser({}, {}, {}, {});
     EXPECT_THAT(output().awaitLines("setUser successfully: ", 2).back(),
                 HasSubstr("success: false"));
+    settle();
+    EXPECT_EQ(store().getSessionId(), "s-2") << "a renewal keeps the session that it began";
     EXPECT_THAT(bearers("user/authenticate"), ElementsAre("Bearer m-1", "Bearer m-2", "Bearer"))
         << "one bearer value each, and the bare word for an empty token";
     EXPECT_THAT(output().lines("temp-token >> "),
@@ -151,6 +169,42 @@ TEST_F(InterceptorTest, Each401RefreshesAndResendsWithOneMoreBearerValue) {
     EXPECT_THAT(output().lines("Refreshed token found, retrying request. >>> "),
                 ElementsAre("Refreshed token found, retrying request. >>> u-2",
                             "Refreshed token found, retrying request. >>> u-3"));
+}
+
+TEST_F(InterceptorTest, AnEmptyDeviceIdentifierIsSentAsItIs) {
+    EXPECT_THAT(identifiersFor(""), ElementsAre("", "", ""));
+}
+
+TEST_F(InterceptorTest, ADeviceIdentifierThatIsNotTextBlocksTheNewOneOfEveryRequest) {
+    const auto identifiers = identifiersFor("\xff\xfe");
+    EXPECT_THAT(std::set(identifiers.begin(), identifiers.end()), SizeIs(3));
+    EXPECT_THAT(output().lines("Error: "),
+                ElementsAre("Error: -25299", "Error: -25299", "Error: -25299"));
+}
+
+TEST_F(InterceptorTest, A403IsAnAnswerAndAFailedRenewalIsToldTwiceInDifferentWords) {
+    auto& plugin = pluginWithUser();
+    backend().answer("user/unset", refusedReply(403));
+    plugin.unsetUser();
+    EXPECT_THAT(output().awaitLine("unsetUser successfully: "), HasSubstr("success: false"));
+    EXPECT_THAT(backend().requests("user/unset"), SizeIs(1));
+
+    backend().answer("user/unset", refusedReply(401));
+    backend().answer("user/authenticate", refusedReply(403));
+    backend().answer("user/authenticate", jsonReply(403, "[]"));
+    plugin.setUser({}, {}, {}, {});
+    EXPECT_THAT(output().awaitLines("setUser successfully: ", 2).back(),
+                HasSubstr("success: false"));
+    EXPECT_THAT(backend().requests("user/authenticate"), SizeIs(2));
+    store().saveUserJwtToken("refused");
+    settle();
+    plugin.unsetUser();
+    EXPECT_EQ(output().awaitLine("Failed to refresh JWT token: "),
+              "Failed to refresh JWT token: typeMismatch at the top level: expected an object, "
+              "found an array");
+    EXPECT_THAT(output().lines("Error refreshing token: "),
+                ElementsAre("Error refreshing token: The data couldn’t be read because it isn’t in "
+                            "the correct format."));
 }
 
 TEST_F(InterceptorTest, RelaysDataBeforeTheResponseButForUserAuthentication) {

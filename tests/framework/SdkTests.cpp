@@ -8,7 +8,6 @@ namespace kivo::tests {
 namespace {
 
 using testing::ElementsAre;
-using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::SizeIs;
 
@@ -25,11 +24,24 @@ public:
     void updateDeviceToken(std::string token) noexcept override {
         calls.push_back("updateDeviceToken " + token);
     }
+    void updateNotificationPermission(bool hasPermission) noexcept override {
+        calls.emplace_back(hasPermission ? "granted" : "denied");
+    }
     void onMessageReceived(const RemoteMessage& message) noexcept override {
         calls.push_back("message of " + std::to_string(message.size()));
     }
+    void unsetUser() noexcept override { calls.emplace_back("unsetUser"); }
 
     std::vector<std::string> calls;
+};
+
+/// A plugin that another core stands behind, as its getter alone says.
+class PluginWithAnotherCore : public KivoCommunication {
+public:
+    using KivoCommunication::KivoCommunication;
+    std::shared_ptr<KivoCore> kivoCore() const override { return core; }
+
+    const std::shared_ptr<RecordingCore> core = std::make_shared<RecordingCore>();
 };
 
 using SdkTest = FrameworkTest;
@@ -52,58 +64,67 @@ TEST_F(SdkTest, RacingInitialisationsMakeOnePluginAndLaterOnesChangeNothing) {
     EXPECT_THAT(plugins, testing::Each(KivoSDK::instance()));
     EXPECT_EQ(KivoSDK::instance()->config().apiKey, "key");
     EXPECT_FALSE(KivoSDK::instance()->config().isProduction);
+    EXPECT_FALSE(store().getIsProduction());
     EXPECT_THAT(output().lines("Kivo already initialized"), SizeIs(racers));
     EXPECT_THAT(backend().requests("sdk/authenticate"), SizeIs(1));
     EXPECT_EQ(backend().last("sdk/authenticate").body, R"({"apiKey":"key"})");
 }
 
-TEST_F(SdkTest, WritingTheConfigurationChangesWhatIsReadBackAndNoRequest) {
+TEST_F(SdkTest, TheCoreMadeLastChoosesTheBackendAndNoWrittenConfigurationDoes) {
     auto& plugin = pluginWithUser();
-    plugin.setConfig({.apiKey = "changed", .isProduction = true});
+    backend().answer("user/unset", messageReply("ok"));
+    for (const bool isProduction : {true, false}) {
+        KivoCore core({.apiKey = "made", .isProduction = isProduction});
+        core.setConfig({.apiKey = "changed", .isProduction = !isProduction});
+        plugin.setConfig({.apiKey = "changed", .isProduction = !isProduction});
+        settle();
+        plugin.unsetUser();
+        settle();
+        EXPECT_EQ(backend().last("user/unset").authority,
+                  isProduction ? "api.kivo.example:443" : "localhost:8443");
+    }
     plugin.modifyConfig([&](KivoConfig& config) { config.apiKey += plugin.config().apiKey; });
     EXPECT_EQ(plugin.config().apiKey, "changedchanged");
-
-    backend().answer("update-device-token", messageReply("ok"));
-    plugin.updateDeviceToken("t");
-    output().awaitLine("updateDeviceToken successfully: ");
-    EXPECT_THAT(backend().last("update-device-token").authority, HasSubstr("localhost"));
-    auto& communication = dynamic_cast<KivoCommunication&>(plugin);
-    EXPECT_EQ(communication.kivoCore()->config().apiKey, "key");
+    EXPECT_EQ(dynamic_cast<KivoCommunication&>(plugin).kivoCore()->config().apiKey, "key");
 }
 
-TEST_F(SdkTest, AnAssignedCoreReceivesLaterCallsAndIsNotInitialised) {
+TEST_F(SdkTest, TheCoreThatTheGetterNamesReceivesEveryCallAndIsNotInitialised) {
     auto& communication = dynamic_cast<KivoCommunication&>(plugin());
-    const auto core = std::make_shared<RecordingCore>();
-    communication.setKivoCore(core);
+    const auto assigned = std::make_shared<RecordingCore>();
+    communication.setKivoCore(assigned);
     communication.setKivoCore(nullptr);
     communication.modifyKivoCore([&](auto& held) {
-        EXPECT_EQ(held, core);
+        EXPECT_EQ(held, assigned);
         held = nullptr;
     });
-    communication.setUser(std::nullopt, "711", std::nullopt, std::nullopt);
-    communication.updateDeviceToken("t");
-    communication.onMessageReceived({{"notification", {}}});
-    EXPECT_THAT(core->calls,
-                ElementsAre("setUser 711 none", "updateDeviceToken t", "message of 1"));
+    PluginWithAnotherCore another{KivoConfig{}};
+    for (KivoCommunication* called :
+         std::initializer_list<KivoCommunication*>{&communication, &another}) {
+        called->setUser(std::nullopt, "711", std::nullopt, std::nullopt);
+        called->updateDeviceToken("t");
+        called->setNotificationPermission(false);
+        called->onMessageReceived({{"notification", {}}});
+        called->unsetUser();
+    }
+    for (const auto& core : {assigned, another.core})
+        EXPECT_THAT(core->calls, ElementsAre("setUser 711 none", "updateDeviceToken t", "denied",
+                                             "message of 1", "unsetUser"));
 }
 
 TEST_F(SdkTest, TwoHundredOperationsAtOnceEachPrintOneOutcome) {
     auto& plugin = pluginWithUser();
     backend().answer("update-device-token", messageReply("ok"));
-    constexpr int threads = 8;
-    constexpr int operationsEach = 25;
-    onThreads(threads, [&](int) {
-        for (int i = 0; i < operationsEach; ++i) {
+    onThreads(8, [&](int) {
+        for (int i = 0; i < 25; ++i) {
             plugin.updateDeviceToken("t");
             plugin.modifyConfig([](KivoConfig& config) { config.apiKey += 'x'; });
             plugin.setConfig(plugin.config());
         }
     });
     settle();
-    EXPECT_THAT(output().lines("updateDeviceToken successfully: "),
-                SizeIs(threads * operationsEach));
+    EXPECT_THAT(output().lines("updateDeviceToken successfully: "), SizeIs(200));
     EXPECT_THAT(output().lines("Failed"), IsEmpty());
-    EXPECT_THAT(backend().requests("update-device-token"), SizeIs(threads * operationsEach));
+    EXPECT_THAT(backend().requests("update-device-token"), SizeIs(200));
 }
 
 }  // namespace

@@ -1,6 +1,4 @@
-#include "kivo/platform/persistence/Keychain.h"
 #include "kivo/platform/persistence/UserDefaults.h"
-#include "kivo/storage/AppKeychainManager.h"
 #include "kivo/storage/SDKError.h"
 #include "tests/framework/FrameworkTest.h"
 
@@ -49,14 +47,6 @@ TEST_F(StoreTest, WhatDoesNotDecodeReadsAsNothingAndStays) {
     EXPECT_EQ(store().getUserAuthRequest()->name, "Ana");
     EXPECT_EQ(store().getUserAuthRequest()->email, std::nullopt);
     EXPECT_EQ(store().getSessionId(), "");
-}
-
-TEST_F(StoreTest, ADeviceIdentifierThatIsNoTextBlocksEveryNewOne) {
-    platform::Keychain::standard().add("kivo-access-token-service", "kivo-device-auth-account",
-                                       "\xff\xfe");
-    const auto first = AppKeychainManager().getDeviceIdentifier();
-    EXPECT_NE(AppKeychainManager().getDeviceIdentifier(), first);
-    EXPECT_THAT(output().lines(), testing::ElementsAre("Error: -25299", "Error: -25299"));
 }
 
 TEST(SDKErrorTest, IsEqualByCaseAndDescribesItself) {
