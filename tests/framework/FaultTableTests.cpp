@@ -1,6 +1,5 @@
 #include <fnmatch.h>
 
-#include <cctype>
 #include <fstream>
 #include <regex>
 #include <set>
@@ -51,9 +50,8 @@ void PrintTo(const Row& row, std::ostream* stream) { *stream << row.rules.at(0);
 std::string nameOf(const testing::TestParamInfo<Row>& row) {
     auto name = std::to_string(100 + row.index) + "_" + row.param.operation;
     for (const auto& rule : row.param.rules) name += "_" + rule;
-    for (auto& letter : name)
-        if (!std::isalnum(static_cast<unsigned char>(letter))) letter = '_';
-    return name + (row.param.afterThirtySeconds.empty() ? "" : "_ThirtySeconds");
+    if (!row.param.afterThirtySeconds.empty()) name += "_ThirtySeconds";
+    return std::regex_replace(name, std::regex("[^A-Za-z0-9]"), "_");
 }
 
 std::string startOf(const std::string& line) { return line.substr(0, line.find(ellipsis)); }
@@ -92,7 +90,7 @@ protected:
         return output();
     }
 
-    void run(const std::string& operation) {
+    void run(std::string_view operation) {
         const auto plugin = KivoSDK::instance();
         if (operation == "initialise") KivoSDK::initialise({.apiKey = "key"});
         if (operation == "setUser") plugin->setUser("40", "711", "ana@example.com", "Ana");
@@ -121,7 +119,7 @@ TEST_P(FaultTableTest, PrintsWhatThePageSays) {
         EXPECT_THAT(output.lines(startOf(line)), testing::IsEmpty());
         output.awaitLine(startOf(line), std::chrono::seconds(30));
     }
-    settle();
+    if (later.empty()) settle();
     auto printed = output.lines();
     std::erase_if(printed, [](const auto& line) { return line.starts_with("url-is: "); });
     auto written = atOnce;
@@ -129,6 +127,7 @@ TEST_P(FaultTableTest, PrintsWhatThePageSays) {
         printed.erase(printed.begin() + std::ssize(written), printed.end() - std::ssize(later));
     written.insert(written.end(), later.begin(), later.end());
     EXPECT_THAT(printed, testing::Pointwise(AgreesWithThePage(), written));
+    settle();
 }
 
 INSTANTIATE_TEST_SUITE_P(Page, FaultTableTest, testing::ValuesIn(rowsOfThePage()), nameOf);

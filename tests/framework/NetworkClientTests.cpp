@@ -23,14 +23,11 @@ protected:
                                        const std::string& endpoint = "custom") {
         store().saveUserJwtToken("u-1");
         settle();
-        std::promise<platform::Result<Envelope>> outcome;
-        NetworkClient::instance().request<Envelope>(endpoint, method, parameters, [&](auto result) {
-            outcome.set_value(std::move(result));
-        });
-        auto future = outcome.get_future();
-        if (future.wait_for(patience) != std::future_status::ready)
-            throw std::runtime_error("no outcome");
-        return future.get();
+        std::optional<platform::Result<Envelope>> outcome;
+        NetworkClient::instance().request<Envelope>(
+            endpoint, method, parameters, [&](auto result) { outcome.emplace(std::move(result)); });
+        settle();
+        return outcome.value();
     }
 
     static std::string error(const platform::Result<Envelope>& result) {

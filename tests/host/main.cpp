@@ -1,4 +1,5 @@
-// A host application for the tests, told by its arguments what to do, one after the other.
+// A host application for the tests. Each argument is a command, and they are carried out in order;
+// a number before one repeats it: kivo-test-host name init user 20:token await exit
 
 #include <dlfcn.h>
 #include <sys/time.h>
@@ -11,7 +12,6 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <iostream>
 #include <locale>
 #include <map>
 #include <string>
@@ -41,10 +41,11 @@ void say(const std::string& line) {
 /// As initialise() gave it, which is all that a host may rely on where memory is short.
 std::shared_ptr<kivo::KivoCommunicationPlugin> made;
 
-void initialise() { made = KivoSDK::initialise({.apiKey = "key"}); }
+kivo::RemoteMessage messageWithImage(const std::string& address) {
+    return {{"notification", {{"image", address}}}};
+}
 
-const kivo::RemoteMessage imageMessage{
-    {"notification", {{"image", std::string("https://localhost/a.png")}}}};
+const auto imageMessage = messageWithImage("https://localhost/a.png");
 
 /// Allocates nothing of its own but what it hands over, so that a lack of memory hits Kivo alone.
 void everyOperation() {
@@ -78,12 +79,6 @@ void inAForkedChild() {
     int status = 0;
     waitpid(child, &status, 0);
     say("child ended with " + std::to_string(status));
-}
-
-/// Has Kivo hit the image that the environment names.
-void hitImage() {
-    const char* address = getenv("HOST_IMAGE");
-    made->onMessageReceived({{"notification", {{"image", std::string(address)}}}});
 }
 
 /// For a second: every operation, getter and setter from 32 threads at once.
@@ -149,8 +144,7 @@ void setFailures(bool mayHappen) {
 
 void pauseForALine() {
     say("paused");
-    std::string line;
-    std::getline(std::cin, line);
+    for (int letter = 0; letter != '\n' && letter != EOF;) letter = std::getchar();
 }
 
 std::atomic<Clock::rep> lastLine{0};
@@ -183,6 +177,11 @@ void timeExit() {
     });
 }
 
+/// A host's own farewell, between the end of its main thread and Kivo's exit hook.
+struct LastWords {
+    ~LastWords() { everyOperation(); }
+};
+
 struct ExitsInDestructor {
     bool isWanted = false;
     ~ExitsInDestructor() {
@@ -192,46 +191,49 @@ struct ExitsInDestructor {
     }
 } exitInDestructor;
 
-/// A host's own farewell, between the end of its main thread and Kivo's exit hook.
-struct LastWords {
-    ~LastWords() { everyOperation(); }
-};
+void exitInDestructors() {
+    static const LastWords spoken;
+    exitInDestructor.isWanted = true;
+}
 
 const std::map<std::string, void (*)()> commands = {
+    // What a host asks of Kivo.
     {"name", [] { kivo::platform::Bundle::setMainIdentifier("com.example.tests"); }},
-    {"init", initialise},
+    {"init", [] { made = KivoSDK::initialise({.apiKey = "key"}); }},
     {"init-production",
      [] { made = KivoSDK::initialise({.apiKey = "key", .isProduction = true}); }},
     {"user", [] { made->setUser("40", "711", "ana@example.com", "Ana"); }},
     {"token", [] { made->updateDeviceToken("t"); }},
+    {"image", [] { made->onMessageReceived(messageWithImage(getenv("HOST_IMAGE"))); }},
     {"unset", [] { made->unsetUser(); }},
     {"everything", everyOperation},
+    {"storm", storm},
+
+    // How it waits.
+    {"await", await},
+    {"sleep", [] { std::this_thread::sleep_for(std::chrono::milliseconds(100)); }},
+    {"pause", pauseForALine},
+    {"time-lines", timeLines},
+    {"settle", settle},
+
+    // What it does to its own process.
     {"fork", inAForkedChild},
     {"spawn", [] { say("spawned " + std::to_string(WEXITSTATUS(std::system("exit 7")))); }},
-    {"sleep", [] { std::this_thread::sleep_for(std::chrono::milliseconds(100)); }},
-    {"await", await},
-    {"exit", [] { std::exit(0); }},
-    {"quick-exit", [] { std::quick_exit(0); }},
-    {"exit-elsewhere", [] { std::thread([] { std::exit(0); }).join(); }},
-    {"exit-static",
-     [] {
-         static const LastWords spoken;
-         exitInDestructor.isWanted = true;
-     }},
-    {"abort", [] { std::abort(); }},
-    {"return", [] {}},
-    {"time-exit", timeExit},
-    {"image", hitImage},
-    {"storm", storm},
     {"set-variables", keepSettingVariables},
     {"signals", handleSignals},
     {"signals-handled", [] { say("handled " + std::to_string(signalsHandled)); }},
     {"locale", changeLocale},
     {"fail", [] { setFailures(true); }},
     {"heal", [] { setFailures(false); }},
-    {"pause", pauseForALine},
-    {"time-lines", timeLines},
-    {"settle", settle},
+
+    // How it ends.
+    {"time-exit", timeExit},
+    {"exit", [] { std::exit(0); }},
+    {"quick-exit", [] { std::quick_exit(0); }},
+    {"exit-elsewhere", [] { std::thread([] { std::exit(0); }).join(); }},
+    {"exit-static", exitInDestructors},
+    {"abort", [] { std::abort(); }},
+    {"return", [] {}},
 };
 
 }  // namespace
@@ -239,16 +241,13 @@ const std::map<std::string, void (*)()> commands = {
 /// Asked by the leak check at exit, which waits for threads that a forked child does not have.
 extern "C" int __lsan_is_turned_off() { return inChild; }
 
-/// Each argument is a command, or "N:command" to repeat it.
 int main(int count, char** arguments) {
-    for (int i = 1; i < count; ++i) {
-        const std::string argument = arguments[i];
+    for (const std::string argument : std::vector(arguments + 1, arguments + count)) {
         const auto colon = argument.find(':');
-        const int times = colon == std::string::npos ? 1 : std::stoi(argument);
-        const auto& command =
-            commands.at(argument.substr(colon == std::string::npos ? 0 : colon + 1));
+        const bool repeats = colon != std::string::npos;
+        const auto command = commands.at(repeats ? argument.substr(colon + 1) : argument);
         exitBegan = Clock::now();
-        for (int turn = 0; turn < times; ++turn) command();
+        for (int left = repeats ? std::stoi(argument) : 1; left > 0; --left) command();
     }
     exitBegan = Clock::now();
 }
