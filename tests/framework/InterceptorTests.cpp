@@ -70,7 +70,8 @@ protected:
         platform::Keychain::standard().add("kivo-access-token-service", "kivo-device-auth-account",
                                            stored);
         for (int load = 0; load < 3; ++load) {
-            interceptorOf("sdk/authenticate")->startLoading();
+            const auto interceptor = interceptorOf("sdk/authenticate");
+            interceptor->startLoading();
             client_->awaitFinish();
         }
         std::vector<std::string> found;
