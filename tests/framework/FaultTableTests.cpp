@@ -66,14 +66,10 @@ MATCHER(AgreesWithThePage, "") {
 class FaultTableTest : public FrameworkTest, public testing::WithParamInterface<Row> {
 protected:
     FaultTableTest() {
-        const auto authority = backend::Authority::make();
-        const std::string trustFile = home().path() / "desk.pem";
-        std::ofstream(trustFile) << authority.certificate();
-        set("SSL_CERT_FILE", trustFile);
-        desk_.emplace(backend::DeskOptions{.identity = authority.issue(backend::loopbackHosts())},
-                      [](const backend::Entry&) {});
-        desk_->open();
-        set("https_proxy", "http://127.0.0.1:" + std::to_string(desk_->port()));
+        std::ofstream(home().path() / "desk.pem") << authority_.certificate();
+        set("SSL_CERT_FILE", home().path() / "desk.pem");
+        desk_.open();
+        set("https_proxy", "http://127.0.0.1:" + std::to_string(desk_.port()));
     }
 
     /// Everything goes well up to the operation, and the faults befall it alone.
@@ -84,8 +80,8 @@ protected:
             run(step);
             settle();
         }
-        for (const auto& rule : rules) desk_->addFault(backend::parseFault(rule));
-        output().clear();
+        for (const auto& rule : rules) desk_.addFault(backend::parseFault(rule));
+        output().take();
         run(operation);
         return output();
     }
@@ -99,11 +95,13 @@ protected:
         if (operation == "unsetUser") plugin->unsetUser();
         if (operation == "onMessageReceived")
             plugin->onMessageReceived(
-                {{"notification", {{"image", desk_->baseUrl() + "img/a.png"}}}});
+                {{"notification", {{"image", desk_.baseUrl() + "img/a.png"}}}});
     }
 
 private:
-    std::optional<backend::Desk> desk_;
+    const backend::Authority authority_ = backend::Authority::make();
+    backend::Desk desk_{{.identity = authority_.issue(backend::loopbackHosts())},
+                        [](const backend::Entry&) {}};
 };
 
 TEST_P(FaultTableTest, PrintsWhatThePageSays) {

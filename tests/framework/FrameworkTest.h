@@ -34,15 +34,14 @@ protected:
         for (const char* name : {"no_proxy", "NO_PROXY", "http_proxy", "all_proxy", "ALL_PROXY"})
             unsetenv(name);
         platform::Bundle::setMainIdentifier("com.example.tests");
+        backend_.answer("", success);
     }
 
     static void set(const char* name, const std::string& value) { setenv(name, value.c_str(), 1); }
 
-    /// Initialises the framework on first use. SDK authentication is scripted to succeed with token
-    /// "m-1" and session "s-1", after whatever the test scripted for it before.
+    /// Initialises the framework on first use.
     KivoCommunicationPlugin& plugin() {
         if (!KivoSDK::instance()) {
-            backend_.answer("sdk/authenticate", merchantReply("m-1", "s-1"));
             KivoSDK::initialise({.apiKey = "key"});
             output_.awaitLine("SDK Initialized successfully: ");
         }
@@ -62,6 +61,13 @@ protected:
     const TemporaryDirectory& home() const { return home_; }
 
 private:
+    /// What the backend answers where a test scripts nothing.
+    static Reply success(const Request& request) {
+        if (request.path().ends_with("sdk/authenticate")) return merchantReply("m-1", "s-1");
+        if (request.path().ends_with("user/authenticate")) return userReply("u-1");
+        return messageReply("ok");
+    }
+
     TemporaryDirectory home_;
     ScriptedBackend backend_{home_.path(), {"api.kivo.example"}};
     Output& output_ = *new Output;  ///< Never destroyed: background work may still print.

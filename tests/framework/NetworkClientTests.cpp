@@ -37,7 +37,6 @@ protected:
 };
 
 TEST_F(NetworkClientTest, OnlyPostAndPutSpelledSoCarryABody) {
-    backend().answer("custom", messageReply("ok"));
     for (const char* method : {"POST", "PUT", "post", "GET", "DELETE"}) {
         EXPECT_EQ(error(request(method, NetworkClient::Parameters{{"a", 1}})), "none");
         const auto sent = backend().last("custom");
@@ -47,13 +46,14 @@ TEST_F(NetworkClientTest, OnlyPostAndPutSpelledSoCarryABody) {
         EXPECT_EQ(sent.body, carries ? R"({"a":1})" : "");
         EXPECT_EQ(sent.target, "/custom") << "no query either";
     }
-    request("POST", std::nullopt);
+    request("POST", std::nullopt, "/custom");
     EXPECT_EQ(backend().last("custom").header("Content-Length"), "0");
+    EXPECT_EQ(backend().last("custom").target, "//custom") << "base and endpoint as they stand";
+    EXPECT_EQ(output().lines("url-is: ").back(), "url-is: https://localhost:8443//custom");
 }
 
 TEST_F(NetworkClientTest, WhatCannotBeEncodedGoesOutWithoutABody) {
     struct Foreign {};
-    backend().answer("custom", messageReply("ok"));
     for (const std::any& value :
          {std::any(std::nan("")), std::any(HUGE_VAL), std::any(Foreign())}) {
         EXPECT_EQ(error(request("POST", NetworkClient::Parameters{{"value", value}})), "none");
@@ -62,13 +62,6 @@ TEST_F(NetworkClientTest, WhatCannotBeEncodedGoesOutWithoutABody) {
     const auto lines = output().lines("Failed to encode parameters: ");
     EXPECT_EQ(lines.size(), 3U);
     EXPECT_THAT(lines, testing::Each(HasSubstr("value")));
-}
-
-TEST_F(NetworkClientTest, UrlsAreTheBaseAndTheEndpointAsTheyStand) {
-    backend().answer("custom", messageReply("ok"));
-    request("POST", {}, "/custom");
-    EXPECT_EQ(backend().last("custom").target, "//custom");
-    EXPECT_EQ(output().lines("url-is: ").back(), "url-is: https://localhost:8443//custom");
 }
 
 TEST_F(NetworkClientTest, TheSynchronousFetchWaitsAndStatesItsMisuse) {

@@ -7,6 +7,7 @@
 #include <iterator>
 #include <mutex>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "kivo/platform/Console.h"
@@ -14,15 +15,13 @@
 
 namespace kivo::tests {
 
-/// What the framework prints, line by line, in place of standard output.
-class Output {
+/// Lines that some thread adds and the test waits for.
+class Lines {
 public:
-    Output() {
-        platform::Console::setOutput([this](std::string_view line) {
-            const std::lock_guard lock(mutex_);
-            lines_.emplace_back(line);
-            added_.notify_all();
-        });
+    void add(std::string_view line) {
+        const std::lock_guard lock(mutex_);
+        lines_.emplace_back(line);
+        added_.notify_all();
     }
 
     /// The first line that begins with `start`, awaited; fails the test and is empty when patience
@@ -42,15 +41,16 @@ public:
         return find(start);
     }
 
-    /// Those printed up to now.
+    /// Those added up to now.
     std::vector<std::string> lines(std::string_view start = "") const {
         const std::lock_guard lock(mutex_);
         return find(start);
     }
 
-    void clear() {
+    /// Returns all of them and forgets them.
+    std::vector<std::string> take() {
         const std::lock_guard lock(mutex_);
-        lines_.clear();
+        return std::exchange(lines_, {});
     }
 
 private:
@@ -64,6 +64,14 @@ private:
     mutable std::mutex mutex_;
     std::condition_variable added_;
     std::vector<std::string> lines_;
+};
+
+/// What the framework prints, line by line, in place of standard output.
+class Output : public Lines {
+public:
+    Output() {
+        platform::Console::setOutput([this](std::string_view line) { add(line); });
+    }
 };
 
 }  // namespace kivo::tests

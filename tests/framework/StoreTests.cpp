@@ -33,6 +33,12 @@ TEST_F(StoreTest, WritesAreKeptOnDiskUnderTheirNames) {
     settle();
     EXPECT_FALSE(store().getUserAuthRequest());
     EXPECT_EQ(store().getSessionId(), "");
+    store().saveUserJwtToken("");
+    settle();
+    EXPECT_EQ(store().getMerchantJwtTokenTemp(), "") << "blanked by an empty user token, too";
+    store().saveMerchantJwtTokenTemp({.merchantToken = "", .sessionId = "s3"});
+    settle();
+    EXPECT_EQ(store().getSessionId(), "s3") << "kept beside an empty merchant token, too";
 }
 
 TEST_F(StoreTest, WhatDoesNotDecodeReadsAsNothingAndStays) {

@@ -5,61 +5,44 @@ namespace kivo::tests {
 
 namespace {
 
-using testing::ElementsAre;
 using testing::HasSubstr;
 
 using WorkflowTest = FrameworkTest;
 
 TEST_F(WorkflowTest, EachOperationMakesItsOneCallAndPrintsItsEnvelope) {
-    struct Case {
-        std::function<void(KivoCommunicationPlugin&)> call;
-        const char* path;
-        const char* method;
-        const char* body;
-        const char* success;
-    };
-    const std::string hostile("\xff\x00\r\n\"/\xe2\x82\xac", 9);
-    const std::vector<Case> cases = {
-        {[](auto& p) { p.updateDeviceToken("push"); }, "update-device-token", "POST",
-         R"({"deviceToken":"push"})", "updateDeviceToken successfully: "},
-        {[&](auto& p) { p.updateDeviceToken(hostile); }, "update-device-token", "POST",
-         "{\"deviceToken\":\"\xef\xbf\xbd\\u0000\\r\\n\\\"\\/\xe2\x82\xac\"}",
-         "updateDeviceToken successfully: "},
-        {[](auto& p) { p.setNotificationPermission(true); }, "update-notification-consent", "POST",
-         R"({"permission":"GRANTED"})", "updateNotificationPermission successfully: "},
-        {[](auto& p) { p.setNotificationPermission(false); }, "update-notification-consent", "POST",
-         R"({"permission":"DENIED"})", "updateNotificationPermission successfully: "},
-        {[](auto& p) { p.unsetUser(); }, "user/unset", "PUT", R"({"sessionId":""})",
-         "unsetUser successfully: "},
+    using Call = std::function<void(KivoCommunicationPlugin&)>;
+    const std::tuple<Call, const char*, std::string, std::string> table[] = {
+        {[](auto& plugin) { plugin.updateDeviceToken("push"); }, "POST",
+         R"(update-device-token {"deviceToken":"push"})", "updateDeviceToken"},
+        {[](auto& plugin) { plugin.setNotificationPermission(true); }, "POST",
+         R"(update-notification-consent {"permission":"GRANTED"})", "updateNotificationPermission"},
+        {[](auto& plugin) { plugin.setNotificationPermission(false); }, "POST",
+         R"(update-notification-consent {"permission":"DENIED"})", "updateNotificationPermission"},
+        {[](auto& plugin) { plugin.unsetUser(); }, "PUT", R"(unset {"sessionId":""})", "unsetUser"},
     };
     auto& plugin = pluginWithUser();
-    for (const auto& [call, path, method, body, success] : cases) {
-        backend().answer(path, messageReply("done"));
-        const auto before = output().lines(success).size();
+    for (const auto& [call, method, request, name] : table) {
+        output().take();
         call(plugin);
-        const auto printed = output().awaitLines(success, before + 1).back();
-        EXPECT_THAT(printed, HasSubstr("success: true, message: \"ok\", data: Optional(Kivo."));
-        EXPECT_THAT(printed, HasSubstr("(message: \"done\")"));
-        EXPECT_EQ(backend().last(path).method, method);
-        EXPECT_EQ(backend().last(path).body, body);
+        const auto printed = output().awaitLine(name + " successfully: ");
+        EXPECT_THAT(printed, HasSubstr(R"((success: true, message: "ok", data: Optional(Kivo.)"));
+        EXPECT_THAT(printed, HasSubstr(R"((message: "ok"))"));
+        const auto sent = backend().requests().back();
+        EXPECT_EQ(sent.method, method);
+        EXPECT_EQ(sent.target + ' ' + sent.body, "/api/communication/user/" + request);
     }
     settle();
     EXPECT_EQ(store().getUserJwtToken(), "u-1") << "unsetting forgets nothing";
 }
 
-TEST_F(WorkflowTest, AnSdkReplyIsReadForItsDataWhateverElseItReports) {
+TEST_F(WorkflowTest, AnSdkReplyIsKeptWhateverItReportsAndOneWithoutDataKeepsTheOldToken) {
     backend().answer("sdk/authenticate",
                      jsonReply(500, R"({"success":false,"message":"no","data":)"
                                     R"({"merchantToken":"m-9","sessionId":"s-9"}})"));
-    backend().answer("sdk/authenticate", refusedReply(200));
     plugin();
+    backend().answer("sdk/authenticate", refusedReply(200));
     std::make_shared<KivoCore>(KivoConfig{.apiKey = "other"})->initSdk();
-    EXPECT_THAT(
-        output().awaitLines("SDK Initialized successfully: ", 2),
-        ElementsAre("SDK Initialized successfully: Optional(Kivo.ApiResponse<Kivo.SdkAuthData>("
-                    "success: false, message: \"no\", data: Optional(Kivo.SdkAuthData("
-                    "merchantToken: \"m-9\", sessionId: \"s-9\"))))",
-                    testing::EndsWith("data: nil))")));
+    output().awaitLines("SDK Initialized successfully: ", 2);
     settle();
     EXPECT_EQ(store().getMerchantJwtTokenTemp() + store().getSessionId(), "m-9s-9");
     EXPECT_EQ(store().getSdkAuthRequest()->apiKey, "other");
@@ -71,12 +54,10 @@ TEST_F(WorkflowTest, AUserReplyDecidesOnTheTokensAndTheRequestIsSavedAsItWas) {
     EXPECT_EQ(backend().last("user/authenticate").body,
               R"({"countryCode":"40","email":"ana@example.com","name":"Ana","phone":"711"})");
     EXPECT_EQ(store().getUserJwtToken(), "u-7");
-    EXPECT_EQ(store().getMerchantJwtTokenTemp(), "");
-    EXPECT_EQ(store().getSessionId(), "s-1");
+    EXPECT_EQ(store().getMerchantJwtTokenTemp() + store().getSessionId(), "s-1");
 
     backend().answer("user/authenticate", refusedReply(200));
-    plugin.setUser(std::nullopt, std::nullopt, "b@example.com", std::nullopt);
-    output().awaitLines("setUser successfully: ", 2);
+    plugin.setUser({}, {}, "b@example.com", {});
     settle();
     EXPECT_EQ(store().getUserJwtToken(), "") << "a reply without token overwrites a good one";
     EXPECT_EQ(backend().last("user/authenticate").body,
@@ -85,7 +66,6 @@ TEST_F(WorkflowTest, AUserReplyDecidesOnTheTokensAndTheRequestIsSavedAsItWas) {
     EXPECT_EQ(store().getUserAuthRequest()->name, std::nullopt) << "though sent as empty text";
 
     std::make_shared<KivoCore>(KivoConfig{})->setUser(std::nullopt);
-    output().awaitLines("setUser successfully: ", 3);
     settle();
     EXPECT_EQ(backend().last("user/authenticate").body,
               R"({"countryCode":"","email":"","name":"","phone":""})");

@@ -120,8 +120,8 @@ void handleSignals() {
     action.sa_handler = [](int) { signalsHandled = signalsHandled + 1; };
     for (const int signal : {SIGUSR1, SIGUSR2, SIGALRM, SIGHUP, SIGCHLD, SIGWINCH, SIGPROF})
         sigaction(signal, &action, nullptr);
-    const itimerval often{.it_interval = {.tv_sec = 0, .tv_usec = 500},
-                          .it_value = {.tv_sec = 0, .tv_usec = 500}};
+    const timeval period{.tv_sec = 0, .tv_usec = 500};
+    const itimerval often{.it_interval = period, .it_value = period};
     setitimer(ITIMER_PROF, &often, nullptr);
 }
 
@@ -168,54 +168,42 @@ Clock::time_point exitBegan;
 
 /// Registered before Kivo's own exit hook, so it runs after it.
 void timeExit() {
-    std::atexit([] {
-        char text[32];
-        const int size =
-            std::snprintf(text, sizeof text, "hook %ld\n", microsecondsSince(exitBegan));
-        [[maybe_unused]] const auto written =
-            write(STDERR_FILENO, text, static_cast<std::size_t>(size));
-    });
+    std::atexit([] { std::fprintf(stderr, "hook %ld\n", microsecondsSince(exitBegan)); });
 }
 
-/// A host's own farewell, between the end of its main thread and Kivo's exit hook.
-struct LastWords {
-    ~LastWords() { everyOperation(); }
-};
+bool exitsInDestructor = false;
 
-struct ExitsInDestructor {
-    bool isWanted = false;
-    ~ExitsInDestructor() {
-        if (!isWanted) return;
-        everyOperation();
-        std::exit(0);
+/// A host's own farewell: after Kivo's exit hook, and before it where a command makes one.
+struct Farewell {
+    bool exits = false;
+    ~Farewell() {
+        if (exitsInDestructor) everyOperation();
+        if (exitsInDestructor && exits) std::exit(0);
     }
-} exitInDestructor;
+} const lastOfAll{.exits = true};
 
 void exitInDestructors() {
-    static const LastWords spoken;
-    exitInDestructor.isWanted = true;
+    static const Farewell early;
+    exitsInDestructor = true;
 }
 
 const std::map<std::string, void (*)()> commands = {
     // What a host asks of Kivo.
     {"name", [] { kivo::platform::Bundle::setMainIdentifier("com.example.tests"); }},
     {"init", [] { made = KivoSDK::initialise({.apiKey = "key"}); }},
-    {"init-production",
-     [] { made = KivoSDK::initialise({.apiKey = "key", .isProduction = true}); }},
+    {"init-production", [] { made = KivoSDK::initialise({"key", /*isProduction*/ true}); }},
     {"user", [] { made->setUser("40", "711", "ana@example.com", "Ana"); }},
     {"token", [] { made->updateDeviceToken("t"); }},
     {"image", [] { made->onMessageReceived(messageWithImage(getenv("HOST_IMAGE"))); }},
     {"unset", [] { made->unsetUser(); }},
     {"everything", everyOperation},
     {"storm", storm},
-
     // How it waits.
     {"await", await},
     {"sleep", [] { std::this_thread::sleep_for(std::chrono::milliseconds(100)); }},
     {"pause", pauseForALine},
     {"time-lines", timeLines},
     {"settle", settle},
-
     // What it does to its own process.
     {"fork", inAForkedChild},
     {"spawn", [] { say("spawned " + std::to_string(WEXITSTATUS(std::system("exit 7")))); }},
@@ -225,7 +213,6 @@ const std::map<std::string, void (*)()> commands = {
     {"locale", changeLocale},
     {"fail", [] { setFailures(true); }},
     {"heal", [] { setFailures(false); }},
-
     // How it ends.
     {"time-exit", timeExit},
     {"exit", [] { std::exit(0); }},
