@@ -38,7 +38,7 @@ class KIVO_THREAD_SAFETY(scoped_lockable) Lock {
 public:
     explicit Lock(Mutex& mutex) KIVO_THREAD_SAFETY(acquire_capability(mutex))
         : lock_(mutex.mutex_) {}
-    ~Lock() KIVO_THREAD_SAFETY(release_capability()) {}
+    ~Lock() KIVO_THREAD_SAFETY(release_capability()) = default;
     Lock(const Lock&) = delete;
     Lock& operator=(const Lock&) = delete;
 
