@@ -18,71 +18,53 @@ HIT = "Successfully hit the image"
 TWO_HOSTS = "127.0.0.3 two.example\n127.0.0.1 two.example\n"
 
 
-def no_server():
-    return SimpleNamespace(port=1)
-
-
-def refusing_proxy():
-    return Mute(b"HTTP/1.1 407 No\r\nContent-Length: 0\r\n\r\n")
-
-
-def babbling_proxy():
-    return Mute(bytes(range(256)) * 9)
-
-
-def plain_server():
-    return Mute(b"HTTP/1.1 200 OK\r\n\r\n" + b"no handshake " * 99)
-
-
 def silenced_http2():
     return Wire(nginx(), 9000, "silence", once=True, proxy=True)
+
+
+def says(answer):
+    return lambda: Mute(answer)
+
+
+def given(**options):
+    return lambda: options
 
 
 def untrusted():
     return {"SSL_CERT_FILE": place.wrong_name}
 
 
-def trust_in(file):
-    return lambda: {"SSL_CERT_FILE": file}
-
-
-def forty_days_on():
-    return {"shim": {"CLOCK_STEP": 40 * 86400}}
-
-
-def few_descriptors():
-    return {"around": ("sh", "-c", 'ulimit -n 8; exec "$@"', "sh")}
-
-
-def image_at(host):
-    return lambda: {"image": f"https://{host}:{{}}/i"}
-
-
 def image_at_two_addresses():
     return {"image": "https://two.example:{}/i", "around": within("hosts", TWO_HOSTS)}
+
+
+TAKEN = b"HTTP/1.1 200 OK\r\n\r\n"  # To CONNECT.
+REFUSED = b"HTTP/1.1 407 No\r\nContent-Length: 0\r\n\r\n"
+FORTY_DAYS_ON = {"CLOCK_STEP": 40 * 86400}
+FEW_DESCRIPTORS = ("sh", "-c", 'ulimit -n 8; exec "$@"', "sh")
 
 
 # What takes the server's place, how the host is started, its commands, a line that it must print;
 # where that is GOOD, no operation may fail.
 CONNECTIONS = {
-    "refused": (no_server, dict, BOTH, BAD),
+    "refused": (lambda: SimpleNamespace(port=1), dict, BOTH, BAD),
     "a black hole": (black_hole, dict, BOTH, BAD),
-    "a hung handshake": (lambda: Server(handshakes=False), dict, BOTH, BAD),
-    "a silent proxy": (Mute, dict, BOTH, BAD),
-    "a proxy that says no": (refusing_proxy, dict, BOTH, BAD),
-    "a proxy that talks nonsense": (babbling_proxy, dict, BOTH, BAD),
-    "no TLS": (plain_server, dict, BOTH, BAD),
+    "a hung handshake": (says(TAKEN), dict, BOTH, BAD),
+    "a silent proxy": (says(b""), dict, BOTH, BAD),
+    "a proxy that says no": (says(REFUSED), dict, BOTH, BAD),
+    "a proxy that talks nonsense": (says(bytes(range(256)) * 9), dict, BOTH, BAD),
+    "no TLS": (says(TAKEN + b"no handshake " * 99), dict, BOTH, BAD),
     "a wrong name": (lambda: Server(cert=place.wrong_name), untrusted, BOTH, BAD),
     "an unknown authority": (Server, untrusted, BOTH, BAD),
-    "an expired certificate": (Server, forty_days_on, "fail " + BOTH, BAD),
-    "no trust store": (Server, trust_in("/nowhere"), BOTH, BAD),
-    "an empty trust store": (Server, trust_in("/dev/null"), BOTH, BAD),
+    "an expired certificate": (Server, given(shim=FORTY_DAYS_ON), "fail " + BOTH, BAD),
+    "no trust store": (Server, given(SSL_CERT_FILE="/nowhere"), BOTH, BAD),
+    "an empty trust store": (Server, given(SSL_CERT_FILE="/dev/null"), BOTH, BAD),
     "closed after each reply": (lambda: dying(lambda _: None), dict, RESTING, GOOD),
     "a pooled connection that died": (lambda: dying(reset), dict, RESTING, GOOD),
     "one half closed": (lambda: dying(half_close), dict, RESTING, GOOD),
     "1 Mbit/s, 400 ms": (lambda: Wire(Server(), delay=0.2, rate=125000), dict, BOTH, GOOD),
-    "8 descriptors": (Server, few_descriptors, BOTH, ""),
-    "IPv6 only": (lambda: Server(at="::1"), image_at("[::1]"), IMAGE, HIT),
+    "8 descriptors": (Server, given(around=FEW_DESCRIPTORS), BOTH, ""),
+    "IPv6 only": (lambda: Server(at="::1"), given(image="https://[::1]:{}/i"), IMAGE, HIT),
     "a dead first address": (two_addresses, image_at_two_addresses, IMAGE, HIT),
     "HTTP/2 that falls silent": (silenced_http2, dict, BOTH + " 40:token await" * 2, TOKEN_KEPT),
 }
@@ -100,7 +82,7 @@ def connections(times):
 
     def one(name):
         make_peer, make_options, commands, expected = CONNECTIONS[name]
-        peer, options = make_peer(), make_options()
+        peer, options = make_peer(), dict(make_options())
         if "image" in options:
             image = options.pop("image").format(peer.port)
             options |= {"HOST_IMAGE": image, "no_proxy": "*"}
@@ -117,12 +99,11 @@ def connections(times):
 
 
 def silent_name_server():
-    at = ("127.0.0.9", 53)
+    silent = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
     try:
-        silent = socket.create_server(at), socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
+        silent.bind(("127.0.0.9", 53))
     except PermissionError:
         raise Skip("needs the right to bind port 53")
-    silent[1].bind(at)
     return silent
 
 
@@ -139,7 +120,7 @@ def requests_take(address):
 
 @row("dead DNS")
 def dead_dns(times):
-    place.children += silent_name_server()
+    place.children.append(silent_name_server())
     dead = sorted(requests_take("http://nowhere.example/i") for _ in range(times))
     alive = sorted(requests_take("http://127.0.0.1:1/i") for _ in range(times))
     seen = f"20 requests within {dead} ms, {alive} ms where the name server is not asked"

@@ -1,7 +1,9 @@
 """What the rows are made of: a host in a process of its own, and the list of the rows."""
 
+import collections
 import concurrent.futures
 import contextlib
+import math
 import os
 import re
 import sqlite3
@@ -23,7 +25,8 @@ OUTCOME = re.compile(
     re.M,
 )
 EVERYTHING = 7  # Outcome lines of the host's "everything".
-place = SimpleNamespace(children=[])
+Ended = collections.namedtuple("Ended", "status output errors seconds outcomes")
+place = SimpleNamespace(children=[], manners=[])
 rows = []
 
 with open(f"{HERE}/rows.toml", "rb") as table:
@@ -74,25 +77,20 @@ def home():
     return tempfile.mkdtemp(dir=place.work)
 
 
-def start(commands, server=None, at=None, build=None, shim=None, around=(), stdout=-1, **variables):
-    """Starts a host. `around` is the start of a command line that ends in the host's, `stdout` a
-    descriptor instead of a pipe; a variable that is None is removed."""
+def start(commands, server=None, at=None, build=None, shim=None, around=(), **variables):
+    """Starts a host. `around` is the start of a command line that ends in the host's; a variable
+    that is None is removed."""
     at = at or home()
     env = {"PATH": os.environ["PATH"], "HOME": at, "SSL_CERT_FILE": place.cert}
     if server:
         env["https_proxy"] = f"http://127.0.0.1:{server.port}"
     if shim is not None:
         env |= {"LD_PRELOAD": place.shim} | shim
-    process = subprocess.Popen(
-        [*around, f"{build or place.build}/tests/kivo-test-host", "name", *commands.split()],
-        env={k: str(v) for k, v in (env | variables).items() if v is not None},
-        cwd=at,
-        text=True,
-        errors="replace",
-        stdin=subprocess.PIPE,
-        stdout=stdout,
-        stderr=subprocess.PIPE,
-    )
+    env = {k: str(v) for k, v in (env | variables).items() if v is not None}
+    pipes = dict.fromkeys(("stdin", "stdout", "stderr"), subprocess.PIPE)
+    command = [f"{build or place.build}/tests/kivo-test-host", "name", *commands.split()]
+    options = {"env": env, "cwd": at, "text": True, "errors": "replace"}
+    process = subprocess.Popen([*around, *command], **options, **pipes)
     process.home, process.heard = at, ""
     return process
 
@@ -106,14 +104,8 @@ def finish(process, line=None, patience=PATIENCE):
         process.kill()
         output, errors = process.communicate()
         errors = (errors or "") + "HANGS"
-    output = process.heard + (output or "")
-    return SimpleNamespace(
-        status=process.returncode,
-        output=output,
-        errors=errors,
-        seconds=time.monotonic() - began,
-        outcomes=len(OUTCOME.findall(output)),
-    )
+    seconds, output = time.monotonic() - began, process.heard + (output or "")
+    return Ended(process.returncode, output, errors, seconds, len(OUTCOME.findall(output)))
 
 
 def host(commands, *arguments, patience=PATIENCE, **more):
@@ -129,17 +121,12 @@ def await_line(process, text):
     return ""
 
 
-def proceed(process):
-    """Lets a host that pauses go on."""
-    process.stdin.write("\n")
-    process.stdin.flush()
-
-
 def go_on(process, meanwhile=lambda _: None):
     """Waits until a host pauses, does something, lets the host go on."""
     await_line(process, "paused")
     result = meanwhile(process)
-    proceed(process)
+    process.stdin.write("\n")
+    process.stdin.flush()
     return result
 
 
@@ -157,19 +144,28 @@ def ended_well(ended, outcomes):
     return seen, is_clean(ended) and ended.outcomes == outcomes
 
 
+def spread(durations):
+    """The middle one and the longest."""
+    durations = sorted(durations) or [math.nan]
+    return f"median {durations[len(durations) // 2]:.1f} ms, longest {durations[-1]:.1f} ms"
+
+
 def told(cases, what="bad", most=4):
     """How many there are, and some of them."""
     return f"{len(cases)} {what}" + (f" {sorted(cases)[:most]}" if cases else "")
 
 
+def in_folder(folder, name):
+    os.makedirs(folder, exist_ok=True)
+    return f"{folder}/{name}"
+
+
 def keychain_file(at):
-    os.makedirs(f"{at}/.local/share/kivo", exist_ok=True)
-    return f"{at}/.local/share/kivo/keychain.db"
+    return in_folder(f"{at}/.local/share/kivo", "keychain.db")
 
 
 def defaults_file(at):
-    os.makedirs(f"{at}/.local/state/kivo/com.example.tests", exist_ok=True)
-    return f"{at}/.local/state/kivo/com.example.tests/defaults.db"
+    return in_folder(f"{at}/.local/state/kivo/com.example.tests", "defaults.db")
 
 
 def query(file, sql):
@@ -178,8 +174,10 @@ def query(file, sql):
 
 
 def defaults(at):
-    """What is on disk, by key."""
-    return dict(query(defaults_file(at), "SELECT key, value FROM defaults"))
+    """What is on disk, by key: nothing where a process was killed before it made the table."""
+    file, is_made = defaults_file(at), "SELECT 1 FROM sqlite_schema WHERE name = 'defaults'"
+    exists = os.path.exists(file) and query(file, is_made)
+    return dict(query(file, "SELECT key, value FROM defaults")) if exists else {}
 
 
 @contextlib.contextmanager

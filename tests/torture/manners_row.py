@@ -1,6 +1,7 @@
 """How Kivo behaves as a guest: what a look at a host's process from outside shows."""
 
 import os
+import pathlib
 import re
 import signal
 
@@ -8,49 +9,33 @@ from harness import finish, go_on, host, place, row, start
 from peers import Server
 
 THREADS = ["kivo-network", "kivo-pool-1", "kivo-pool-2"]
-FAULTS = {"SEGV", "BUS", "FPE", "ILL", "TRAP", "ABRT", "SYS", "PROF"}
-FAULTS = {int(signal.Signals[f"SIG{name}"]) for name in FAULTS}
+FAULTS = {signal.Signals[f"SIG{n}"] for n in "SEGV BUS FPE ILL TRAP ABRT SYS PROF".split()}
 OF_THE_C_LIBRARY = 3 << 31  # Signals 32 and 33.
 CLOSES_ON_EXEC = 0o2000000
 BLOCKABLE = set(range(1, 32)) - {signal.SIGKILL, signal.SIGSTOP}
 
 
-def text(file):
-    with open(file) as content:
-        return content.read()
-
-
-def field(status, name):
-    return re.search(rf"^{name}:\s*(.*)$", status, re.M)[1]
-
-
-def is_ours(thread):
-    return re.match("kivo-(?!test)", thread)
+def fields(file):
+    return dict(re.findall(r"^(\w+):\s*(.*)$", file.read_text(), re.M))
 
 
 def look(process):
     """What /proc tells of a host."""
-    proc = f"/proc/{process.pid}"
-    status = text(f"{proc}/status")
-    tasks = [text(f"{proc}/task/{task}/status") for task in os.listdir(f"{proc}/task")]
-    own = {
-        field(s, "Name"): int(field(s, "SigBlk"), 16) for s in tasks if is_ours(field(s, "Name"))
-    }
-    infos = [text(f"{proc}/fdinfo/{d}") for d in os.listdir(f"{proc}/fd")]
-    flags = [int(field(info, "flags"), 8) for info in infos]
-    walk = os.walk(process.home)
-    paths = [os.path.join(folder, name) for folder, ds, fs in walk for name in ds + fs]
-    files = [path for path in paths if "kivo" in path.removeprefix(process.home)]
-    actions = [int(field(status, n), 16) for n in ("SigCgt", "SigIgn", "SigBlk")]
+    proc, home = pathlib.Path(f"/proc/{process.pid}"), pathlib.Path(process.home)
+    status = fields(proc / "status")
+    tasks = [fields(task) for task in proc.glob("task/*/status")]
+    own = {t["Name"]: int(t["SigBlk"], 16) for t in tasks if re.match("kivo-(?!test)", t["Name"])}
+    flags = [int(fields(info)["flags"], 8) for info in proc.glob("fdinfo/*")]
+    files = [path for path in home.rglob("*") if "kivo" in str(path.relative_to(home))]
     return {
         "threads": sorted(own),
         "descriptors": len(flags),
         "inherited": sum(not f & CLOSES_ON_EXEC for f in flags),
         "open": {n for n in BLOCKABLE for mask in own.values() if not mask >> (n - 1) & 1},
-        "actions": [mask & ~OF_THE_C_LIBRARY for mask in actions],
-        "place": (field(status, "Umask"), os.readlink(f"{proc}/cwd")),
-        "children": text(f"{proc}/task/{process.pid}/children"),
-        "modes": {oct(os.stat(file).st_mode & 0o777) for file in files},
+        "actions": [int(status[n], 16) & ~OF_THE_C_LIBRARY for n in ("SigCgt", "SigIgn", "SigBlk")],
+        "place": (status["Umask"], os.readlink(proc / "cwd")),
+        "children": (proc / f"task/{process.pid}/children").read_text(),
+        "modes": {oct(file.stat().st_mode & 0o777) for file in files},
     }
 
 

@@ -1,11 +1,10 @@
-"""What a server and a redirect may do."""
+"""What a server may say."""
 
 import re
 import time
-import zlib
 
 from harness import brief, defaults, finish, go_on, host, in_parallel, is_clean, row, start, told
-from peers import Server, Wire, envelope, hang, reply, reset, silence
+from peers import Server, Wire, envelope, reply
 
 WORKS = "updateDeviceToken successfully: "
 FAILS = "Failed to updateDeviceToken: "
@@ -21,15 +20,6 @@ def breaks_off(data):
     return lambda _, connection: connection.sendall(data)
 
 
-def partly(count):
-    return breaks_off(reply()[:count])
-
-
-def hang_halfway(_, connection):
-    connection.sendall(reply()[:120])
-    silence(connection)
-
-
 def without_end(start, more):
     def answer(_, connection):
         connection.sendall(start)
@@ -39,52 +29,21 @@ def without_end(start, more):
     return answer
 
 
-def drip(_, connection):
-    """One byte a second of a good reply, never the last."""
-    for byte in reply()[:60]:
-        connection.sendall(bytes([byte]))
-        time.sleep(1)
-    silence(connection)
-
-
-def reset_below_tls(_, connection):
-    reset(connection.unwrap())
-
-
-def zipped(_, connection):
-    packed = zlib.compress(b'{"message":"' + b"x" * (100 << 20), 9)
-    return reply(packed, extra="Content-Encoding: deflate\r\n")
-
-
 SECOND = reply('{"success":true,"message":"second","data":null}')
 BROKEN_CHUNK = HEAD + b"Transfer-Encoding: chunked\r\n\r\nzz\r\nboo"
+LENGTH_OF_4_GB = HEAD + b"Content-Length: 4294967296\r\n\r\n"
 MANY_HEADERS = "".join(f'X-{i}: {"v" * 200}\r\n' for i in range(400))
 
 # What the server answers to a device token, and the line it ends in.
 REPLIES = {
-    "nothing": (lambda *_: None, FAILS),
-    "reset": (reset_below_tls, FAILS),
-    "status line only": (partly(15), FAILS),
-    "half the headers": (partly(30), FAILS),
-    "half the body": (partly(120), FAILS),
-    "half the body, then silence": (hang_halfway, FAILS),
-    "silence": (hang, FAILS),
-    "a byte a second": (drip, FAILS),
-    "a body of 4 GB": (
-        without_end(HEAD + b"Content-Length: 4294967296\r\n\r\n", b"x" * 65536),
-        FAILS,
-    ),
-    "compressed 1:1000": (zipped, FAILS),
-    "no JSON": (says("<html>"), FAILS),
-    "an empty body": (says(""), FAILS),
+    "a body of 4 GB": (without_end(LENGTH_OF_4_GB, b"x" * 65536), FAILS),
     "TLS cut short": (breaks_off(HEAD + b'\r\n{"success":true,"mess'), FAILS),
     "too many levels": (says("[" * 100000), FAILS),
-    "wrong types": (says('{"success":"yes","message":1}'), FAILS),
     "bytes that are not UTF-8": (says(b'{"success":true,"message":"\xff\xfe"}'), FAILS),
     "400 headers": (says(extra=MANY_HEADERS), WORKS),
     "a header of 1 MB": (says(extra="X: " + "v" * (1 << 20) + "\r\n"), FAILS),
     "headers without end": (without_end(HEAD, b"X: y\r\n" * 1000), FAILS),
-    "no HTTP": (breaks_off(b"SSH-2.0-Something\r\n" * 50), FAILS),
+    "not HTTP": (breaks_off(b"SSH-2.0-Something\r\n" * 50), FAILS),
     "HTTP 0.9": (breaks_off(b'{"success":true,"message":"ok"}'), FAILS),
     "two lengths": (says(extra="Content-Length: 3\r\n"), FAILS),
     "a second reply": (breaks_off(reply() + SECOND), WORKS),
@@ -92,9 +51,7 @@ REPLIES = {
     "a broken chunk": (breaks_off(BROKEN_CHUNK), FAILS),
     "100 without end": (without_end(b"", b"HTTP/1.1 100 Continue\r\n\r\n" * 100), FAILS),
     "204 with a body": (says(status=204), FAILS),
-    "500 that decodes": (says(status=500), WORKS),
     "999": (says(status=999), WORKS),
-    "success false": (lambda *_: envelope("null", "false"), WORKS),
     "data with a zero byte": (lambda *_: envelope('{"message":"\\u0000"}'), WORKS),
 }
 
@@ -155,24 +112,9 @@ def refuse(*_):
     return reply('{"success":false,"message":"no"}', 401)
 
 
-def every_second():
-    """Refuses the first request of two."""
-    turns = []
-
-    def answer(*_):
-        turns.append(0)
-        return refuse() if len(turns) % 2 else reply()
-
-    return answer
-
-
 def longer_token(*_):
     time.sleep(0.2)
     return envelope('{"userToken":"' + "u" * 500 + '"}')
-
-
-def empty_token(*_):
-    return envelope('{"userToken":""}')
 
 
 # What the server does from then on, and how many device tokens it is given.
@@ -180,9 +122,6 @@ REFUSALS = {
     "with a token": ({"token": refuse}, 5),
     "with growing headers": ({"token": refuse, "user/authenticate": longer_token}, 5),
     "on both authentications": ({"authenticate": refuse, "token": refuse}, 5),
-    "then accepted": ({"token": every_second()}, 1),
-    "with an empty refresh": ({"token": refuse, "user/authenticate": empty_token}, 5),
-    "with a failed refresh": ({"token": refuse, "user/authenticate": lambda *_: None}, 5),
     "without tokens": ({"": refuse}, 100),
 }
 
@@ -211,59 +150,11 @@ def endless_401(times):
         sent = sum(r.size for r in server.requests) / 1e6
         waited = [r.time - asked for r in server.requests if r.path == "/i"][19]
         traffic = f"{rounds} requests, {sent:.1f} MB in {took:.0f} s, {late} late"
-        images = f"images within {waited * 1000:.0f} ms"
-        figures[name] = f"{name}: {traffic}, {megabytes} MB held, {images}"
+        rest = f"{megabytes} MB held, images within {waited * 1000:.0f} ms"
+        figures[name] = f"{name}: {traffic}, {rest}"
         is_in_time = took <= 45 and late <= count and waited <= 1
         if not is_clean(ended) or ended.outcomes != count + 23 or megabytes > 200 or not is_in_time:
             bad.append(f"{name}: {brief(ended)}")
 
     in_parallel(one, list(REFUSALS) * times)
     return "; ".join([*figures.values(), told(bad)]), not bad
-
-
-STATUSES = (300, 301, 302, 303, 304, 305, 307, 308)
-ORIGIN = "localhost:8443"
-TARGETS = [
-    "/other",
-    "https://localhost:8443/other",
-    "https://127.0.0.1:8443/x",
-    "https://localhost:9/x",
-    "http://localhost:8443/x",
-    "https://two.example/x",
-    "file:///etc/passwd",
-    "ftp://localhost/x",
-    "",
-    "//two.example/x",
-    "https://[::1",
-    "/user/authenticate\x01",
-    "/update-device-token",
-    "/image",
-]
-
-
-def has_secrets(request):
-    names = request.headers
-    is_named = any(n.startswith("x-") or n in ("authorization", "cookie") for n in names)
-    return is_named or bool(request.body)
-
-
-@row("redirects")
-def redirects(times):
-    bad, abroad = [], []
-
-    def one(case):
-        status, target = case
-        answer = says(status=status, extra=f"Location: {target}\r\n")
-        server = Server({"update-device-token": answer, "image": answer})
-        proxy = f"http://127.0.0.1:{server.port}"
-        commands, image = "init user await token image await", f"https://{ORIGIN}/image"
-        ended = host(commands, server, HOST_IMAGE=image, http_proxy=proxy)
-        abroad.extend(r for r in server.requests if r.authority != ORIGIN)
-        if not is_clean(ended) or ended.outcomes != 4 or len(server.requests) > 60:
-            bad.append(f"{status} {target}: {brief(ended)}")
-
-    cases = [(status, target) for status in STATUSES for target in TARGETS] * times
-    in_parallel(one, cases)
-    leaks = sum(map(has_secrets, abroad))
-    seen = f"{len(cases)} cases, {len(abroad)} bare requests to other origins, {leaks} secrets"
-    return f"{seen}, {told(bad)}", not bad and leaks == 0 and len(abroad) > 0

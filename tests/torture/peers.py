@@ -1,6 +1,7 @@
 """What a host talks to: a server that says exactly what it is told, and a wire to it that can be
 cut, slowed and silenced."""
 
+import collections
 import contextlib
 import itertools
 import os
@@ -14,6 +15,7 @@ from types import SimpleNamespace
 
 from harness import Skip, home, place
 
+Request = collections.namedtuple("Request", "method path headers body authority time size")
 OK = '{"success":true,"message":"ok","data":{"message":"ok"}}'
 
 
@@ -70,8 +72,8 @@ class Server(Listener):
     paths to replies: bytes, or a function of the request and the connection that returns bytes, or
     None to have the connection closed."""
 
-    def __init__(self, script=None, cert=None, at="127.0.0.1", handshakes=True):
-        self.script, self.handshakes = script or {}, handshakes
+    def __init__(self, script=None, cert=None, at="127.0.0.1"):
+        self.script = script or {}
         self.requests, self.issued, self.lock = [], 0, threading.Lock()
         self.context = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
         self.context.load_cert_chain(cert or place.cert)
@@ -83,8 +85,6 @@ class Server(Listener):
         with contextlib.suppress(OSError, ValueError, IndexError), plain:
             while True:
                 if connection is plain and plain.recv(1, socket.MSG_PEEK) == b"\x16":
-                    if not self.handshakes:
-                        return silence(plain)
                     connection = self.context.wrap_socket(plain, server_side=True)
                 request = self.read(connection, authority)
                 if request.method == "CONNECT":
@@ -96,26 +96,16 @@ class Server(Listener):
 
     def read(self, connection, authority):
         data = b""
-        while b"\r\n\r\n" not in data:
-            more = connection.recv(65536)
-            if not more:
-                raise OSError("gone")
+        while b"\r\n\r\n" not in data and (more := connection.recv(65536)):
             data += more
-        head, body = data.split(b"\r\n\r\n", 1)
+        head, body = data.split(b"\r\n\r\n", 1)  # Raises when the client has gone away.
         first, *lines = head.decode("latin1").split("\r\n")
         headers = {k.lower(): v.strip() for k, v in (line.split(":", 1) for line in lines)}
         while len(body) < int(headers.get("content-length", 0)):
             body += connection.recv(65536)
         method, path, _ = first.split(" ")
-        return SimpleNamespace(
-            method=method,
-            path=path,
-            headers=headers,
-            body=body,
-            authority=authority,
-            time=time.monotonic(),
-            size=len(head) + len(body),
-        )
+        size = len(head) + len(body)
+        return Request(method, path, headers, body, authority, time.monotonic(), size)
 
     def answer(self, request, connection):
         """Whether the connection stays open."""
@@ -150,9 +140,8 @@ class Wire(Listener):
     server says it hands on `cut` bytes, then does what `then` says: "reset", "close", "silence"."""
 
     def __init__(self, server, cut=None, then="reset", delay=0, rate=None, once=False, proxy=False):
-        self.port_beyond, self.cut, self.then = server.port, cut, then
-        self.delay, self.rate, self.is_proxy = delay, rate, proxy
-        self.only_first, self.numbers = once, itertools.count()
+        self.port_beyond, self.cut, self.then, self.only_first = server.port, cut, then, once
+        self.delay, self.rate, self.is_proxy, self.numbers = delay, rate, proxy, itertools.count()
         super().__init__()
 
     def serve(self, here):
@@ -214,16 +203,16 @@ def nginx():
 
 
 class Mute(Listener):
-    """Takes connections and says `answer`, if anything."""
+    """Takes connections and says `answer`, if anything, and nothing after that."""
 
     def __init__(self, answer=b""):
-        self.reply = answer
+        self.answer = answer
         super().__init__()
 
     def serve(self, connection):
-        place.children.append(connection)
         connection.recv(4096)
-        connection.sendall(self.reply)
+        connection.sendall(self.answer)
+        silence(connection)
 
 
 def black_hole(address=("127.0.0.1", 0)):

@@ -1,9 +1,9 @@
 """The page that tells what the rows did and saw. Its prose is report-template.md."""
 
-import os
+import pathlib
 import textwrap
 
-TEMPLATE = os.path.join(os.path.dirname(os.path.abspath(__file__)), "report-template.md")
+TEMPLATE = pathlib.Path(__file__).with_name("report-template.md")
 WIDTH = 100
 
 
@@ -20,10 +20,8 @@ def table(lines):
 
 
 def item(text, indent=""):
-    wrapper = textwrap.TextWrapper(
-        WIDTH, indent + "- ", indent + "  ", break_long_words=False, break_on_hyphens=False
-    )
-    return wrapper.fill(text)
+    starts = {"initial_indent": indent + "- ", "subsequent_indent": indent + "  "}
+    return textwrap.fill(text, WIDTH, **starts, break_long_words=False, break_on_hyphens=False)
 
 
 def described(label, text):
@@ -43,11 +41,6 @@ def write(path, form, machine, results, manners):
     a line of the manners is what was looked at, what is allowed, what was seen, the verdict."""
     summary = table((name, times, verdict) for name, _, times, _, _, verdict in results)
     rows = "\n\n".join(section(*result) for result in results)
-    with open(TEMPLATE) as template:
-        text = template.read()
-    with open(path, "w") as out:
-        out.write(
-            text.format(
-                form=form, machine=machine, summary=summary, rows=rows, manners=table(manners)
-            )
-        )
+    values = {"form": form, "machine": machine, "summary": summary, "rows": rows}
+    page = TEMPLATE.read_text().format(**values, manners=table(manners))
+    pathlib.Path(path).write_text(page)

@@ -49,21 +49,17 @@ def write_report(results, options):
     form = "the short form" if options.short or options.minutes else "the long form"
     if options.minutes:
         form += f", {options.minutes} minutes a row"
-    machine = f"Debian 12, {os.cpu_count()} cores"
-    facts = getattr(harness.place, "manners", [])
-    manners = [(*fact[:3], VERDICTS[fact[3]]) for fact in facts]
-    report.write(options.report, form, machine, results, manners)
+    manners = [(*fact, VERDICTS[is_right]) for *fact, is_right in harness.place.manners]
+    report.write(options.report, form, f"Debian 12, {os.cpu_count()} cores", results, manners)
 
 
 def parse_options():
     parser = argparse.ArgumentParser(prog="scripts/torture")
     for name in ("build", "tsan", "asan", "report"):
         parser.add_argument("--" + name, type=os.path.abspath)
-    parser.add_argument(
-        "--short", action="store_true", help="the counts for continuous integration"
-    )
-    text = "repeat the short form of every row for that long"
-    parser.add_argument("--minutes", type=float, default=0, help=text)
+    counts, again = "the counts for CI", "repeat the short form of every row for that long"
+    parser.add_argument("--short", action="store_true", help=counts)
+    parser.add_argument("--minutes", type=float, default=0, help=again)
     names = [row.name for row in harness.rows] + [[]]
     parser.add_argument("rows", nargs="*", choices=names, metavar="row")
     return parser.parse_args()

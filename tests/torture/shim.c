@@ -70,31 +70,23 @@ ALLOCATE(calloc, (size_t count, size_t size), (count, size))
 ALLOCATE(realloc, (void* old, size_t size), (old, size))
 
 REPLACE("thread", EAGAIN, EAGAIN, int, pthread_create,
-        (pthread_t * thread, const pthread_attr_t* attributes, void* (*body)(void*), void* context),
-        (thread, attributes, body, context))
-REPLACE("system", EMFILE, -1, int, socket, (int family, int type, int protocol),
-        (family, type, protocol))
-REPLACE("system", EMFILE, -1, int, socketpair, (int family, int type, int protocol, int both[2]),
-        (family, type, protocol, both))
-REPLACE("system", ECONNREFUSED, -1, int, connect,
-        (int s, const struct sockaddr* to, socklen_t size), (s, to, size))
-REPLACE("system", ECONNRESET, -1, ssize_t, recv, (int s, void* to, size_t size, int flags),
-        (s, to, size, flags))
-REPLACE("system", EPIPE, -1, ssize_t, send, (int s, const void* from, size_t size, int flags),
-        (s, from, size, flags))
+        (pthread_t * thread, const pthread_attr_t* with, void* (*body)(void*), void* context),
+        (thread, with, body, context))
+REPLACE("system", EMFILE, -1, int, socket, (int a, int b, int c), (a, b, c))
+REPLACE("system", EMFILE, -1, int, socketpair, (int a, int b, int c, int d[2]), (a, b, c, d))
+REPLACE("system", ECONNREFUSED, -1, int, connect, (int s, const struct sockaddr* a, socklen_t n),
+        (s, a, n))
+REPLACE("system", ECONNRESET, -1, ssize_t, recv, (int s, void* p, size_t n, int f), (s, p, n, f))
+REPLACE("system", EPIPE, -1, ssize_t, send, (int s, const void* p, size_t n, int f), (s, p, n, f))
 REPLACE("system", EACCES, -1, int, mkdir, (const char* path, mode_t mode), (path, mode))
-REPLACE("system", EACCES, -1, int, mknod, (const char* path, mode_t mode, dev_t device),
-        (path, mode, device))
-REPLACE("disk", EIO, -1, ssize_t, pread64, (int file, void* to, size_t size, off_t from),
-        (file, to, size, from))
-REPLACE("disk", EIO, -1, ssize_t, pwrite64, (int file, const void* from, size_t size, off_t to),
-        (file, from, size, to))
+REPLACE("system", EACCES, -1, int, mknod, (const char* p, mode_t m, dev_t d), (p, m, d))
+REPLACE("disk", EIO, -1, ssize_t, pread64, (int f, void* p, size_t n, off_t o), (f, p, n, o))
+REPLACE("disk", EIO, -1, ssize_t, pwrite64, (int f, const void* p, size_t n, off_t o), (f, p, n, o))
 REPLACE("disk", EIO, -1, int, fdatasync, (int file), (file))
 REPLACE("disk", EIO, -1, int, unlink, (const char* path), (path))
 REPLACE("environment", 0, NULL, char*, getenv, (const char* name), (name))
 REPLACE("environment", 0, NULL, char*, secure_getenv, (const char* name), (name))
-REPLACE("environment", EINVAL, -1, int, setenv, (const char* name, const char* value, int over),
-        (name, value, over))
+REPLACE("environment", EINVAL, -1, int, setenv, (const char* n, const char* v, int o), (n, v, o))
 REPLACE("environment", EINVAL, -1, int, unsetenv, (const char* name), (name))
 REPLACE("environment", EINVAL, -1, int, putenv, (char* assignment), (assignment))
 

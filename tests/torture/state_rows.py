@@ -2,6 +2,7 @@
 
 import contextlib
 import os
+import pathlib
 import random
 import re
 import sqlite3
@@ -9,7 +10,7 @@ import subprocess
 import threading
 
 from harness import await_line, brief, defaults, defaults_file, finish, go_on, home, host
-from harness import in_parallel, is_clean, keychain_file, proceed, query, row, small_disk, start
+from harness import in_parallel, is_clean, keychain_file, query, row, small_disk, spread, start
 from harness import told
 from peers import Server, hang
 
@@ -35,15 +36,11 @@ def kills(times):
             settled.append(int(line.split()[1]) / 1000)
             floor = int(re.findall(r'userToken: "u-(\d+)"', process.heard)[-1])
         finish(process)
-        kept = defaults(at) if os.path.exists(defaults_file(at)) else {}
+        kept = defaults(at)
         user, merchant = (number(kept.get(k)) for k in ("UserJwtToken", "MerchantJwtTokenTemp"))
         torn += merchant > 0 and (merchant != number(kept["sessionId"]) or merchant < user)
         lost += max(user, merchant) < floor
-    settled.sort()
-    took = "none"
-    if settled:
-        took = f"{settled[len(settled) // 2]:.1f} ms median, {settled[-1]:.1f} ms longest"
-    seen = f"from the last line to the end of its commit {took} ({len(settled)})"
+    seen = f"from the last line to the end of its commit {spread(settled)} ({len(settled)})"
     is_right = not torn and not lost and len(settled) > times / 10
     return f"{torn} torn, {lost} lost; {seen}", is_right
 
@@ -52,18 +49,8 @@ def nothing(_):
     pass
 
 
-def defaults_of(content):
-    def make(at):
-        with open(defaults_file(at), "wb") as out:
-            out.write(content)
-
-    return make
-
-
-def random_bytes(at):
-    for file in (defaults_file(at), keychain_file(at)):
-        with open(file, "wb") as out:
-            out.write(os.urandom(9000))
+def bytes_in(content, *files_of):
+    return lambda at: [pathlib.Path(file_of(at)).write_bytes(content) for file_of in files_of]
 
 
 def database(file_of, script):
@@ -93,16 +80,12 @@ def cut_short(at):
     os.truncate(defaults_file(at), 5000)
 
 
-def folder(at):
-    os.makedirs(defaults_file(at))
-
-
 # What prepares the home, variables of the host, its umask, how many identifiers the requests of
 # three runs carry, and whether the tokens are on disk afterwards.
 BEFORE = {
     "nothing": (nothing, {}, None, 1, True),
-    "random bytes": (random_bytes, {}, None, 1, True),
-    "an empty file": (defaults_of(b""), {}, None, 1, True),
+    "random bytes": (bytes_in(os.urandom(9000), defaults_file, keychain_file), {}, None, 1, True),
+    "an empty file": (bytes_in(b"", defaults_file), {}, None, 1, True),
     "a database cut short": (cut_short, {}, None, 1, True),
     "a table of another shape": (database(defaults_file, OTHER_SHAPE), {}, None, 1, False),
     "records of another version": (database(defaults_file, OTHER_VERSION), {}, None, 1, True),
@@ -110,7 +93,7 @@ BEFORE = {
     "umask 0777": (nothing, {}, "0777", 1, True),
     "no HOME": (nothing, {"HOME": None}, None, "many", False),
     "a HOME that is a file": (nothing, {"HOME": "/etc/passwd"}, None, "many", False),
-    "a folder in the file's place": (folder, {}, None, 1, False),
+    "a folder in the file's place": (lambda at: os.makedirs(defaults_file(at)), {}, None, 1, False),
     "a foreign item": (item("x'666f726569676e'"), {}, None, 1, True),
     "an empty item": (item("x''"), {}, None, 1, True),
     "an item that is not UTF-8": (item("x'fffe'"), {}, None, "many", True),
@@ -120,8 +103,7 @@ OURS_ALONE = {"nothing", "umask 0", "umask 0777"}  # No file is there that Kivo 
 
 
 def modes_below(at):
-    files = [os.path.join(folder, file) for folder, _, files in os.walk(at) for file in files]
-    return {oct(os.stat(file).st_mode & 0o777) for file in files}
+    return {oct(f.stat().st_mode & 0o777) for f in pathlib.Path(at).rglob("*") if f.is_file()}
 
 
 @row("files found", BEFORE)
@@ -158,14 +140,11 @@ def locked(times):
     for _ in range(times):
         at, server = home(), Server()
         process = start("init user await pause user 5:token await pause user await", server, at)
-        await_line(process, "paused")
-        holders = [lock(defaults_file(at)), lock(keychain_file(at))]
+        holders = go_on(process, lambda _: [lock(defaults_file(at)), lock(keychain_file(at))])
         release = threading.Timer(5, lambda: [holder.close() for holder in holders])
         release.start()
-        proceed(process)
-        await_line(process, "paused")
-        release.join()
-        ended = finish(process, "\n")
+        go_on(process, lambda _: release.join())
+        ended = finish(process)
         if not is_clean(ended) or user_token(at) < server.issued - 2:
             return f"{brief(ended)}", False
     return "nothing lost", True
@@ -212,32 +191,22 @@ def read_only(times):
 
 @row("many processes")
 def many_processes(times):
-    for turn in range(times):
-        at, server, count = home(), Server(), 8 if turn % 2 else 2
-        commands = "init 5:user await 5:token await"
-        ended = in_parallel(lambda _: host(commands, server, at), range(count))
-        check = query(defaults_file(at), "PRAGMA integrity_check")[0][0]
-        works = all(is_clean(e) and e.outcomes == 11 for e in ended)
-        if not works or check != "ok" or not KEPT <= defaults(at).keys():
-            return f"{check} {brief(*ended)}", False
-    return "all whole", True
-
-
-@row("keychain")
-def keychain(times):
     refused = 0
-    for _ in range(times):
-        at, server = home(), Server()
-        processes = [start("pause init 16:user await", server, at) for _ in range(4)]
+    for turn in range(times):
+        at, server, count = home(), Server(), (2, 4, 8)[turn % 3]
+        commands = "pause init 16:user await 5:token await"
+        processes = [start(commands, server, at) for _ in range(count)]
         in_parallel(go_on, processes)
         ended = in_parallel(finish, processes)
+        check = query(defaults_file(at), "PRAGMA integrity_check")[0][0]
         items = query(keychain_file(at), "SELECT data FROM items")
         refused += sum(e.output.count("Error: -25299\n") for e in ended)
         other_errors = [e for e in ended if re.search("^Error: (?!-25299)", e.output, re.M)]
-        if len(items) != 1 or other_errors or any(e.outcomes != 17 for e in ended):
-            return f"{items} {brief(*ended)}", False
+        works = all(is_clean(e) and e.outcomes == 22 for e in ended) and not other_errors
+        if not works or check != "ok" or not KEPT <= defaults(at).keys() or len(items) != 1:
+            return f"{check} {items} {brief(*ended)}", False
         server.requests.clear()
         host("init user await token await", server, at)
         if {r.headers["x-unique-device-id"].encode() for r in server.requests} != {items[0][0]}:
             return "another identifier", False
-    return f"one item each time, {refused} refused as duplicates", True
+    return f"all whole, one item each time, {refused} refused as duplicates", True
