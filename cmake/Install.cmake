@@ -15,4 +15,5 @@ configure_package_config_file("${CMAKE_CURRENT_LIST_DIR}/KivoConfig.cmake.in"
 write_basic_package_version_file("${PROJECT_BINARY_DIR}/KivoConfigVersion.cmake"
     COMPATIBILITY SameMajorVersion)
 install(FILES "${PROJECT_BINARY_DIR}/KivoConfig.cmake" "${PROJECT_BINARY_DIR}/KivoConfigVersion.cmake"
+    "${CMAKE_CURRENT_LIST_DIR}/FindIdn2.cmake"
     DESTINATION "${packageDirectory}")

@@ -37,7 +37,7 @@ run_host() {
 serve_from_prefix() {
     local without=()
     [[ -e "$scratch/prefix/lib/libkivo.so" ]] &&
-        without=(-DCMAKE_DISABLE_FIND_PACKAGE_CURL=ON -DCMAKE_DISABLE_FIND_PACKAGE_SQLite3=ON)
+        without=(-DCMAKE_DISABLE_FIND_PACKAGE_{CURL,Idn2,SQLite3}"=ON")
     build_host installed -DCMAKE_PREFIX_PATH="$scratch/prefix" "${without[@]}"
     run_host "$scratch/installed/host"
     check_exports

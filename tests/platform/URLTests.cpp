@@ -39,9 +39,20 @@ TEST(URL, EncodesWhatMayNotStandInItsPart) {
         {"http://h/é b?ü#ß", "http://h/%C3%A9%20b?%C3%BC#%C3%9F"}, {"http://h/\xFF%zz%4", "http://h/%FF%25zz%254"},
         {"http://h/\r\nX: y\0z"sv, "http://h/%0D%0AX:%20y%00z"}, {R"(http://h/<>"\^`{|})", "http://h/%3C%3E%22%5C%5E%60%7B%7C%7D"},
         {"http://h/[1]?[2]#[3]#4", "http://h/%5B1%5D?%5B2%5D#%5B3%5D%234"}, {"a path", "a%20path"},
-        {R"(http://a b:c\d@evil@h/)", "http://a%20b:c%5Cd%40evil@h/"}, {"http://bücher/", "http://b%C3%BCcher/"}};
+        {R"(http://a b:c\d@evil@h/)", "http://a%20b:c%5Cd%40evil@h/"}};
     // clang-format on
     for (const auto& [text, expected] : table) EXPECT_EQ(parsed(text), expected);
+}
+
+TEST(URL, GivesInternationalHostsTheirIdnaForm) {
+    const std::pair<std::string_view, std::string_view> table[] = {
+        {"http://bücher.example/b.png", "http://xn--bcher-kva.example/b.png"},
+        {"http://u@BU\u0308CHER.Example:80/é", "http://u@xn--bcher-kva.example:80/%C3%A9"},
+        {"//straße。de", "//xn--strae-oqa.de"},
+        {"http://b%C3%BCcher/", "http://b%C3%BCcher/"}};  // An escape is ASCII, and stays.
+    for (const auto& [text, expected] : table) EXPECT_EQ(parsed(text), expected);
+    for (const char* host : {"☃.net", "-ü", "\xFF", "a／ü", "a／b", "a＠b", "%41.ü", "\u00AD"})
+        EXPECT_EQ(parsed(std::string("http://") + host), "nil") << host;
 }
 
 TEST(URL, ComparesOrigins) {

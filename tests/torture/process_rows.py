@@ -78,7 +78,7 @@ for i in range(200): hashlib.sha256(bytes(100000)).digest(); time.sleep(0.005)
 def plug_in(times):
     plugin = os.path.join(place.work, "plugin.so")
     sources = f"-I{ROOT} -I{ROOT}/include {ROOT}/tests/host/main.cpp {place.build}/kivo/libkivo.a"
-    options = f"-std=c++20 -shared -fPIC {sources} -lcurl -lsqlite3 -ldl -lpthread"
+    options = f"-std=c++20 -shared -fPIC {sources} -lcurl -lidn2 -lsqlite3 -ldl -lpthread"
     subprocess.run(["c++", *options.split(), "-o", plugin], check=True)
     for _ in range(times):
         proxy = f"http://127.0.0.1:{Server().port}"

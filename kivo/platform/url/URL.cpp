@@ -1,8 +1,12 @@
 #include "kivo/platform/url/URL.h"
 
 #include <arpa/inet.h>
+#include <idn2.h>
 
 #include <algorithm>
+#include <cstdint>
+#include <memory>
+#include <new>
 
 #include "kivo/platform/base/CharacterSet.h"
 
@@ -15,6 +19,7 @@ constexpr int beyondAnyPort = 65536;
 constexpr CharacterSet hexadecimalDigits =
     decimalDigits | CharacterSet('a', 'f') | CharacterSet('A', 'F');
 constexpr CharacterSet inScheme = alphanumerics | CharacterSet("+-.");
+constexpr CharacterSet ascii('\0', '\x7F');
 constexpr CharacterSet plainInHost =
     (CharacterSet('\0', ' ') | CharacterSet("<>\"\\^{}|[]\x7F")).inverted();
 
@@ -85,6 +90,27 @@ bool isIPv6Literal(std::string_view text) {
            (zone.starts_with("%25") && zone.size() > 3 && encoded(zone, allowedInHost) == zone);
 }
 
+/// The IDNA form of a host that is not ASCII, or empty if it has none. IDNA maps a full-width slash
+/// to a plain one, and so on: a form that would end the host early does not count.
+std::optional<std::string> idnaForm(const std::string& host) {
+    std::uint8_t* found = nullptr;
+    const int status = idn2_lookup_u8(reinterpret_cast<const std::uint8_t*>(host.c_str()), &found,
+                                      IDN2_NFC_INPUT | IDN2_NONTRANSITIONAL);
+    if (status == IDN2_MALLOC) throw std::bad_alloc();
+    if (status != IDN2_OK) return std::nullopt;
+    const std::unique_ptr<std::uint8_t, decltype(&idn2_free)> owned(found, &idn2_free);
+    std::string form = reinterpret_cast<const char*>(found);
+    if (form.empty() || !allowedInHost.containsAll(form)) return std::nullopt;
+    return form;
+}
+
+/// How a URL spells the name `host`, or empty if it is not a host.
+std::optional<std::string> hostName(std::string_view host) {
+    if (!plainInHost.containsAll(host)) return std::nullopt;
+    if (!ascii.containsAll(host)) return idnaForm(std::string(host));
+    return encoded(host, allowedInHost);
+}
+
 int defaultPort(std::string_view scheme) {
     return scheme == "http" ? 80 : scheme == "https" ? 443 : 0;
 }
@@ -135,11 +161,10 @@ bool URL::takeAuthority(std::string_view& rest) {
 }
 
 bool URL::takeHost(std::string_view host) {
-    const bool isLiteral = isIPv6Literal(host);
-    if (!isLiteral && !plainInHost.containsAll(host)) return false;
-    const std::string written = isLiteral ? std::string(host) : encoded(host, allowedInHost);
-    text_ += written;
-    host_ = lowered(written);
+    const auto written = isIPv6Literal(host) ? std::string(host) : hostName(host);
+    if (!written) return false;
+    text_ += *written;
+    host_ = lowered(*written);
     return true;
 }
 

@@ -11,8 +11,9 @@ namespace kivo::platform {
 class URL {
 public:
     /// Parses `text`. Characters that a URL may not hold are percent-encoded, including the "%" of
-    /// a malformed escape; everything else stays as given. Empty if the text is empty or its
-    /// scheme, host or port is invalid.
+    /// a malformed escape, and a host that is not ASCII becomes its IDNA form, whatever the
+    /// locale; everything else stays as given. Empty if the text is empty, if its scheme, host or
+    /// port is invalid, or if its host has no IDNA form.
     static std::optional<URL> parse(std::string_view text);
 
     const std::string& absoluteString() const { return text_; }
