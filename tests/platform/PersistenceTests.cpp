@@ -1,8 +1,10 @@
 #include <gmock/gmock.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <fstream>
 
+#include "kivo/platform/Console.h"
 #include "kivo/platform/persistence/Keychain.h"
 #include "kivo/platform/persistence/UserDefaults.h"
 #include "tests/support/Background.h"
@@ -100,6 +102,52 @@ TEST_F(StateTest, DefaultsCommitWithTheNextChangeWhatALockHeldBack) {
     EXPECT_EQ(stored("old"), "1");
     blind.update([](auto& changes) { changes.remove("old"); });
     EXPECT_EQ(stored("old"), std::nullopt) << "it did not know of it, and yet it was to go";
+}
+
+/// Without a limit the last two would never end.
+TEST_F(StateTest, AFileRunsNoProgram) {
+    constexpr auto* endless =
+        "WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n) SELECT i, i FROM n";
+    Database writer(file);
+    writer.execute("CREATE TRIGGER t AFTER INSERT ON defaults BEGIN DELETE FROM defaults; END");
+    set(defaults, "new", "2");
+    EXPECT_EQ(stored("old"), "1");
+    EXPECT_THROW(writer.prepare("SELECT abs(1)"), DatabaseError);
+    EXPECT_THROW(writer.prepare(endless).run(), DatabaseError);
+    writer.restartTimer();
+    writer.execute("ALTER TABLE defaults RENAME TO kept");
+    writer.execute(("CREATE VIEW defaults(key, value) AS "s + endless).c_str());
+    auto later = launch();
+    set(later, "new", "3");
+    EXPECT_EQ(later.string("new"), "3") << "in memory";
+}
+
+TEST_F(StateTest, DefaultsLoadTheLatestRowsOfALargeFile) {
+    Database writer(file);
+    writer.execute(
+        "INSERT INTO defaults WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n LIMIT "
+        "80000) SELECT 'foreign' || i, '' FROM n");
+    EXPECT_EQ(stored("foreign80000"), "");
+    EXPECT_EQ(stored("old"), std::nullopt);
+    set(defaults, "old", std::string(17 << 20, 'x'));
+    set(defaults, "new", "2");
+    EXPECT_EQ(stored("new"), "2") << "a value that is too large holds back no other";
+}
+
+TEST_F(StateTest, AFileIsPrivateAndAMissingPermissionIsSaidOnce) {
+    std::vector<std::string> lines;
+    Console::setOutput([&](std::string_view line) { lines.emplace_back(line); });
+    permissions(file, std::filesystem::perms(0666));
+    EXPECT_EQ(stored("old"), "1");
+    EXPECT_EQ(status(file).permissions(), std::filesystem::perms(0600));
+    permissions(file, std::filesystem::perms::none);
+    permissions(directory.path(), std::filesystem::perms(0755));
+    const bool isRoot = seteuid(65534) == 0;  // The superuser lacks no permission.
+    auto later = launch();
+    for (const char* value : {"1", "2"}) set(later, "new", value);
+    EXPECT_EQ(isRoot ? seteuid(0) : 0, 0);
+    Console::setOutput({});
+    EXPECT_THAT(lines, testing::ElementsAre(testing::HasSubstr(file)));
 }
 
 TEST_F(StateTest, AKeychainSaysWhenItCannotKeepAnItem) {

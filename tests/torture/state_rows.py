@@ -80,6 +80,18 @@ def cut_short(at):
     os.truncate(defaults_file(at), 5000)
 
 
+def pipes(at):
+    for file in (defaults_file(at), keychain_file(at)):
+        os.mkfifo(file)
+
+
+ENDLESS = "WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n)"
+VIEW = f"CREATE VIEW defaults (key, value) AS {ENDLESS} SELECT i, zeroblob(9999999) FROM n;"
+TRIGGER = f"""{DEFAULTS} CREATE TRIGGER t BEFORE INSERT ON defaults
+BEGIN INSERT INTO defaults {ENDLESS} SELECT 'key' || i, i FROM n; END;"""
+BLOBS = f"INSERT INTO defaults {ENDLESS} SELECT 'key' || i, zeroblob(9999999) FROM n LIMIT 12;"
+
+
 # What prepares the home, variables of the host, its umask, how many identifiers the requests of
 # three runs carry, and whether the tokens are on disk afterwards.
 BEFORE = {
@@ -89,6 +101,10 @@ BEFORE = {
     "a database cut short": (cut_short, {}, None, 1, True),
     "a table of another shape": (database(defaults_file, OTHER_SHAPE), {}, None, 1, False),
     "records of another version": (database(defaults_file, OTHER_VERSION), {}, None, 1, True),
+    "an endless view": (database(defaults_file, VIEW), {}, None, 1, True),
+    "an endless trigger": (database(defaults_file, TRIGGER), {}, None, 1, True),
+    "120 MB of foreign rows": (database(defaults_file, DEFAULTS + BLOBS), {}, None, 1, True),
+    "pipes": (pipes, {}, None, "many", False),
     "umask 0": (nothing, {}, "0", 1, True),
     "umask 0777": (nothing, {}, "0777", 1, True),
     "no HOME": (nothing, {"HOME": None}, None, "many", False),

@@ -2,12 +2,18 @@
 
 #include <sqlite3.h>
 
+#include <array>
+#include <ctime>
+#include <utility>
+
 namespace kivo::platform {
 
 namespace {
 
 constexpr int busyMilliseconds = 1000;
 constexpr int primaryCodeMask = 0xFF;
+constexpr std::chrono::seconds mostProcessorTime{1};
+constexpr int instructionsBetweenLooks = 100;
 
 void check(int code) {
     if (code != SQLITE_OK) throw DatabaseError(code);
@@ -16,10 +22,18 @@ void check(int code) {
 /// SQLite reads a null pointer as NULL, and an empty view may hold one.
 const char* dataOf(std::string_view bytes) { return bytes.empty() ? "" : bytes.data(); }
 
+std::chrono::nanoseconds processorTime() noexcept {
+    timespec used{};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &used);
+    return std::chrono::seconds(used.tv_sec) + std::chrono::nanoseconds(used.tv_nsec);
+}
+
 }  // namespace
 
 DatabaseError::DatabaseError(int code)
     : Error("database error " + std::to_string(code) + ": " + sqlite3_errstr(code)), code_(code) {}
+
+DatabaseError DatabaseError::cannotOpen() { return DatabaseError(SQLITE_CANTOPEN); }
 
 bool DatabaseError::saysDamaged() const noexcept {
     const int primary = code_ & primaryCodeMask;
@@ -94,7 +108,29 @@ Database::Database(const std::filesystem::path& file) {
     connection_.reset(opened);  // Also if opening failed.
     check(code);
     sqlite3_busy_timeout(opened, busyMilliseconds);
-    execute("PRAGMA synchronous=FULL");
+    distrustFile();
+    // The file's header may name another size of the cache.
+    execute("PRAGMA synchronous=FULL; PRAGMA cache_size=-2000");
+}
+
+void Database::distrustFile() {
+    sqlite3* const opened = connection_.get();
+    constexpr std::array switches{
+        std::pair(SQLITE_DBCONFIG_DEFENSIVE, 1), std::pair(SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0),
+        std::pair(SQLITE_DBCONFIG_ENABLE_TRIGGER, 0), std::pair(SQLITE_DBCONFIG_ENABLE_VIEW, 0)};
+    for (const auto& [option, isOn] : switches)
+        check(sqlite3_db_config(opened, option, isOn, nullptr));
+    check(sqlite3_drop_modules(opened, nullptr));
+    sqlite3_limit(opened, SQLITE_LIMIT_LENGTH, largestValue);
+    sqlite3_limit(opened, SQLITE_LIMIT_FUNCTION_ARG, 0);  // A schema that calls one is damaged.
+    restartTimer();
+    sqlite3_progress_handler(opened, instructionsBetweenLooks, isOverdue, this);
+}
+
+void Database::restartTimer() noexcept { deadline_ = processorTime() + mostProcessorTime; }
+
+int Database::isOverdue(void* database) noexcept {
+    return processorTime() > static_cast<Database*>(database)->deadline_ ? 1 : 0;
 }
 
 void Database::execute(const char* sql) {

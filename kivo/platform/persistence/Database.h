@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <filesystem>
 #include <memory>
@@ -18,6 +19,9 @@ namespace kivo::platform {
 class DatabaseError : public Error {
 public:
     explicit DatabaseError(int code);
+
+    /// Of a file that cannot be opened.
+    static DatabaseError cannotOpen();
 
     int code() const noexcept { return code_; }
     bool saysDamaged() const noexcept;
@@ -62,9 +66,21 @@ private:
 /// One connection to an existing file, with a rollback journal and full synchronisation; it waits
 /// at most one second for another connection's lock. Read-only if the file is. For one thread at a
 /// time. Every operation may throw DatabaseError.
+///
+/// The file may be anybody's work: it runs no triggers, views, virtual tables or functions, and
+/// statements have a limit of memory and of processor time.
 class Database {
 public:
+    /// The size in bytes of the largest text or blob that is read or written.
+    static constexpr int largestValue = 16 << 20;
+
     explicit Database(const std::filesystem::path& file);
+    Database(const Database&) = delete;
+    Database& operator=(const Database&) = delete;
+
+    /// Gives the statements that follow on this thread one second of its processor time together;
+    /// those of a new connection have it already. Waiting for locks and disks does not count.
+    void restartTimer() noexcept;
 
     void execute(const char* sql);
     Statement prepare(std::string_view sql);
@@ -77,7 +93,11 @@ private:
         void operator()(sqlite3* connection) const noexcept;
     };
 
+    static int isOverdue(void* database) noexcept;
+    void distrustFile();
+
     std::unique_ptr<sqlite3, Closer> connection_;
+    std::chrono::nanoseconds deadline_{};  // Of the thread's processor time.
 };
 
 /// Everything between construction and `commit` takes effect, or nothing does.

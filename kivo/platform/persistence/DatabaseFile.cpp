@@ -2,11 +2,15 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
+#include <exception>
 #include <string>
 #include <utility>
+
+#include "kivo/platform/Console.h"
 
 namespace kivo::platform {
 
@@ -71,6 +75,31 @@ void setAside(const Path& file) {
     }
 }
 
+/// SQLite would wait without end for the content of a pipe.
+void requireRegularFiles(const Path& file) {
+    for (const char* suffix : {"", "-journal", "-wal", "-shm"}) {
+        struct stat found{};
+        if (stat((file.native() + suffix).c_str(), &found) == 0 && !S_ISREG(found.st_mode))
+            throw DatabaseError::cannotOpen();
+    }
+}
+
+/// Goes by the path: see makeEmptyFile.
+void makePrivate(const Path& file) {
+    struct stat found{};
+    const bool isOurs =
+        lstat(file.c_str(), &found) == 0 && S_ISREG(found.st_mode) && found.st_uid == geteuid();
+    if (isOurs && (found.st_mode & ACCESSPERMS & ~fileMode) != 0) chmod(file.c_str(), fileMode);
+}
+
+/// Whether the file, or the folder in which it would be created, is closed to this user. A
+/// read-only disk is another matter.
+bool isForbidden(const Path& file) {
+    if (eaccess(file.c_str(), R_OK | W_OK) == 0) return false;
+    if (errno == ENOENT && eaccess(file.parent_path().c_str(), W_OK | X_OK) == 0) return false;
+    return errno == EACCES;
+}
+
 }  // namespace
 
 DatabaseFile::DatabaseFile(std::filesystem::path path, const char* schema)
@@ -96,8 +125,13 @@ void DatabaseFile::write(const Block& block) {
 }
 
 Database& DatabaseFile::connection() {
+    requireRegularFiles(path_);
     if (connection_ && connection_->hasMoved()) connection_.reset();
-    if (!connection_) connection_.emplace(path_);
+    if (!connection_) {
+        makePrivate(path_);
+        connection_.emplace(path_);
+    }
+    connection_->restartTimer();
     return *connection_;
 }
 
@@ -106,7 +140,10 @@ void DatabaseFile::perform(const Block& block) {
         return block(connection());
     } catch (const DatabaseError& error) {
         connection_.reset();
-        if (!error.saysDamaged()) throw;
+        if (!error.saysDamaged()) {
+            reportMissingPermission();
+            throw;
+        }
     }
     performOnFreshConnection(block);
 }
@@ -120,6 +157,18 @@ void DatabaseFile::performOnFreshConnection(const Block& block) {
         // Another process may have created a new file in the meantime: that one stays.
         if (error.saysDamaged() && identityOf(path_) == suspect) setAside(path_);
         throw;
+    }
+}
+
+/// Otherwise, files that were first created under another user, such as root, would go unused
+/// without a word.
+void DatabaseFile::reportMissingPermission() noexcept {
+    if (isReported_ || !isForbidden(path_)) return;
+    isReported_ = true;
+    try {
+        Console::print("Kivo has no permission to use " + path_.string() +
+                       ": what it would keep there is not kept");
+    } catch (const std::exception&) {  // No memory for the line.
     }
 }
 

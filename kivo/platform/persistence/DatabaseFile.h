@@ -10,7 +10,8 @@ namespace kivo::platform {
 
 /// A private database file and the one connection to it, which stays open after its first use. If
 /// SQLite reports the file as damaged twice, the second time on a new connection, the file is set
-/// aside as "<name>.damaged-N". For one thread at a time.
+/// aside as "<name>.damaged-N". A path that holds anything but a regular file is left alone. If a
+/// permission is missing, one line on the console says so. For one thread at a time.
 class DatabaseFile {
 public:
     using Block = std::function<void(Database&)>;
@@ -24,18 +25,21 @@ public:
     void read(const Block& block);
 
     /// Runs `block` in one transaction, possibly more than once. Creates the file (mode 0600) and
-    /// its directories (0700) if they are missing, independent of the umask; starts a new file
-    /// after setting one aside. Throws DatabaseError, which leaves the file as it was.
+    /// its directories (0700) if they are missing, independent of the umask; takes from an existing
+    /// file of this user what its mode allows to others; starts a new file after setting one aside.
+    /// Throws DatabaseError, which leaves the file as it was.
     void write(const Block& block);
 
 private:
     Database& connection();
     void perform(const Block& block);
     void performOnFreshConnection(const Block& block);
+    void reportMissingPermission() noexcept;
 
     std::filesystem::path path_;
     const char* schema_;
     std::optional<Database> connection_;
+    bool isReported_ = false;
 };
 
 }  // namespace kivo::platform

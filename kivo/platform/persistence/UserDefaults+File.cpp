@@ -9,6 +9,9 @@ namespace kivo::platform {
 
 namespace {
 
+constexpr std::size_t largestLoad = 16 << 20;
+constexpr std::size_t rowOverhead = 256;  // About what a row adds to its content in memory.
+
 /// Whether the file has only just been created; marks it as no longer new.
 bool isFresh(Database& database) {
     Statement version = database.prepare("PRAGMA user_version");
@@ -24,14 +27,16 @@ void UserDefaults::load() {
     std::call_once(loaded_, [this] { readFile(); });
 }
 
-/// A file that is missing, locked, unreadable or has another schema leaves the table empty.
+/// A file that is missing, locked, unreadable or has another schema leaves the table empty. Of a
+/// file with more rows than Kivo writes, the latest are read.
 void UserDefaults::readFile() {
     if (!file_) return;
     Table table;
-    const auto readAll = [&table](Database& database) {
+    std::size_t size = 0;
+    const auto readAll = [&](Database& database) {
         table.clear();
-        Statement rows = database.prepare("SELECT key, value FROM defaults");
-        while (rows.step()) readRow(rows, table);
+        Statement rows = database.prepare("SELECT key, value FROM defaults ORDER BY rowid DESC");
+        for (size = 0; size < largestLoad && rows.step();) size += readRow(rows, table);
     };
     try {
         file_->read(readAll);
@@ -40,17 +45,32 @@ void UserDefaults::readFile() {
     }
     const Lock lock(mutex_);
     table_ = std::move(table);
-    isFileKnown_ = true;
+    isFileKnown_ = size < largestLoad;
 }
 
-void UserDefaults::readRow(const Statement& row, Table& table) {
-    const auto keep = [&](Value value) { table.insert_or_assign(row.bytes(0), std::move(value)); };
+/// Returns the row's size.
+std::size_t UserDefaults::readRow(const Statement& row, Table& table) {
+    const auto keep = [&](Value value) {
+        Data key = row.bytes(0);
+        const std::size_t size = sizeOf(key, value);
+        table.try_emplace(std::move(key), std::move(value));
+        return size;
+    };
     switch (row.type(1)) {
         case Statement::Type::integer: return keep(row.integer(1) != 0);
         case Statement::Type::text: return keep(row.bytes(1));
         case Statement::Type::blob: return keep(Changes::Bytes{row.bytes(1)});
-        default: return;  // This version never writes other types.
+        default: return rowOverhead;  // This version never writes other types.
     }
+}
+
+/// Of a row, in bytes.
+std::size_t UserDefaults::sizeOf(std::string_view key, const Value& value) {
+    const std::size_t size = key.size() + rowOverhead;
+    if (const auto* text = std::get_if<std::string>(&value)) return size + text->size();
+    if (const auto* bytes = std::get_if<Changes::Bytes>(&value))
+        return size + bytes->content.size();
+    return size;
 }
 
 void UserDefaults::commit() {
@@ -73,6 +93,7 @@ bool UserDefaults::giveBack(Edits edits) {
     return commitIsScheduled_;
 }
 
+/// A value that is too large for the file stays in memory, and the file forgets the one before it.
 bool UserDefaults::write(const Edits& edits) {
     const auto writeAll = [&](Database& database) {
         const Edits wanted = isFresh(database) ? wholeTable() : edits;
@@ -80,9 +101,10 @@ bool UserDefaults::write(const Edits& edits) {
             database.prepare("INSERT OR REPLACE INTO defaults (key, value) VALUES (?, ?)");
         Statement remove = database.prepare("DELETE FROM defaults WHERE key = ?");
         for (const auto& [key, value] : wanted) {
-            Statement& statement = value ? set : remove;
+            const bool isKept = value && sizeOf(key, *value) <= Database::largestValue;
+            Statement& statement = isKept ? set : remove;
             statement.bindText(1, key);
-            if (value) bindValue(statement, *value);
+            if (isKept) bindValue(statement, *value);
             statement.run();
         }
     };

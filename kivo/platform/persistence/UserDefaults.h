@@ -76,7 +76,8 @@ private:
     std::optional<T> value(std::string_view key);
     void load();
     void readFile();
-    static void readRow(const Statement& row, Table& table);
+    static std::size_t readRow(const Statement& row, Table& table);
+    static std::size_t sizeOf(std::string_view key, const Value& value);
     bool apply(Changes& changes);
     void applyOne(const std::string& key, std::optional<Value> value) KIVO_REQUIRES(mutex_);
     void schedule();
@@ -93,7 +94,7 @@ private:
 
     std::once_flag loaded_;
     Mutex mutex_;
-    bool isFileKnown_ KIVO_GUARDED_BY(mutex_) = false;  // Whether the load could read it.
+    bool isFileKnown_ KIVO_GUARDED_BY(mutex_) = false;  // Whether the load could read all.
     Table table_ KIVO_GUARDED_BY(mutex_);
     Edits uncommitted_ KIVO_GUARDED_BY(mutex_);
     bool commitIsScheduled_ KIVO_GUARDED_BY(mutex_) = false;
