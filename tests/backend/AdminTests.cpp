@@ -13,10 +13,15 @@ namespace {
 using backend::Header;
 using testing::HasSubstr;
 
-TEST(AdminTest, ObeysProgramsHereAndNoOtherSitesPages) {
-    backend::Desk desk({}, [](const auto&) {});
-    desk.open();
-    const auto ask = [&](const backend::Request& request) { return adminReply(desk, request); };
+class AdminTest : public testing::Test {
+protected:
+    AdminTest() { desk.open(); }
+    backend::Reply ask(const backend::Request& request) { return adminReply(desk, request); }
+
+    backend::Desk desk{{}, [](const auto&) {}};
+};
+
+TEST_F(AdminTest, ObeysProgramsHereAndNoOtherSitesPages) {
     const auto status = [&](const std::vector<Header>& headers) {
         return ask({.method = "GET", .target = "/state", .headers = headers}).status;
     };
@@ -32,9 +37,7 @@ TEST(AdminTest, ObeysProgramsHereAndNoOtherSitesPages) {
         EXPECT_EQ(status({{"Host", "localhost:8444"}, {origin, foreign}}), 403) << foreign;
 }
 
-TEST(AdminServerTest, IsNotAProxy) {
-    backend::Desk desk({}, [](const auto&) {});
-    desk.open();
+TEST_F(AdminTest, IsNotAProxy) {
     const backend::AdminServer server(desk, 0);
     boost::asio::ip::tcp::iostream client("127.0.0.1", std::to_string(server.port()));
     client << "CONNECT localhost:1 HTTP/1.1\r\n\r\n" << std::flush;
@@ -43,10 +46,7 @@ TEST(AdminServerTest, IsNotAProxy) {
     EXPECT_EQ(status, "HTTP/1.1 403 Forbidden\r");
 }
 
-TEST(AdminTest, RefusesWhatItDoesNotUnderstand) {
-    backend::Desk desk({}, [](const auto&) {});
-    desk.open();
-    const auto ask = [&](const backend::Request& request) { return adminReply(desk, request); };
+TEST_F(AdminTest, RefusesWhatItDoesNotUnderstand) {
     const std::vector<std::tuple<std::string, std::string, std::string, int, std::string>> cases{
         {"POST", "/faults", "{", 400, "not a JSON object"},
         {"POST", "/faults", R"({"rule":7})", 400, "wrong type"},

@@ -70,16 +70,23 @@ TEST(FaultsTest, DrawsTheNewestThatFitsAsOftenAsItIsMeant) {
     EXPECT_EQ(faults.list().at(1).hits, 2U);
     EXPECT_EQ(faults.clear("user/unset:401:times=2") + faults.clear() + faults.clear(), 3U);
 
-    const auto hits = [](std::uint64_t seed) {
-        Faults some(seed);
-        some.add(backend::parseFault("*:401:p=0.3"));
-        std::string pattern;
-        for (int count = 0; count < 1000; ++count) pattern += drawn(some, "/").empty() ? '.' : 'X';
-        return pattern;
+    faults.add(backend::parseFault("*:401:p=0.3"));
+    std::string hits;
+    for (int count = 0; count < 60; ++count) hits += drawn(faults, "/").empty() ? '.' : 'X';
+    EXPECT_EQ(hits, "..X..X..X.XX..XX....XXX......X...XX.X.X.....X....X.XXXXXXXX.") << "as seeded";
+}
+
+TEST(LifetimesTest, AreReadOrRefusedWithAnExample) {
+    const auto seconds = [](const std::string& text) {
+        const auto lifetimes = backend::parseLifetimes(text);
+        return std::pair(lifetimes.user, lifetimes.merchant);
     };
-    EXPECT_EQ(hits(7), hits(7));
-    EXPECT_NE(hits(7), hits(8));
-    EXPECT_NEAR(static_cast<double>(std::ranges::count(hits(7), 'X')), 300, 60);
+    EXPECT_EQ(seconds("user=2s"), std::pair(2s, 3600s));
+    EXPECT_EQ(seconds("merchant=3h,user=4m"), std::pair(240s, 10800s));
+    const auto read = [](const std::string& text) { backend::parseLifetimes(text); };
+    for (const auto* text : {"", "user", "user=", "user=s", "user=5", "user=-1s", "user=1.5h",
+                             "app=1s", "user=1s,", "user=99999999999h"})
+        expectAdvice(read, {{text, "user=15m,merchant=1h"}});
 }
 
 TEST(LatencyTest, IsDrawnAroundItsMiddleOrRefusedWithAnExample) {

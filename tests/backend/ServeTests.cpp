@@ -23,8 +23,9 @@ TEST_F(ServeTest, SaysWhatToDoAboutAMistake) {
         "kivo serve --port 0 --ready-fd 3 3>ready >log & read -r port trust <ready";
     expectSteps(
         preparation,
-        {{"(kivo serve --port $port)", "^kivo-dev: port [0-9]+ is already in use.* --port N "},
-         {"(kivo serve --port 0 --admin-port $port)", "is already in use.* --admin-port N "},
+        {{"(kivo serve --port $port); echo $?",
+          "port [0-9]+ is already in use.* --port N .*\n1\n$"},
+         {"(kivo serve --port 0 --admin-port $port); echo $?", "in use.* --admin-port N .*\n1\n$"},
          {"(kivo serve --port 65536); echo $?", "65536 not in range.*\n1\n$"},
          {"(kivo serve --ttl user=1x); echo $?", "write it like user=15m,merchant=1h.*\n1\n$"},
          {"(kivo serve --ready-fd 9 9>&-); echo $?", "descriptor 9 is not open.*\n1\n$"},

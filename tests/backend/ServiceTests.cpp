@@ -12,7 +12,6 @@ using namespace std::literals;
 using backend::Reply;
 using nlohmann::json;
 using testing::HasSubstr;
-using testing::ThrowsMessage;
 
 class ServiceTest : public testing::Test {
 protected:
@@ -159,19 +158,6 @@ TEST(SeededServiceTest, RepeatsItselfAndGoesByTheBearerThatItIsToldTo) {
 TEST(Base64UrlTest, KeepsEveryByteInTheAlphabetForUrls) {
     EXPECT_EQ(backend::base64UrlEncode("\xFB\xFF\xFE"), "-__-");
     EXPECT_EQ(backend::base64UrlDecode("-__-"), "\xFB\xFF\xFE");
-}
-
-TEST(LifetimesTest, AreReadOrRefusedWithAnExample) {
-    const auto read = [](const char* text) {
-        const auto lifetimes = backend::parseLifetimes(text);
-        return std::pair(lifetimes.user, lifetimes.merchant);
-    };
-    EXPECT_EQ(read("user=2s"), std::pair(2s, 3600s));
-    EXPECT_EQ(read("merchant=3h,user=4m"), std::pair(240s, 10800s));
-    const auto advice = ThrowsMessage<std::invalid_argument>(HasSubstr("user=15m,merchant=1h"));
-    for (const auto* text : {"", "user", "user=", "user=s", "user=5", "user=-1s", "user=1.5h",
-                             "app=1s", "user=1s,", "user=99999999999h"})
-        EXPECT_THAT([&] { read(text); }, advice) << text;
 }
 
 }  // namespace

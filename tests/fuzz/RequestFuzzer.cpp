@@ -1,7 +1,4 @@
 #include <boost/asio/buffer.hpp>
-#include <boost/asio/error.hpp>
-#include <boost/beast/core/flat_buffer.hpp>
-#include <boost/beast/http/read.hpp>
 
 #include <algorithm>
 #include <cstdint>
@@ -17,25 +14,6 @@ using namespace kivo::backend;
 using boost::system::error_code;
 
 namespace {
-
-/// A connection on which all bytes have come already.
-struct Wire {
-    boost::asio::const_buffer rest;
-
-    template <typename Buffers>
-    std::size_t read_some(const Buffers& buffers, error_code& error) {
-        const auto count = boost::asio::buffer_copy(buffers, rest);
-        rest += count;
-        if (count == 0) error = boost::asio::error::eof;
-        return count;
-    }
-
-    template <typename Buffers>
-    std::size_t read_some(const Buffers& buffers) {
-        error_code ignored;
-        return read_some(buffers, ignored);
-    }
-};
 
 /// The argument that stands in for the choices in its written form.
 std::string_view argumentOf(const FaultKind& kind) {
@@ -60,11 +38,12 @@ void answer(Service& service, const Request& request) {
 // Any bytes of a client are answered or refused, one request after the other.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
     Service service({.seed = 1, .clock = [] { return std::chrono::system_clock::time_point{}; }});
-    Wire wire{{bytes, size}};
-    boost::beast::flat_buffer buffer;
-    for (error_code error; !error;) {
+    boost::asio::const_buffer rest(bytes, size);
+    for (error_code error; !error && rest.size() > 0;) {
         RequestParser parser({.headerBytes = 2048, .bodyBytes = 2048});
-        boost::beast::http::read(wire, buffer, parser, error);
+        parser.eager(true);
+        rest += parser.put(rest, error);
+        if (error == boost::beast::http::error::need_more) parser.put_eof(error);
         const auto request = requestFrom(parser);
         if (error && isProtocolError(error) && statusFor(error) < 400) std::abort();
         if (!error) answer(service, request);

@@ -12,7 +12,6 @@
 #include <string.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/time.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -104,12 +103,4 @@ time_t time(time_t* to) {
     clock_gettime(CLOCK_REALTIME, &now);
     if (to != NULL) *to = now.tv_sec;
     return now.tv_sec;
-}
-
-int gettimeofday(struct timeval* restrict to, void* restrict zone) {
-    (void)zone;
-    struct timespec now;
-    clock_gettime(CLOCK_REALTIME, &now);
-    *to = (struct timeval){.tv_sec = now.tv_sec, .tv_usec = now.tv_nsec / 1000};
-    return 0;
 }
