@@ -63,8 +63,8 @@ TEST(FaultsTest, DrawsTheNewestThatFitsAsOftenAsItIsMeant) {
     EXPECT_EQ(drawn(faults, "/push" + path + "?x"), "user/unset:401:times=2");
     EXPECT_EQ(drawn(faults, path + "?redirected"), "");
     EXPECT_EQ(drawn(faults, "/img/user/unset"), "*:hang");
-    EXPECT_EQ(drawn(faults, path + ""), "user/unset:401:times=2");
-    EXPECT_EQ(drawn(faults, path + ""), "*:hang");
+    EXPECT_EQ(drawn(faults, path), "user/unset:401:times=2");
+    EXPECT_EQ(drawn(faults, path), "*:hang");
     EXPECT_EQ(faults.drawHandshakeAction(), backend::HandshakeAction::presentUntrusted);
     EXPECT_EQ(faults.drawHandshakeAction(), backend::HandshakeAction::proceed);
     EXPECT_EQ(faults.list().at(1).hits, 2U);

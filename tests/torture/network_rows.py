@@ -62,25 +62,23 @@ def memory(process):
         return int(re.search(r"VmHWM:\s*(\d+)", status.read())[1]) // 1024
 
 
-def memory_and_disk(process):
-    return memory(process), defaults(process.home)
-
-
 @row("replies", REPLIES)
 def replies(times):
     bad, growth = [], []
+
+    def look(process):
+        return memory(process), defaults(process.home)
 
     def one(name):
         answer, expected = REPLIES[name]
         server = Server({"update-device-token": answer})
         process = start("init user await pause token await pause", server)
-        before, stored_before = go_on(process, memory_and_disk)
-        began = time.monotonic()
-        after, stored_after = go_on(process, memory_and_disk)
-        took, ended = time.monotonic() - began, finish(process)
+        (before, stored), began = go_on(process, look), time.monotonic()
+        (after, stored_then), took = go_on(process, look), time.monotonic() - began
+        ended = finish(process)
         growth.append(after - before)
         lines = re.findall(f"^(?:{WORKS}|{FAILS})", ended.output, re.M)
-        is_right = is_clean(ended) and lines == [expected] and stored_before == stored_after
+        is_right = is_clean(ended) and lines == [expected] and stored == stored_then
         if not is_right or took > 45 or after > before + 64:
             output = f"{ended.output[-300:]} {ended.errors[-100:]}"
             bad.append(f"{name}: {lines} {took:.0f} s, {before} -> {after} MB {output}")

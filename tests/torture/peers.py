@@ -130,10 +130,6 @@ class Server(Listener):
             return envelope(f'{{"userToken":"u-{number}"}}')
         return reply()
 
-    def count(self, end):
-        with self.lock:
-            return sum(r.path.endswith(end) for r in self.requests)
-
 
 class Wire(Listener):
     """A proxy that hands bytes on, `delay` seconds late and at most `rate` a second; of what the
