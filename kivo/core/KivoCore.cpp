@@ -8,6 +8,7 @@
 #include "kivo/platform/Console.h"
 #include "kivo/platform/base/Description.h"
 #include "kivo/platform/base/Error.h"
+#include "kivo/platform/system/CancellationShield.h"
 #include "kivo/platform/system/Guarded.h"
 #include "kivo/platform/system/Process.h"
 #include "kivo/platform/tasks/TaskPool+Scopes.h"
@@ -68,6 +69,7 @@ void start(const KivoCore& core, const Outcome& text, CoreRepository::Reply<Payl
 
 KivoCore::KivoCore(KivoConfig config)
     : state_(new State{.coreRepository = {}, .config = platform::Guarded(std::move(config))}) {
+    const platform::CancellationShield uncancelled;
     if (platform::Process::isUsable())
         CacheManager::instance().setProduction(state_->config.get().isProduction);
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "kivo/platform/system/CancellationShield.h"
 #include "kivo/platform/system/Process.h"
 #include "kivo/platform/tasks/TaskPool+Scopes.h"
 
@@ -11,6 +12,7 @@ namespace kivo {
 template <typename Body>
 void operation(const Body& body) noexcept {
     if (!platform::Process::isUsable()) return;
+    const platform::CancellationShield uncancelled;
     try {
         body();
     } catch (...) {  // Dropped, as promised.

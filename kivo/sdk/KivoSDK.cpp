@@ -3,6 +3,7 @@
 #include <atomic>
 
 #include "kivo/platform/Console.h"
+#include "kivo/platform/system/CancellationShield.h"
 #include "kivo/platform/system/ForkSafeMutex.h"
 #include "kivo/platform/system/Process.h"
 #include "kivo/platform/tasks/TaskPool.h"
@@ -31,6 +32,7 @@ bool makePlugin(const KivoConfig& config) {
 }  // namespace
 
 std::shared_ptr<KivoCommunicationPlugin> KivoSDK::initialise(const KivoConfig& config) noexcept {
+    const platform::CancellationShield uncancelled;
     try {
         const bool isFirst = !instance() && makePlugin(config);
         if (!isFirst) platform::Console::print("Kivo already initialized");
@@ -46,6 +48,7 @@ std::shared_ptr<KivoCommunicationPlugin> KivoSDK::instance() noexcept {
 }
 
 bool KivoSDK::waitUntilIdle(std::chrono::milliseconds timeout) noexcept {
+    const platform::CancellationShield uncancelled;
     return platform::TaskPool::waitUntilIdle(timeout);
 }
 

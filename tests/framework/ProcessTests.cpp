@@ -69,6 +69,12 @@ TEST_F(ProcessTest, AForkedChildDoesNothingAndItsParentGoesOnAndExitsAmidOperati
     EXPECT_THAT(backend().requests("update-notification-consent"), IsEmpty());
 }
 
+TEST_F(ProcessTest, ACancelledThreadLeavesItsCallFirst) {
+    const auto ended = runHost("name cancel-threads");
+    EXPECT_EQ(ended.status, 0);
+    EXPECT_EQ(backend().requests("user/unset").size(), 50);
+}
+
 TEST_F(ProcessTest, AHostWithoutAnIdentifierIsStopped) {
     const auto nameless = runHost("init await");
     EXPECT_EQ(WTERMSIG(nameless.status), SIGABRT);

@@ -2,6 +2,7 @@
 // a number before one repeats it: kivo-test-host name init user 20:token await exit
 
 #include <dlfcn.h>
+#include <pthread.h>
 #include <sys/time.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -79,6 +80,23 @@ void inAForkedChild() {
     int status = 0;
     waitpid(child, &status, 0);
     say("child ended with " + std::to_string(status));
+}
+
+/// Threads that are cancelled before they enter: each call runs to its end, and then they go.
+void cancelThreads() {
+    for (int turn = 0; turn < 50; ++turn) {
+        pthread_t thread{};
+        pthread_create(
+            &thread, nullptr,
+            [](void*) -> void* {
+                pthread_cancel(pthread_self());
+                everyOperation();
+                await();
+                return nullptr;
+            },
+            nullptr);
+        pthread_join(thread, nullptr);
+    }
 }
 
 /// For a second: every operation, getter and setter from 32 threads at once.
@@ -205,6 +223,7 @@ const std::map<std::string, void (*)()> commands = {
     {"time-lines", timeLines},
     {"settle", settle},
     // What it does to its own process.
+    {"cancel-threads", cancelThreads},
     {"fork", inAForkedChild},
     {"spawn", [] { say("spawned " + std::to_string(WEXITSTATUS(std::system("exit 7")))); }},
     {"set-variables", keepSettingVariables},

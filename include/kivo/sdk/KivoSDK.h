@@ -28,7 +28,7 @@ public:
     /// written to disk, or until `timeout` has passed. Returns whether that state was reached: true
     /// at once if nothing is running, false in a forked child. It is meant for short-lived hosts;
     /// call it on a thread of the host's own, since from a `Console` output it would wait for
-    /// itself.
+    /// itself. A thread that is cancelled in it ends after it.
     static bool waitUntilIdle(std::chrono::milliseconds timeout) noexcept;
 
     KivoSDK() = delete;

@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "kivo/platform/base/Mutex.h"
+#include "kivo/platform/system/CancellationShield.h"
 #include "kivo/platform/system/OutputSignals.h"
 #include "kivo/platform/system/Process.h"
 
@@ -50,6 +51,7 @@ void writeToStandardOutput(std::string line) {
 
 void Console::print(std::string line) noexcept {
     if (!Process::isUsable()) return;
+    const CancellationShield uncancelled;
     try {
         if (const auto output = currentOutput()) {
             (*output)(line);
@@ -63,6 +65,7 @@ void Console::print(std::string line) noexcept {
 
 void Console::setOutput(Output output) noexcept {
     if (!Process::isOwn()) return;
+    const CancellationShield uncancelled;
     try {
         auto next = output ? std::make_shared<const Output>(std::move(output)) : nullptr;
         Destination& current = destination();

@@ -1,5 +1,6 @@
 #include "kivo/platform/Task.h"
 
+#include "kivo/platform/system/CancellationShield.h"
 #include "kivo/platform/system/Process.h"
 #include "kivo/platform/tasks/TaskPool+Scopes.h"
 #include "kivo/platform/tasks/Work.h"
@@ -34,6 +35,7 @@ Detached carry([[maybe_unused]] std::shared_ptr<const void> owner,
 
 void launch(std::shared_ptr<const void> owner, Task<void> work) {
     if (!Process::isOwn()) return;
+    const CancellationShield uncancelled;
     auto& pool = TaskPool::shared();
     TaskPool::Activity unfinished;
     pool.submitNext(carry(std::move(owner), std::move(unfinished), std::move(work)).work);
