@@ -22,6 +22,9 @@ using platform::URLSession;
 namespace {
 
 constexpr int unauthorized = 401;
+constexpr const char* nameTheApplication =
+    "Kivo's first request needs the application's identifier: write "
+    "KIVO_BUNDLE_IDENTIFIER(\"com.example.app\") in one of the application's source files.";
 
 }  // namespace
 
@@ -64,7 +67,8 @@ void AuthInterceptor::addIdentity(URLRequest& request) const {
     request.addValue("application/json", "Content-Type");
     request.addValue("1.0.0", "x-sdk-version");
     request.addValue("IOS", "x-platform");
-    request.addValue(platform::unwrap(platform::Bundle::mainIdentifier()), "x-package-name");
+    request.addValue(platform::unwrap(platform::Bundle::mainIdentifier(), nameTheApplication),
+                     "x-package-name");
     request.addValue(CacheManager::instance().getSessionId(), "x-session-id");
     request.addValue(deviceId_, "x-unique-device-id");
 }

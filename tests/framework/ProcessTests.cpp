@@ -11,6 +11,7 @@ namespace {
 
 using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::MatchesRegex;
 using testing::Not;
 using testing::SizeIs;
 
@@ -78,8 +79,9 @@ TEST_F(ProcessTest, ACancelledThreadLeavesItsCallFirst) {
 TEST_F(ProcessTest, AHostWithoutAnIdentifierIsStopped) {
     const auto nameless = runHost("init await");
     EXPECT_EQ(WTERMSIG(nameless.status), SIGABRT);
-    EXPECT_EQ(nameless.errors,
-              "Fatal error: Unexpectedly found nil while unwrapping an Optional value\n");
+    EXPECT_THAT(nameless.errors,
+                MatchesRegex("Fatal error: Unexpectedly found nil while unwrapping an Optional "
+                             "value\n[^\n]*KIVO_BUNDLE_IDENTIFIER[^\n]*\n"));
 }
 
 }  // namespace

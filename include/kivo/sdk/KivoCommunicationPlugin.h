@@ -14,6 +14,10 @@ namespace kivo {
 /// it runs in the background and ends with one printed line. An operation neither throws nor
 /// reports anything back; it is dropped if memory or threads run out, in a forked child, and while
 /// the process exits.
+///
+/// Operations have no order among themselves: one that needs the user belongs after the outcome of
+/// `setUser`. An operation whose reply does not come, or whose token cannot be renewed, fails with
+/// "The request timed out." 30 s after it began; a re-authentication within it has 30 s of its own.
 class KIVO_EXPORT KivoCommunicationPlugin {
 public:
     virtual ~KivoCommunicationPlugin() = default;

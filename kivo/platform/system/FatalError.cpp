@@ -18,15 +18,16 @@ iovec piece(std::string_view text) {
 
 }  // namespace
 
-void fatalError(std::string_view message) noexcept {
+void fatalError(std::string_view message, std::string_view remedy) noexcept {
     const OutputSignals masked;  // A broken standard error must not hide the abort.
-    const std::array pieces = {piece("Fatal error: "), piece(message), piece("\n")};
+    const std::array pieces = {piece("Fatal error: "), piece(message), piece("\n"), piece(remedy),
+                               piece(remedy.empty() ? "" : "\n")};
     [[maybe_unused]] const auto written = writev(STDERR_FILENO, pieces.data(), pieces.size());
     std::abort();
 }
 
-void foundNil() noexcept {
-    fatalError("Unexpectedly found nil while unwrapping an Optional value");
+void foundNil(std::string_view remedy) noexcept {
+    fatalError("Unexpectedly found nil while unwrapping an Optional value", remedy);
 }
 
 }  // namespace kivo::platform
