@@ -52,7 +52,7 @@ public:
     }
 
     /// For one whose thread could not be had.
-    ~NetworkLoop() { curl_multi_cleanup(multi_); }
+    ~NetworkLoop() override { curl_multi_cleanup(multi_); }
     NetworkLoop(const NetworkLoop&) = delete;
     NetworkLoop& operator=(const NetworkLoop&) = delete;
 

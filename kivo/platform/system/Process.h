@@ -25,18 +25,16 @@ public:
     /// Parks the threads at a safe point, or gives up at `deadline`; frees nothing.
     virtual void stop(Deadline deadline) noexcept = 0;
 
-    /// Registers these threads with the exit hook. The object must never be destroyed.
+    /// Registers these threads with the exit hook. From then on the object must not be destroyed.
     void stopAtExit() noexcept;
 
     /// Stops all registered threads, the most recently registered first. For the exit hook.
     static void stopAll(Deadline deadline) noexcept;
 
+    Stoppable() = default;
+    virtual ~Stoppable() = default;
     Stoppable(const Stoppable&) = delete;
     Stoppable& operator=(const Stoppable&) = delete;
-
-protected:
-    Stoppable() = default;
-    ~Stoppable() = default;
 
 private:
     Stoppable* registeredBefore_ = nullptr;
