@@ -149,7 +149,7 @@ TEST_F(HTTPTest, WhatGoesWrongHasItsCodeAndHandsOverNothing) {
     const auto nameless = "https://" + std::string(64, 'x') + ".invalid/";
     const auto broken = rawReply("HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\nzz");
     const auto closed = closedBeforeReply();
-    const auto garbage = rawReply("this is no HTTP\r\n\r\n");
+    const auto garbage = rawReply("this is not HTTP\r\n\r\n");
     const std::vector<std::pair<Reply, std::string>> replies = {
         {closed, "-1005"}, {broken, "-1005"}, {garbage, "-1011"}};
     for (const auto& [reply, code] : replies) {

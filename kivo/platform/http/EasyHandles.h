@@ -10,14 +10,13 @@
 
 namespace kivo::platform {
 
-/// libcurl's handles for single exchanges, reused: making one costs more than a request does. For
-/// the network thread alone.
+/// A pool of libcurl's easy handles: creating one costs more than a request does. Only for the
+/// network thread.
 class EasyHandles {
 public:
     EasyHandles() { idle_.reserve(kept); }
 
-    /// A handle that holds what every exchange has in common, or null where there is no memory for
-    /// one.
+    /// A handle with the options that all exchanges share, or null if memory runs out.
     CURL* take() {
         if (idle_.empty()) return make();
         CURL* easy = idle_.back();
@@ -25,7 +24,7 @@ public:
         return easy;
     }
 
-    /// Takes a handle back, or null, for which it does nothing. Never needs memory.
+    /// Takes a handle back; does nothing for null. Needs no memory.
     void giveBack(CURL* easy) {
         if (easy == nullptr) return;
         if (idle_.size() >= kept) return curl_easy_cleanup(easy);

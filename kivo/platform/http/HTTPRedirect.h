@@ -9,10 +9,10 @@ namespace kivo::platform {
 
 inline constexpr int maximumRedirects = 20;
 
-/// The request that follows a reply of `status` that names `location` (absolute), or none when that
-/// reply is the answer. Within one origin a request keeps its headers; to another one only a bare
-/// GET may go, so that neither a body nor a header of the caller's ever reaches a host that the
-/// caller did not choose.
+/// The request that follows a reply of `status` with the absolute address `location`, or nothing if
+/// that reply is the final answer. Within one origin a request keeps its headers. Only a bare GET
+/// may go to another origin, so neither a body nor a header of the caller's ever reaches a host
+/// that the caller did not choose.
 std::optional<URLRequest> redirectedRequest(const URLRequest& request, int status,
                                             std::string_view location);
 

@@ -30,7 +30,7 @@ curl_socket_t openSocket(void* /*context*/, curlsocktype /*purpose*/, curl_socka
 }
 
 /// libcurl shares a TLS connection only between transfers with the same TLS options. These three
-/// mean nothing to OpenSSL, so their combinations tell eight generations of connections apart.
+/// have no effect with OpenSSL, so their combinations distinguish eight generations of connections.
 long sharingMark(unsigned generation) {
     constexpr std::array<long, 3> inert = {CURLSSLOPT_NO_REVOKE, CURLSSLOPT_REVOKE_BEST_EFFORT,
                                            CURLSSLOPT_AUTO_CLIENT_CERT};
@@ -40,12 +40,12 @@ long sharingMark(unsigned generation) {
     return mark;
 }
 
-/// libcurl leaves out a header without a value unless it is written in a way of its own.
+/// libcurl drops a header without a value unless it is written in a special form.
 bool isBlank(const std::string& value) {
     return value.find_first_not_of(" \t\v\f") == std::string::npos;
 }
 
-/// The program's name, which whoever starts the program chooses freely.
+/// The program's name, which its caller can choose freely.
 std::string userAgent() {
     const std::string& name = Environment::current().programName;
     return isHTTPToken(name) ? name : "unnamed";
@@ -56,7 +56,7 @@ long idleSeconds(const URLRequest& request) {
         std::chrono::ceil<std::chrono::seconds>(request.timeoutInterval()).count());
 }
 
-/// libcurl copies texts; what it could not copy is no longer set at all.
+/// libcurl copies texts. One that it cannot copy is no longer set at all.
 template <typename Value>
 void set(CURL* easy, CURLoption option, Value value) {
     if (curl_easy_setopt(easy, option, value) == CURLE_OUT_OF_MEMORY) throw std::bad_alloc();

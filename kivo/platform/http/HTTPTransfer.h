@@ -21,9 +21,9 @@ struct HTTPReply {
     std::string location;  ///< Where a redirect points, absolute; empty for other replies.
 };
 
-/// One HTTP exchange: a request as libcurl's options, and the reply as it comes in. It is
-/// configured, carried and concluded on the network thread; its completion handler runs on the
-/// pool, once, or never after a cancel.
+/// One HTTP exchange: a request as libcurl's options, and the reply as it arrives. The network
+/// thread configures, performs and concludes it. Its completion handler runs once on the pool, or
+/// never if the transfer is cancelled.
 class HTTPTransfer {
 public:
     using Completion = std::function<void(Result<HTTPReply>)>;
@@ -35,28 +35,28 @@ public:
 
     const URLRequest& request() const { return request_; }
 
-    /// The server that is asked, as "host:port".
+    /// The server that is addressed, as "host:port".
     const std::string& host() const { return host_; }
 
-    /// Sets what every exchange has in common, once for each handle. Throws std::bad_alloc: the
-    /// handle is then of no use.
+    /// Sets the options that all exchanges share, once for each handle. Throws std::bad_alloc,
+    /// which leaves the handle unusable.
     static void prepare(CURL* easy);
 
-    /// Sets a prepared handle up for this exchange, whatever it was used for before. `generation`
-    /// sets apart the TLS connections that it may share. Throws std::bad_alloc: the handle can then
-    /// be configured anew.
+    /// Sets up a prepared handle for this exchange, whatever it was used for before. It shares TLS
+    /// connections only within `generation`. Throws std::bad_alloc, after which the handle can be
+    /// configured again.
     void configure(CURL* easy, unsigned generation);
 
     /// What it was configured with.
     unsigned generation() const { return generation_; }
 
-    /// The outcome where there is no memory for another, made at the first call.
+    /// The outcome if memory runs out, created at the first call.
     static const std::exception_ptr& lackOfMemory();
 
-    /// Takes the outcome out of `easy`. Never fails for want of memory.
+    /// Takes the outcome from `easy`. If memory runs out, that is the outcome.
     void conclude(CURL* easy, CURLcode code);
 
-    /// Whether it has had a connection, so that others need not wait to share one.
+    /// Whether it has connected, so that others need no longer wait to share its connection.
     bool isConnected() const { return isConnected_; }
 
     /// Whether the reply came over a connection that several transfers share.

@@ -11,7 +11,7 @@ namespace kivo::platform {
 
 namespace {
 
-/// Why `request` cannot be sent at all, if so.
+/// The reason why `request` cannot be sent, or nothing.
 std::optional<URLError> refusal(const URLRequest& request) {
     if (!HTTPURLProtocol::canInit(request)) return URLError(URLError::unsupportedURL);
     if (request.url().host().empty() || !isHTTPToken(request.httpMethod()))
@@ -68,7 +68,7 @@ void HTTPURLProtocol::fail(std::exception_ptr error) {
     client().urlProtocolDidFailWithError(std::move(error));
 }
 
-/// The transfer that is going on, if any, which from now on is the caller's to deal with.
+/// Hands the running transfer, if there is one, over to the caller.
 std::shared_ptr<HTTPTransfer> HTTPURLProtocol::takeTransfer() {
     const Lock lock(mutex_);
     return std::exchange(transfer_, nullptr);

@@ -8,8 +8,8 @@
 
 namespace kivo::platform {
 
-/// The built-in protocol: serves http and https over the network thread and follows redirects. It
-/// delivers a reply whole, response first, so that an errored transfer hands over nothing.
+/// The built-in protocol: serves http and https through the network thread and follows redirects.
+/// It delivers a reply as a whole, the response first, so a transfer that fails delivers nothing.
 class HTTPURLProtocol final : public URLProtocol {
 public:
     using URLProtocol::URLProtocol;

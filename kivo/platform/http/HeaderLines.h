@@ -10,10 +10,10 @@
 
 namespace kivo::platform {
 
-/// Header lines as the list that libcurl reads, in two pieces of memory whatever their number.
+/// Header lines as the list that libcurl reads, in two allocations however many there are.
 class HeaderLines {
 public:
-    /// Adds a line, given in parts, without NUL.
+    /// Adds a line, which is given in parts and holds no NUL.
     void add(std::initializer_list<std::string_view> parts) {
         text_.reserve(usualSize);
         for (const auto part : parts) text_ += part;
@@ -21,7 +21,7 @@ public:
         ++count_;
     }
 
-    /// Valid until a line is added, or the object ends.
+    /// Valid until another line is added or the object is destroyed.
     curl_slist* list() {
         nodes_.resize(count_);
         char* line = text_.data();

@@ -22,24 +22,24 @@
 
 namespace kivo::platform {
 
-/// What the network thread does: it drives libcurl's multi handle and keeps the timers. The mutex
-/// guards what other threads hand in; the rest belongs to the thread alone.
+/// The loop of the network thread: it drives libcurl's multi handle and keeps the timers. The mutex
+/// guards what other threads hand in; everything else belongs to the network thread.
 class NetworkLoop final : public Process::Stoppable {
 public:
     NetworkLoop() : pool_(TaskPool::shared()), multi_(curl_multi_init()) {
-        // Without descriptors libcurl makes a handle that nobody can wake.
+        // When descriptors run out, libcurl creates a handle that cannot be woken.
         if (multi_ == nullptr || curl_multi_wakeup(multi_) != CURLM_OK) {
             curl_multi_cleanup(multi_);
             throw std::bad_alloc();
         }
         HTTPTransfer::lackOfMemory();
-        // libcurl's own limit follows the transfers of the moment, and closes what the next ones
-        // need.
+        // libcurl's own limit depends on the number of running transfers and would close the
+        // connections that the next ones need.
         constexpr long keptConnections = 16;
         curl_multi_setopt(multi_, CURLMOPT_MAXCONNECTS, keptConnections);
     }
 
-    /// Makes one that runs on a thread of its own, to which it belongs from then on.
+    /// Creates a loop and starts its thread, which owns it from then on.
     static NetworkLoop& begin() {
         Process::prepare();
         auto loop = std::make_unique<NetworkLoop>();
@@ -51,7 +51,7 @@ public:
         return *loop.release();
     }
 
-    /// For one whose thread could not be had.
+    /// Only for a loop whose thread could not be started.
     ~NetworkLoop() override { curl_multi_cleanup(multi_); }
     NetworkLoop(const NetworkLoop&) = delete;
     NetworkLoop& operator=(const NetworkLoop&) = delete;
@@ -118,7 +118,7 @@ private:
         sleeps_ = true;
     }
 
-    /// Takes what has been handed in; false once the process ends.
+    /// Takes what was handed in; false once the process exits.
     bool takeWork() {
         const Lock lock(mutex_);
         sleeps_ = false;
@@ -130,7 +130,7 @@ private:
         return false;
     }
 
-    /// Without memory a step is left unfinished; the next turn takes it up again.
+    /// If memory runs out, the step stays unfinished and the next turn continues it.
     template <typename Step>
     static void attempt(const Step& step) noexcept {
         try {
@@ -139,7 +139,7 @@ private:
         }
     }
 
-    /// From here on the thread must be woken for what is handed in.
+    /// From here on, whatever is handed in must wake the thread.
     int millisecondsToSleep() {
         const Lock lock(mutex_);
         sleeps_ = commands_.empty() && !stopping_;
@@ -163,8 +163,8 @@ private:
         attempt([&] { abort(std::move(command.transfer)); });
     }
 
-    /// What is not handed to the pool, for want of memory, stays for the next turn. The job ends on
-    /// the pool, as it may hold a caller's code.
+    /// If memory runs out, the rest stays for the next turn. The pool also destroys the job, since
+    /// it may hold a caller's code.
     void submitDue() {
         for (; !dueJobs_.empty(); dueJobs_.erase(dueJobs_.begin()))
             pool_.submit([job = dueJobs_.begin()->second] { std::exchange(*job, nullptr)(); });
@@ -185,14 +185,14 @@ private:
         if (!prepare(easy, transfer)) conclude(easy, std::move(transfer), CURLE_OUT_OF_MEMORY);
     }
 
-    /// False when there is no memory for it.
+    /// False if memory runs out.
     bool prepare(CURL* easy, const std::shared_ptr<HTTPTransfer>& transfer) {
         if (easy == nullptr) return false;
         try {
             active_.emplace(easy, transfer);
             transfer->configure(easy, generations_.of(transfer->host()));
             if (curl_multi_add_handle(multi_, easy) == CURLM_OK) return true;
-        } catch (const std::bad_alloc&) {  // Told by the answer.
+        } catch (const std::bad_alloc&) {  // The return value tells.
         }
         active_.erase(easy);
         return false;
@@ -203,7 +203,7 @@ private:
         releaseOnPool(std::move(transfer));
     }
 
-    /// Ends the life of `object` on the pool: its destructor may be a caller's code.
+    /// Destroys `object` on the pool: its destructor may be a caller's code.
     template <typename Object>
     void releaseOnPool(Object object) {
         pool_.submit([object = std::move(object)] {});
@@ -223,7 +223,7 @@ private:
         beginNext(transfer->host(), false);
     }
 
-    /// What has ended is handed to the pool together, once the next ones have begun.
+    /// Hands all that has ended to the pool together, after the next transfers have started.
     void settle() {
         const TaskPool::Handover together;
         collectEnded();
@@ -273,7 +273,7 @@ private:
     std::vector<Command> commands_ KIVO_GUARDED_BY(mutex_);
     TimerQueue timers_ KIVO_GUARDED_BY(mutex_);
     bool sleeps_ KIVO_GUARDED_BY(mutex_) = false;
-    /// While it sleeps; libcurl may wake it earlier.
+    /// The limit of the current sleep; libcurl may wake the thread earlier.
     TimerQueue::Clock::time_point sleepsUntil_ KIVO_GUARDED_BY(mutex_){};
     bool stopping_ KIVO_GUARDED_BY(mutex_) = false;
     bool parked_ KIVO_GUARDED_BY(mutex_) = false;

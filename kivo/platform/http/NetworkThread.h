@@ -10,18 +10,17 @@ namespace kivo::platform {
 
 class NetworkLoop;
 
-/// The one thread that moves bytes: it owns the libcurl multi handle and all timers. Any thread may
-/// call; nothing here waits. No code of a caller's runs on it: completions and due jobs are handed
-/// to the pool.
+/// The thread that transfers bytes: it owns libcurl's multi handle and all timers. Any thread may
+/// call, and no call blocks. No caller's code runs on it: completions and due jobs are handed to
+/// the pool.
 class NetworkThread {
 public:
-    /// Starts the thread on first use; throws std::system_error when it cannot be had.
+    /// Starts the thread on first use; throws std::system_error if it cannot be started.
     static NetworkThread& shared();
 
     void start(std::shared_ptr<HTTPTransfer> transfer);
 
-    /// Ends `transfer` without an outcome if it is still going on. Its connection is not used
-    /// again.
+    /// Ends `transfer` without an outcome if it is still running. Its connection is not reused.
     void cancel(std::shared_ptr<HTTPTransfer> transfer);
 
     /// Hands `job` to the pool at `deadline`.

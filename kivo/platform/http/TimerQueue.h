@@ -10,7 +10,7 @@
 
 namespace kivo::platform {
 
-/// Jobs and when they are due, earliest first. Plain data: its owner guards it.
+/// Jobs in the order in which they are due. Not synchronised: its owner guards it.
 class TimerQueue {
 public:
     using Clock = std::chrono::steady_clock;
@@ -24,14 +24,14 @@ public:
         return timer;
     }
 
-    /// Takes the job of `timer` out, or an empty one if it was due already. The caller destroys it
-    /// where it likes.
+    /// Removes and returns the job of `timer`, or an empty one if it was due already. The caller
+    /// destroys it where it suits.
     Job remove(const Timer& timer) {
         auto node = jobs_.extract(timer);
         return node.empty() ? Job() : std::move(*node.mapped());
     }
 
-    /// Moves what is due over to `due`. Needs no memory.
+    /// Moves the jobs that are due to `due`. Needs no memory.
     void takeDue(Clock::time_point now, Jobs& due) {
         while (!jobs_.empty() && jobs_.begin()->first.first <= now)
             due.insert(jobs_.extract(jobs_.begin()));

@@ -9,10 +9,10 @@
 
 namespace kivo::platform {
 
-/// Decides which transfers run: six at a time to one host, or 24 once it has answered over a
-/// connection that it shares among them. While none runs, the first goes alone until it has
-/// connected, for the others to share what it finds. The others wait their turn here and not inside
-/// libcurl, whose own waiting list can miss a connection that has become free and leave a transfer
+/// Decides which transfers run: up to six to one host, or up to 24 once the host has answered over
+/// a connection that transfers share. When none is running, the first goes alone until it has
+/// connected, so that the others can share its connection. Transfers wait here and not inside
+/// libcurl, whose waiting list can miss a connection that has become free and leave a transfer
 /// waiting until the next time limit.
 class TransferQueue {
 public:
@@ -22,13 +22,13 @@ public:
     /// Whether `transfer` may start now; otherwise it waits.
     bool admit(const Transfer& transfer);
 
-    /// Those whose turn has come since the first transfers to their hosts have connected.
+    /// The transfers whose turn has come because the first one to their host has connected.
     Transfers connected();
 
     /// Notes that a transfer to `host` has ended, and returns those whose turn has come.
     Transfers ended(const std::string& host, bool isMultiplexed);
 
-    /// Takes `transfer` out if it waits; returns whether it did.
+    /// Removes `transfer` if it is waiting; returns whether it was.
     bool withdraw(const Transfer& transfer);
 
 private:

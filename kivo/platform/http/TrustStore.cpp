@@ -14,8 +14,8 @@ namespace kivo::platform {
 
 namespace {
 
-/// Whether `name` is how OpenSSL looks a certificate up: eight hexadecimal digits, a dot and a
-/// number.
+/// Whether `name` is one under which OpenSSL looks up a certificate: eight hexadecimal digits, a
+/// dot and a number.
 bool isHashedLink(std::string_view name) {
     constexpr std::size_t hashLength = 8;
     const auto isDigit = [](unsigned char c) { return std::isdigit(c) != 0; };

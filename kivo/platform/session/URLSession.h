@@ -13,17 +13,17 @@
 namespace kivo::platform {
 
 struct URLSessionConfiguration {
-    /// Asked in order; a request that none accepts is served by the built-in HTTP protocol.
+    /// Asked in order. A request that none of them accepts is served by the built-in HTTP protocol.
     std::vector<URLProtocolClass> protocolClasses;
-    /// How long a transfer of the built-in protocol may be idle, if its request does not set less.
+    /// How long a transfer of the built-in protocol may be idle, unless its request sets less.
     std::chrono::milliseconds timeoutIntervalForRequest = std::chrono::seconds(60);
-    /// How long a whole load may take from `resume()` on, whatever happens meanwhile.
+    /// How long a whole load may take from `resume()` on, with or without activity.
     std::chrono::milliseconds timeoutIntervalForResource = std::chrono::hours(7 * 24);
 };
 
-/// Makes tasks that load requests through the protocols of its configuration. Completion handlers
-/// of one session run one at a time, on the pool. Any thread may call. A session may go before its
-/// tasks.
+/// Creates tasks that load requests through the protocols of its configuration. Completion handlers
+/// of one session run one at a time, on the pool. Any thread may call. A session may be destroyed
+/// before its tasks have ended.
 class URLSession {
 public:
     using CompletionHandler = URLSessionDataTask::CompletionHandler;
@@ -38,8 +38,8 @@ public:
     std::shared_ptr<URLSessionDataTask> dataTask(URLRequest request,
                                                  CompletionHandler handler) const;
 
-    /// Loads `request`; throws its error, or "There was a bad response from the server." when none
-    /// came.
+    /// Loads `request`. Throws the load's error, or "There was a bad response from the server." if
+    /// no response came.
     Task<DataAndResponse> data(URLRequest request) const;
 
 private:

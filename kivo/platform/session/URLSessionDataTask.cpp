@@ -13,7 +13,7 @@ namespace kivo::platform {
 
 namespace {
 
-/// Without memory for it, that.
+/// If memory runs out, that is the error.
 std::exception_ptr urlError(URLError::Code code) noexcept try {
     return std::make_exception_ptr(URLError(code));
 } catch (...) {
@@ -69,7 +69,7 @@ std::shared_ptr<URLProtocol> URLSessionDataTask::makeProtocol() {
     return std::make_shared<HTTPURLProtocol>(std::move(request_), nullptr, shared_from_this());
 }
 
-/// Takes `protocol` in; false when the load has ended meanwhile.
+/// Keeps `protocol`; false if the load has ended meanwhile.
 bool URLSessionDataTask::adopt(const std::shared_ptr<URLProtocol>& protocol) {
     const Lock lock(mutex_);
     if (!ended_) protocol_ = protocol;
@@ -112,8 +112,8 @@ void URLSessionDataTask::urlProtocolDidFailWithError(std::exception_ptr error) {
     end(std::move(error));
 }
 
-/// The first call decides. The protocol is stopped and let go outside the lock, for it may call
-/// back, and before any handler runs: that of a load which it was making must not find it.
+/// The first call decides. The protocol is stopped and released outside the lock, since it may call
+/// back, and before any handler runs: the handler of its own inner load must no longer find it.
 void URLSessionDataTask::end(std::exception_ptr error) {
     const TaskPool::Handover atLast;
     std::shared_ptr<URLProtocol> protocol;

@@ -22,8 +22,7 @@ struct URLSessionConfiguration;
 class URLSessionDataTask final : public URLProtocolClient,
                                  public std::enable_shared_from_this<URLSessionDataTask> {
 public:
-    /// Receives the data (empty when the load finished without any) and the response, or the error
-    /// alone.
+    /// Receives either the data, which may be empty, and the response, or only the error.
     using CompletionHandler =
         std::function<void(std::optional<Data> data, std::shared_ptr<const URLResponse> response,
                            std::exception_ptr error)>;
@@ -32,8 +31,9 @@ public:
                        std::shared_ptr<OperationQueue> delegateQueue, URLRequest request,
                        CompletionHandler handler);
 
-    /// Begins the load and its time limit; a second call does nothing. The handler then runs once
-    /// on the session's queue. Throws, with nothing begun, when memory or threads cannot be had.
+    /// Starts the load and its time limit; a second call does nothing. The handler later runs once,
+    /// on the session's queue. Throws std::bad_alloc or std::system_error if memory or threads run
+    /// out; the load has then not started.
     void resume();
 
     /// Ends the load with "cancelled" (-999) unless it has ended already.
@@ -59,7 +59,7 @@ private:
 
     const std::shared_ptr<const URLSessionConfiguration> configuration_;
     const std::shared_ptr<OperationQueue> delegateQueue_;
-    URLRequest request_;  // Until the protocol has it.
+    URLRequest request_;  // Until the protocol takes it.
     CompletionHandler handler_;
 
     Mutex mutex_;  // A protocol, a time limit and a caller may end the load at once.

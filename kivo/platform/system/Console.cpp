@@ -31,7 +31,7 @@ std::shared_ptr<const Console::Output> currentOutput() {
     return current.output;
 }
 
-/// A failure that cost only our line is not left behind as a mark that the host might take for its
+/// A failure that lost only our line leaves no error flag behind, which the host might take for its
 /// own.
 void writeLocked(const std::string& text) {
     const bool isHostsToo = ferror_unlocked(stdout) != 0 || __fpending(stdout) > 0;
@@ -58,8 +58,7 @@ void Console::print(std::string line) noexcept {
         } else {
             writeToStandardOutput(std::move(line));
         }
-    } catch (
-        ...) {  // A line is lost; neither the host's fault nor a lack of memory may go further.
+    } catch (...) {  // The line is lost, by the host's sink or a lack of memory.
     }
 }
 

@@ -16,10 +16,10 @@
 
 namespace kivo::platform {
 
-/// The right to resume a suspended operation, exactly once, from any thread. Copies share it. The
-/// operation goes on on the pool. Resuming twice is a programming error and stops the process;
-/// never resuming leaves the operation suspended for good and says so on standard error, under the
-/// label it was made with.
+/// The right to resume a suspended operation exactly once, on any thread. Copies share it. The
+/// operation continues on the pool. Resuming twice is a programming error and stops the process. An
+/// operation that is never resumed stays suspended forever, and standard error says so, under the
+/// label that the continuation was created with.
 template <typename T>
 class CheckedContinuation {
 public:
@@ -49,7 +49,7 @@ private:
 
         const char* label;
         std::coroutine_handle<> suspended;
-        // Lives in the suspended operation: not to be touched once it resumes.
+        // Part of the suspended operation: it must not be touched once that resumes.
         std::optional<Result<T>>& slot;
         std::atomic<bool> resumed{false};
         Step<Shared> resumption{&Shared::goOn};

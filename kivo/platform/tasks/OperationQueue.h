@@ -7,9 +7,9 @@
 
 namespace kivo::platform {
 
-/// Runs its operations on the shared pool one at a time, in the order in which they came. An
-/// operation that throws is dropped. Made shared, so that it lives until the last of its operations
-/// has run.
+/// Runs its operations on the shared pool, one at a time and in the order in which they were added.
+/// An exception that leaves an operation is dropped. Owned by shared pointers, so that it lives
+/// until its last operation has run.
 class OperationQueue : public std::enable_shared_from_this<OperationQueue> {
 public:
     void addOperation(Work& operation);

@@ -9,7 +9,8 @@ namespace kivo::platform {
 
 namespace {
 
-/// A coroutine that nobody awaits, and work for the pool as it is: it destroys itself when it ends.
+/// A coroutine that is never awaited. It is itself the work that the pool runs, and it destroys
+/// itself when it ends.
 struct Detached {
     struct promise_type final : Work {
         using Handle = std::coroutine_handle<promise_type>;
@@ -25,7 +26,7 @@ struct Detached {
     Work& work;
 };
 
-/// The parameters live as long as the work: the owner, and the mark that it is unfinished.
+/// The parameters live as long as the task: its owner, and the activity that marks it unfinished.
 Detached carry([[maybe_unused]] std::shared_ptr<const void> owner,
                [[maybe_unused]] TaskPool::Activity unfinished, Task<void> work) {
     co_await std::move(work);

@@ -16,19 +16,19 @@ namespace kivo::platform {
 namespace {
 
 thread_local bool onPoolThread = false;
-/// Where what this thread submits gathers, while it does.
+/// Where this thread gathers its submissions, or null if it hands them over at once.
 thread_local WorkQueue* gathering = nullptr;
 
 }  // namespace
 
-/// The queue and what guards it. Barriers stand in the same queue as everything else: while one
-/// runs, nobody takes anything up.
+/// The queue and its lock. Barriers wait in the same queue as all other work: while one runs, no
+/// thread takes any work.
 class TaskPool::State final : public Process::Stoppable {
 public:
     /// The pool's, once it has a thread.
     static inline std::atomic<State*> running{nullptr};
 
-    /// Makes one, which belongs to its threads as soon as there is one.
+    /// Creates the state, which its threads own once the first of them has started.
     static State& begin() {
         Process::prepare();
         auto state = std::make_unique<State>();
@@ -38,7 +38,7 @@ public:
         running.store(&begun, std::memory_order_release);
         try {
             begun.startWorker("kivo-pool-2");
-        } catch (const std::exception&) {  // One thread does the work of two, only later.
+        } catch (const std::exception&) {  // One thread does the work of two, more slowly.
         }
         return begun;
     }
@@ -47,7 +47,7 @@ public:
         if (Process::isOwn()) push(makeWork(std::move(job), kind));
     }
 
-    /// `carriesOn` says that the calling thread, if it is one of the pool's, is about to be free.
+    /// `carriesOn` tells that the calling thread, if it belongs to the pool, is about to be free.
     void push(Work& work, bool carriesOn = false) {
         if (gathering != nullptr) return gathering->push(work);
         Lock lock(mutex_);
@@ -143,11 +143,11 @@ private:
             endActivityLocked();
         }
         --workers_;
-        ready_.notifyAll();  // The other one may have waited for a barrier of this one's.
+        ready_.notifyAll();  // The other thread may be waiting for a barrier that this one ran.
         changed_.notifyAll();
     }
 
-    /// Sleeps until there is something to take; false once the process ends and nothing is left.
+    /// Sleeps until there is work to take; false once the process exits and no work is left.
     bool awaitWork(Lock& lock) KIVO_REQUIRES(mutex_) {
         ++sleepers_;
         while (!canTake() && (!stopping_ || barrierRuns_)) ready_.wait(lock);
@@ -159,7 +159,7 @@ private:
     static void run(Work& work) noexcept {
         try {
             work.run();
-        } catch (...) {  // Nobody is left to tell; the host must not be harmed.
+        } catch (...) {  // There is nobody to report it to, and the host must not be harmed.
         }
     }
 
@@ -167,7 +167,7 @@ private:
     Condition ready_;
     Condition changed_;
     WorkQueue queue_ KIVO_GUARDED_BY(mutex_);
-    // Kept, not freed: at the process end nothing is torn down.
+    // Kept, not freed: nothing is torn down at exit.
     WorkQueue abandoned_ KIVO_GUARDED_BY(mutex_);
     int workers_ KIVO_GUARDED_BY(mutex_) = 0;
     int sleepers_ KIVO_GUARDED_BY(mutex_) = 0;

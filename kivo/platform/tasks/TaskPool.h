@@ -7,30 +7,29 @@ namespace kivo::platform {
 
 class Work;
 
-/// The process's background threads, two, started on first use, and the one queue they take their
-/// work from. Any thread may call, and nothing blocks but `waitUntilIdle`. A job that throws is
-/// dropped. In a forked child every call does nothing.
+/// The process's two background threads, started on first use, and the one queue from which they
+/// take their work. Any thread may call; only `waitUntilIdle` blocks. An exception that leaves a
+/// job is dropped. In a forked child every call does nothing.
 class TaskPool {
 public:
     using Job = std::function<void()>;
 
-    /// Starts the threads on first use; throws std::system_error when not even one can be had, and
-    /// std::bad_alloc when there is no memory to begin with.
+    /// Starts the threads on first use. Throws std::system_error if not even one can be started,
+    /// and std::bad_alloc if memory runs out.
     static TaskPool& shared();
 
     /// Runs `job` on a pool thread, after every barrier submitted before it.
     void submit(Job job);
 
-    /// Like `submit`, for work that carries on where the calling one is about to end: a pool
-    /// thread takes it up itself, next, rather than wake the other one for it. Never fails.
+    /// Like `submit`, for work that continues what the calling job is about to finish: a pool
+    /// thread runs it next, itself, instead of waking the other thread for it. Never fails.
     void submitNext(Work& work) noexcept;
 
-    /// Runs `job` after every barrier submitted before it, and holds back what is submitted after
-    /// it until it has returned. Keep it short. It still runs when the process is about to end.
+    /// Runs `job` after every barrier submitted before it; whatever is submitted later waits until
+    /// it has returned. Keep it short. It still runs while the process exits.
     void submitBarrier(Job job);
 
-    /// Like `submit`, for work that makes state durable: it still runs when the process is about to
-    /// end.
+    /// Like `submit`, for work that makes state durable: it still runs while the process exits.
     void submitCommit(Job job);
 
     /// Waits until no launched task is unfinished, no load runs and no commit is due, at most
@@ -41,8 +40,8 @@ public:
     /// Whether the calling thread belongs to the pool.
     static bool isPoolThread() noexcept;
 
-    /// While one is alive, what its thread submits gathers, and is handed over together at the end
-    /// of the outermost: one lock, one thread woken.
+    /// While one exists, the submissions of its thread are gathered; the outermost one hands them
+    /// over together when it ends, so that one lock is taken and one thread is woken.
     class Handover;
 
     /// One unfinished piece of work that `waitUntilIdle` waits for.

@@ -7,8 +7,8 @@
 
 namespace kivo::platform {
 
-/// Something to be run once. What waits to be run is chained through itself, so that queueing it
-/// takes no memory and cannot fail. It owns itself: nobody touches it after `run()`.
+/// Something to be run once. Queued work forms an intrusive list, so queueing needs no memory and
+/// cannot fail. It owns itself and must not be touched after `run()`.
 class Work {
 public:
     /// How the pool treats it.
@@ -42,7 +42,7 @@ public:
         last_ = &work;
     }
 
-    /// Not for an empty one.
+    /// The queue must not be empty.
     Work& pop() noexcept { return *std::exchange(first_, first_->behind_); }
 
 private:
@@ -50,7 +50,7 @@ private:
     Work* last_ = nullptr;
 };
 
-/// `function` as work, which frees itself when it has run.
+/// `function` as work that frees itself once it has run.
 inline Work& makeWork(std::function<void()> function, Work::Kind kind = Work::Kind::task) {
     class Function final : public Work {
     public:
@@ -67,7 +67,7 @@ inline Work& makeWork(std::function<void()> function, Work::Kind kind = Work::Ki
     return *new Function(std::move(function), kind);
 }
 
-/// One operation of `Owner` as work that is a part of it: having it run later cannot fail.
+/// A member function of `Owner` as work that is itself a member: running it later cannot fail.
 template <typename Owner>
 class Step final : public Work {
 public:
