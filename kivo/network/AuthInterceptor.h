@@ -12,8 +12,10 @@ namespace kivo {
 
 /// The protocol that serves every backend request. It adds the identity headers and the bearer
 /// token for the endpoint, sends the request on the shared session and relays the answer. A 401 is
-/// never relayed; it starts a token refresh and a resend, without limit. Each load has an
-/// interceptor of its own and owns it until the load ends, which is what stops an endless refresh.
+/// not relayed: it starts a token refresh and a resend, without limit. There are two exceptions: a
+/// user authentication is sent once more with a new merchant token, and that answer is relayed
+/// whatever it says; a 401 to a request without a token is dropped. Each load has an interceptor of
+/// its own and owns it until the load ends, which is what stops an endless refresh.
 class AuthInterceptor final : public platform::URLProtocol {
 public:
     static bool canInit(const platform::URLRequest& request);

@@ -29,7 +29,8 @@ public:
     /// Calls `endpoint`, a path relative to the base URL, and returns at once. `parameters` become
     /// the JSON body if `method` is exactly "POST" or "PUT"; otherwise they are ignored.
     /// `completion` is called exactly once: on the calling thread if the URL is invalid, otherwise
-    /// on the pool.
+    /// on the pool. Throws std::bad_alloc or std::system_error if memory or threads run out;
+    /// `completion` is then not called.
     template <typename T>
     void request(std::string_view endpoint, std::string_view method,
                  const std::optional<Parameters>& parameters, Completion<T> completion) {

@@ -46,8 +46,8 @@ void KivoCommunication::setKivoCore(std::shared_ptr<KivoCore> core) {
 
 void KivoCommunication::modifyKivoCore(
     const std::function<void(std::shared_ptr<KivoCore>&)>& change) {
-    std::shared_ptr<KivoCore>
-        changed;  // In the end the old core, which is released outside the lock.
+    // In the end this holds the old core, which is released outside the lock.
+    std::shared_ptr<KivoCore> changed;
     state_->kivoCore.modify([&](std::shared_ptr<KivoCore>& core) {
         changed = core;
         change(changed);

@@ -12,8 +12,9 @@ namespace kivo {
 /// manager holds nothing itself: every call asks the keychain. Callable on any thread.
 class AppKeychainManager {
 public:
-    /// The stored identifier, in any format; if there is none, a new one, which is stored. If the
-    /// new one cannot be stored, one line is printed, and the next call creates another.
+    /// The stored identifier, in any format, if it is UTF-8; otherwise a new one, which is stored
+    /// unless an item exists already. If it cannot be stored, one line is printed, and the next
+    /// call creates another.
     std::string getDeviceIdentifier() const;
 
 private:

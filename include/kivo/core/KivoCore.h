@@ -18,8 +18,8 @@ namespace kivo {
 /// dropped. Create a core with std::make_shared: a running operation then keeps it alive.
 class KIVO_EXPORT KivoCore : public std::enable_shared_from_this<KivoCore> {
 public:
-    /// The core's own copy of the configuration, which only `initSdk()` reads. Setting it neither
-    /// authenticates nor selects another backend.
+    /// The core's own copy of the configuration: the constructor reads `isProduction` from it and
+    /// `initSdk()` reads `apiKey`. Setting it neither authenticates nor selects another backend.
     virtual KivoConfig config() const;
     virtual void setConfig(KivoConfig config);
     /// Changes the copy in place; other threads wait while `change` runs.

@@ -25,10 +25,11 @@ public:
     static std::shared_ptr<KivoCommunicationPlugin> instance() noexcept;
 
     /// Blocks until no operation is running and everything that the operations stored has been
-    /// written to disk, or until `timeout` has passed. Returns whether that state was reached: true
-    /// at once if nothing is running, false in a forked child. It is meant for short-lived hosts;
-    /// call it on a thread of the host's own, since from a `Console` output it would wait for
-    /// itself. A thread that is cancelled in it ends after it.
+    /// written to disk or refused by it, or until `timeout` has passed. Returns whether that state
+    /// was reached: true at once if nothing is running, false in a forked child. It is meant for
+    /// short-lived hosts; call it on a thread of the host's own, since from a `Console` output it
+    /// would wait for itself. If the thread is cancelled during the call, the cancellation takes
+    /// effect after it returns.
     static bool waitUntilIdle(std::chrono::milliseconds timeout) noexcept;
 
     KivoSDK() = delete;

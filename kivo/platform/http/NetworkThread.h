@@ -15,7 +15,8 @@ class NetworkLoop;
 /// the pool.
 class NetworkThread {
 public:
-    /// Starts the thread on first use; throws std::system_error if it cannot be started.
+    /// Starts the thread on first use. Throws std::system_error if it cannot be started, and
+    /// std::bad_alloc if memory or descriptors run out.
     static NetworkThread& shared();
 
     void start(std::shared_ptr<HTTPTransfer> transfer);

@@ -13,8 +13,9 @@
 namespace kivo::platform::JSON {
 
 /// Reads a record from a JSON object in UTF-8; UTF-16 is refused. Keys that the record does not
-/// have are ignored, with numbers of any size and with malformed numbers and texts. A comma may
-/// follow the last item, the first of duplicate keys counts, missing and null optionals are absent.
+/// have are skipped with their values, even numbers of any size and malformed numbers and texts. A
+/// comma may follow the last item; the first of duplicate keys counts; a missing or null optional
+/// is absent.
 /// Throws DecodingError: dataCorrupted if `data` is not one JSON value nested at most
 /// `maximumDepth` deep, else why the first field, in declaration order, cannot be read.
 template <Record T>

@@ -167,7 +167,7 @@ void DatabaseFile::reportMissingPermission() noexcept {
     isReported_ = true;
     try {
         Console::print("Kivo has no permission to use " + path_.string() +
-                       ": what it would keep there is not kept");
+                       ": nothing is stored there");
     } catch (const std::exception&) {  // No memory for the line.
     }
 }

@@ -25,9 +25,9 @@ public:
     void read(const Block& block);
 
     /// Runs `block` in one transaction, possibly more than once. Creates the file (mode 0600) and
-    /// its directories (0700) if they are missing, independent of the umask; takes from an existing
-    /// file of this user what its mode allows to others; starts a new file after setting one aside.
-    /// Throws DatabaseError, which leaves the file as it was.
+    /// its directories (0700) if they are missing, independent of the umask; removes the
+    /// permissions of others from an existing file of this user; starts a new file after setting
+    /// one aside. Throws DatabaseError, which leaves the file as it was.
     void write(const Block& block);
 
 private:

@@ -41,8 +41,8 @@ public:
         };
         using Value = std::variant<bool, std::string, Bytes>;
 
-        std::vector<std::pair<std::string, std::optional<Value>>>
-            list_;  // In order; an empty value removes the key.
+        // In order; an empty value removes the key.
+        std::vector<std::pair<std::string, std::optional<Value>>> list_;
     };
 
     /// Arranges for `commit` to run later, once, on any thread.

@@ -4,9 +4,9 @@
 
 namespace kivo::platform {
 
-/// While one is alive, its thread cannot be cancelled. A thread that were cancelled inside the
-/// framework would leave locks held, and could not unwind through `noexcept`: the process would be
-/// aborted. A request that arrives meanwhile takes effect at the host's next cancellation point.
+/// While one exists, its thread cannot be cancelled. A thread cancelled inside the framework would
+/// leave locks held and could not unwind through `noexcept`, which would abort the process. A
+/// request that arrives meanwhile takes effect at the host's next cancellation point.
 class CancellationShield {
 public:
     CancellationShield() noexcept { pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &before_); }

@@ -69,8 +69,8 @@ public:
     bool await_ready() const noexcept { return false; }
 
     void await_suspend(std::coroutine_handle<> suspended) {
-        Start start =
-            std::move(start_);  // The operation, and this awaiter with it, may end while it runs.
+        // The operation, and this awaiter with it, may end while it runs.
+        Start start = std::move(start_);
         const CheckedContinuation<T> continuation(label_, suspended, outcome_);
         try {
             start(continuation);
