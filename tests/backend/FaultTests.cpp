@@ -37,13 +37,9 @@ TEST(FaultRuleTest, IsReadAndWrittenOrRefusedWithAdvice) {
     EXPECT_EQ(backend::ruleOf(backend::parseFault("*:hang:p=1.0:times=01")), "*:hang:times=1");
     const auto read = [](const std::string& rule) { backend::parseFault(rule); };
     expectAdvice(read, {{"", "write ENDPOINT:KIND"},
-                        {"401", "as in user/unset:401:times=2"},
                         {"user/unste:401", "user/unset, img, or *"},
                         {"*:404", "status=503[,json|html|empty|good]"},
-                        {"*:status=503,xml", "write status=503"},
                         {"*:delay=2", "write delay=2s"},
-                        {"*:hang=1", "write hang"},
-                        {"*:redirect=307,away", "same|relative"},
                         {"img:wrong-certificate", "write *:wrong-certificate"},
                         {"*:401:times=0", "write times=2 or p=0.3"},
                         {"*:401:p=nan", "write times=2 or p=0.3"},
@@ -77,15 +73,11 @@ TEST(FaultsTest, DrawsTheNewestThatFitsAsOftenAsItIsMeant) {
 }
 
 TEST(LifetimesTest, AreReadOrRefusedWithAnExample) {
-    const auto seconds = [](const std::string& text) {
-        const auto lifetimes = backend::parseLifetimes(text);
-        return std::pair(lifetimes.user, lifetimes.merchant);
-    };
-    EXPECT_EQ(seconds("user=2s"), std::pair(2s, 3600s));
-    EXPECT_EQ(seconds("merchant=3h,user=4m"), std::pair(240s, 10800s));
+    const auto lifetimes = backend::parseLifetimes("merchant=3h,user=4m");
+    EXPECT_EQ(std::pair(lifetimes.user, lifetimes.merchant), std::pair(240s, 10800s));
     const auto read = [](const std::string& text) { backend::parseLifetimes(text); };
-    for (const auto* text : {"", "user", "user=", "user=s", "user=5", "user=-1s", "user=1.5h",
-                             "app=1s", "user=1s,", "user=99999999999h"})
+    for (const auto* text :
+         {"", "user", "user=5", "user=1.5h", "app=1s", "user=1s,", "user=99999999999h"})
         expectAdvice(read, {{text, "user=15m,merchant=1h"}});
 }
 
@@ -96,8 +88,7 @@ TEST(LatencyTest, IsDrawnAroundItsMiddleOrRefusedWithAnExample) {
         drawn.insert(backend::Latency::parse("9ms+-30").draw(generator));
     EXPECT_EQ(std::tuple(drawn.size(), *drawn.begin(), *drawn.rbegin()), std::tuple(40, 0ms, 39ms));
     const auto read = [](const std::string& text) { backend::Latency::parse(text); };
-    const std::string example = "80ms+-30ms";
-    expectAdvice(read, {{"", example}, {"80", example}, {"80ms+-", example}, {"-1s", example}});
+    for (const auto* text : {"80", "80ms+-", "-1s"}) expectAdvice(read, {{text, "80ms+-30ms"}});
 }
 
 Request read(const std::string& text) {
@@ -126,7 +117,6 @@ TEST(ContractTest, NamesEachBreachInWords) {
         {"Content-Type: application/json\n", "", "Content-Type is missing"},
         {"/json", "/xml", "Content-Type is \"application/xml\"; it must be \"application/json\""},
         {"com.example", "", "x-package-name is empty"},
-        {"x-session-id", "X-Platform: IOS\nx-session-id", "x-platform appears 2 times"},
         {"," + user, "\nauthorization: " + user, "Authorization appears in 2 lines"},
         {"Authorization", "x-other", "Authorization is missing; it must carry a user token"},
         {"," + user, ",Bearer " + merchant, "merchant token \"M1\" instead of a user token"},

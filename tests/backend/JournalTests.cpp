@@ -87,12 +87,10 @@ TEST(ExpectationTest, IsMetByItsEndpointFieldsAndStatus) {
     const auto entry = entryFor(root + "user/authenticate", 401, R"({"name":"Ana B","phone":7})");
     const auto image = entryFor("/img/a.png");
     const std::vector<std::pair<std::vector<std::string>, bool>> cases{
-        {{"user/authenticate"}, true},
         {{" user/authenticate  status=401 "}, true},
         {{"user/authenticate status=200"}, false},
         {{"user/authenticate", "name=Ana B"}, true},
         {{"user/authenticate name=Ana"}, false},
-        {{"user/authenticate phone=7"}, false},
         {{"user/authenticate email="}, false},
         {{"sdk/authenticate"}, false},
         {{"img/a.png"}, false}};
@@ -110,8 +108,6 @@ TEST(SecretsTest, AreShortenedWhereverTheyStand) {
               R"({"data":{"userToken":"eyJh…last"},"name":"Ana"})");
     EXPECT_EQ(withoutSecrets(R"({"apiKey":"12345678","deviceToken":"123456789"})"),
               R"({"apiKey":"…","deviceToken":"1234…"})");
-    EXPECT_EQ(withoutSecrets(R"({"a":[{"userToken":"123456789"}]})"),
-              R"({"a":[{"userToken":"1234…"}]})");
     std::string deep;
     for (int level = 0; level < 100'000; ++level) deep += "{\"\":";
     EXPECT_EQ(withoutSecrets(deep + "\"" + token + "\"" + std::string(100'000, '}')),

@@ -30,11 +30,8 @@ expect_success "$check" "$scratch"
 refuses kivo/platform/http/Extra.cpp '"kivo/platform/session/URLSession.h"' \
     'kivo/platform/http may not include kivo/platform/session/URLSession.h of kivo/platform/session'
 refuses include/kivo/platform/Task.h '"kivo/sdk/KivoConfig.h"' 'kivo/platform/tasks may not include kivo/sdk/KivoConfig.h'
-refuses kivo/storage/CacheManager.cpp '"kivo/api/CoreRepository.h"' 'kivo/storage may not include'
 refuses kivo/core/KivoCore.cpp '"Task.h"' 'in no folder of the table'
 refuses kivo/extras/Extra.h '"kivo/platform/Task.h"' 'kivo/extras is not a folder of the table'
-refuses backend/service/Service.cpp '"kivo/platform/json/JSON.h"' 'backend/service may not include'
 refuses backend/journal/Tally.cpp '<kivo/sdk/KivoSDK.h>' 'backend/journal may not include kivo/sdk/KivoSDK.h'
-refuses kivo/platform/system/Thread.cpp '<curl/curl.h>' 'may not include <curl/curl.h>'
 refuses kivo/sdk/KivoSDK.cpp '<sqlite3.h>' 'may not include <sqlite3.h>'
 refuses kivo/api/CoreRepository.cpp '<fmt/core.h>' 'of a library that the table does not name'

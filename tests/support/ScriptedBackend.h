@@ -49,7 +49,7 @@ public:
     /// Sends the replies that hang at this moment.
     void release() { server_.release(); }
 
-    /// Expiries every connection and frees the port. What was asked can still be read.
+    /// Ends every connection and frees the port. What was asked can still be read.
     void stop() { server_.stop(); }
 
     std::uint16_t port() const { return server_.port(); }

@@ -1,0 +1,180 @@
+#include <gmock/gmock.h>
+
+#include <cstdio>
+
+#include "backend/run/Interception.h"
+#include "tests/support/TemporaryDirectory.h"
+
+namespace kivo::tests {
+
+namespace {
+
+using testing::ElementsAre;
+
+/// Shell commands, and a regular expression that occurs in what they print.
+struct Step {
+    std::string commands;
+    std::string prints;
+};
+
+/// Runs kivo-dev itself, from shell scripts.
+class ProgramTest : public testing::Test {
+protected:
+    /// Runs the steps in one shell, after a preparation that prints nothing. There, "kivo" replaces
+    /// the shell with the program, which is killed if it takes too long, and "ready" is a pipe.
+    void expectSteps(const std::string& preparation, const std::vector<Step>& steps) const {
+        std::string script =
+            "exec 2>&1; cd " + folder_.path().string() + "; mkfifo ready; export TMPDIR=$PWD\n" +
+            "unset SSL_CERT_DIR SSL_CERT_FILE; dev=" KIVO_DEV_PROGRAM "\n" +
+            "kivo() { XDG_DATA_HOME=$PWD exec timeout -s KILL 20 $dev \"$@\"; }\n" + preparation;
+        for (const auto& step : steps) script += "\nprintf '\\036'\n" + step.commands;
+        FILE* output = popen(script.c_str(), "re");
+        EXPECT_EQ(nextPart(output), "");
+        for (const auto& step : steps)
+            EXPECT_THAT(nextPart(output), testing::ContainsRegex(step.prints)) << step.commands;
+        pclose(output);
+    }
+
+private:
+    static std::string nextPart(FILE* output) {
+        std::string part;
+        for (int next = 0; (next = std::fgetc(output)) != EOF && next != '\x1e';)
+            part += static_cast<char>(next);
+        return part;
+    }
+
+    TemporaryDirectory folder_;
+};
+
+TEST_F(ProgramTest, CommandsControlARunningBackend) {
+    const std::string preparation = R"(
+        kivo serve --port 0 --strict --ready-fd 3 3>ready >log & server=$!
+        { read -r port trust; read -r KIVO_DEV_ADMIN_PORT; } <ready; export KIVO_DEV_ADMIN_PORT
+        twice="X-Platform: a\r\nx-platform: b"
+        get() { printf "GET $1 HTTP/1.1\r\n$twice\r\nConnection: close\r\n\r\n" |
+            openssl s_client -quiet -connect localhost:$port -CAfile $trust 2>/dev/null |
+            tail -n1; }
+        printf picture >a.png)";
+    const std::string address = R"(sed "s|:$port/|:PORT/|; s|$trust|TRUST|" log)";
+    expectSteps(
+        preparation,
+        {{"(kivo fault add img:garbage:times=1)", "^added img:garbage:times=1\n$"},
+         {"get /img/a >garbage; (kivo fault list)", "\n  img:garbage:times=1  .1 hit.\n$"},
+         {"(kivo fault clear img:hang)", "no fault img:hang; see: kivo-dev fault list\n$"},
+         {"(kivo fault clear)", "^cleared 1 fault\n$"},
+         {"(kivo push --image-file a.png)", "/img/push-1.png\"\n"},
+         {"get /img/push-1.png", "^picture$"},
+         {"openssl s_client -proxy 127.0.0.1:$KIVO_DEV_ADMIN_PORT -connect localhost:$port",
+          "CONNECT failed.* 403 Forbidden"},
+         {"(kivo expect img/push-1.png status=200)", "  hit 1\n$"},
+         {"(kivo expect user/unset --within 1ms)", "there was none to that endpoint\n$"},
+         {"get /api/communication/user/unset >log2; (kivo expect 'user/unset status=405')",
+          "BROKEN: .*; x-platform appears 2 times"},
+         {"(kivo state)", "\n  push-1.png  .1 hit.\n.*\n  broke the contract  1\n$"},
+         {"(kivo requests)", " ms  fault img:garbage:times=1\n"},
+         {"(kivo reset); (kivo requests)", "^reset\n$"},
+         {"(kivo expire all)", "^expired: all\n$"},
+         {"kill $server; wait $server; echo $?", "--strict: 1 request broke the contract.*\n1\n$"},
+         {"(kivo state)", "no kivo-dev is running at .*start one with: kivo-dev serve"},
+         {"(kivo ca path)", "/kivo-dev/ca.pem\n$"},
+         {address, "  https://localhost:PORT/\n.*=TRUST\n.*GET /img/push-1.png  200  "}});
+}
+
+TEST_F(ProgramTest, ServeEndsThoughNobodyReadsWhatItPrints) {
+    const std::string endedBy = R"(endedBy() {
+        kivo serve --port 0 --ready-fd 3 3>ready >&4 2>&4 & read -r port trust <ready
+        kill -$1 $!; wait $!; echo ${port:+ready} $?; })";
+    expectSteps(
+        "mkfifo full; exec 4<>full; dd if=/dev/zero of=full bs=4096 oflag=nonblock 2>/dev/null\n" +
+            endedBy,
+        {{"endedBy INT", "^ready 0\n$"}, {"endedBy TERM", "^ready 0\n$"}});
+}
+
+TEST_F(ProgramTest, AMistakeEndsItWithAdvice) {
+    expectSteps(
+        "kivo serve --port 0 --ready-fd 3 3>ready >log & read -r port trust <ready",
+        {{"(kivo serve --port $port); echo $?",
+          "port [0-9]+ is already in use.* --port N .*\n1\n$"},
+         {"(kivo serve --port 0 --admin-port $port); echo $?", "in use.* --admin-port N .*\n1\n$"},
+         {"(kivo serve --ready-fd 9 9>&-); echo $?", "descriptor 9 is not open.*\n1\n$"},
+         {"(kivo serve --fault img:lunch); echo $?", "\"lunch\" is not a kind of fault.*\n1\n$"},
+         {"(kivo run --host 1.2.3.4 -- true); echo $?", "--host takes a DNS name.*\n1\n$"},
+         {"(kivo run -- ./missing) >out; echo $?", "cannot start ./missing: .*path right.*\n1\n$"},
+         {"(kivo); echo $?; kill $!", "A subcommand is required.*\n1\n$"}});
+}
+
+/// "ask HOST:PORT" sends a request for an image over TLS through the proxy, as an application does.
+const std::string ask = R"(
+    cat >ask <<'END'
+    printf "${2:-GET} ${3:-/img/a} HTTP/1.1\r\nConnection: close\r\n\r\n" |
+        openssl s_client -quiet -proxy ${HTTPS_PROXY#http://} -connect $1 -CAfile $SSL_CERT_FILE \
+            -verify_return_error -verify_hostname ${1%:*} 2>/dev/null | head -n1
+END
+)";
+
+TEST_F(ProgramTest, RunAnswersForTheBaseUrlsAndForwardsToAllOtherHosts) {
+    const std::string preparation = ask + R"(
+        kivo serve --port 0 --ready-fd 3 3>ready >log & read -r port trust <ready
+        export NO_PROXY=* http_proxy=x ALL_PROXY=x SSL_CERT_FILE=$trust
+        open=$(ls /proc/self/fd | wc -l); cat >app <<END
+        sh ask api.kivo.example:443; sh ask extra.example:99; sh ask localhost:$port
+        env | grep -i proxy= | sort; echo expected \$($dev expect img/a | wc -l)
+        echo mode \$(stat -c %a \$SSL_CERT_FILE)
+        [ \$(ls /proc/self/fd | wc -l) = $open ] && echo inherited nothing
+        printf oops >&2; printf unended; exit 7
+END
+)";
+    expectSteps(
+        preparation,
+        {{"(kivo run --host extra.example -- sh app) >out; echo $?", "^app err . oops\n7\n$"},
+         {"ls $PWD | grep trust", "^$"},
+         {"grep -c /img/a log; kill $!", "^1\n$"},
+         {"grep -c '^backend .*GET /img/a  200' out", "^2\n$"},
+         {"grep -c '^app     | HTTP/1.1 200 OK' out", "^3\n$"},
+         {"grep 'answered here' out", "api.kivo.example:443[^\n]*, extra.example\n"},
+         {"grep -ic 'proxy=' out", "^2\n$"},
+         {"grep HTTPS_PROXY out", "^app     . HTTPS_PROXY=http://127.0.0.1:[0-9]+\n$"},
+         {"grep https_proxy out", "^app     . https_proxy=http://127.0.0.1:[0-9]+\n$"},
+         {"grep expected out", " 1\n$"},
+         {"grep mode out", " 600\n$"},
+         {"grep -c 'inherited nothing' out; grep -c 'app     | unended' out", "^1\n1\n$"},
+         {"tail -n3 out", "^kivo-dev: the program ended with status 7\n  images  2\n  0 refresh"}});
+}
+
+TEST_F(ProgramTest, RunEndsAsTheProgramEnds) {
+    const std::string signalled = R"(signalled() {
+        kivo run -- sh -c 'setsid sleep 20 & echo $! >ready; exec sleep 60' >log &
+        read -r left <ready; kill -$1 $!; wait $!; echo $?; kill $left && echo not waited for; })";
+    const std::string strict =
+        "(kivo run --strict -- sh ask api.kivo.example:443 PUT /api/communication/user/unset) >log";
+    expectSteps(ask + signalled,
+                {{"signalled INT", "^130\nnot waited for\n$"},
+                 {"signalled TERM", "^143\nnot waited for\n$"},
+                 {strict + "; echo $?; grep -c BROKEN log", "^1\n1\n$"},
+                 {"(kivo run -- sh -c 'setsid yes & exit 3') >log; echo $?", "^3\n$"},
+                 {"grep -c 'with status 3' log", "^1\n$"},
+                 {"ls $PWD | grep trust", "^$"}});
+}
+
+TEST(InterceptionTest, CoversItsHostsAndPorts) {
+    backend::Interception interception;
+    for (const auto* url : {"https://API.example/push/", "https://localhost:8443/",
+                            "https://[::1]/", "https://10.0.0.1/"})
+        interception.addBaseUrl(url);
+    interception.addHost("cdn.example");
+    interception.addHost("one.example:81");
+    for (const auto* target :
+         {"api.example:443", "Localhost:8443", "[::1]:443", "cdn.example:1", "one.example:81"})
+        EXPECT_TRUE(interception.covers(target)) << target;
+    for (const auto* target :
+         {"api.example:444", "api.example", "x.api.example:443", "10.0.0.1:443", "localhost:80",
+          "one.example:82", "", ":443", "api.example:443x"})
+        EXPECT_FALSE(interception.covers(target)) << target;
+    EXPECT_THAT(interception.names(), ElementsAre("api.example", "cdn.example", "one.example"));
+    for (const auto* host : {"", "10.0.0.1", "https://x", "a b", "x:0", "*.example", "x:1:2"})
+        EXPECT_THROW(interception.addHost(host), std::invalid_argument) << host;
+}
+
+}  // namespace
+
+}  // namespace kivo::tests
