@@ -123,11 +123,14 @@ TEST_F(StateTest, AFileRunsNoProgram) {
 }
 
 TEST_F(StateTest, DefaultsLoadTheLatestRowsOfALargeFile) {
+    const std::string large(10'000, 'x');
     Database writer(file);
-    writer.execute(
+    auto rows = writer.prepare(
         "INSERT INTO defaults WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n LIMIT "
-        "80000) SELECT 'foreign' || i, '' FROM n");
-    EXPECT_EQ(stored("foreign80000"), "");
+        "2000) SELECT 'foreign' || i, ? FROM n");
+    rows.bindText(1, large);
+    rows.run();
+    EXPECT_EQ(stored("foreign2000"), large);
     EXPECT_EQ(stored("old"), std::nullopt);
     set(defaults, "old", std::string(17 << 20, 'x'));
     set(defaults, "new", "2");
