@@ -95,17 +95,17 @@ int serve(ServeOptions options) {
     requireOpen(options.readyDescriptor);
     startSignalThread();
     const auto store = openAuthorityStore(authorityFolder());
-    auto& [deskOptions, adminPort, strict] = options.common;
+    auto& deskOptions = options.common.desk;
+    const bool strict = options.common.strict;
     deskOptions.identity = store.authority.issue(loopbackHosts());
     deskOptions.onHandshakeFailed = [](const auto& reason) { print(handshakeLine(reason)); };
-    Desk desk(deskOptions,
-              [showSecrets = deskOptions.showSecrets, strict = strict](const Entry& entry) {
-                  recordStatus(entry, strict);
-                  print(requestLine(entry, showSecrets));
-              });
+    Desk desk(deskOptions, [showSecrets = deskOptions.showSecrets, strict](const Entry& entry) {
+        recordStatus(entry, strict);
+        print(requestLine(entry, showSecrets));
+    });
     desk.open();
     std::optional<AdminServer> admin;
-    if (adminPort) admin.emplace(desk, *adminPort);
+    if (options.common.adminPort) admin.emplace(desk, *options.common.adminPort);
     if (options.readyDescriptor)
         writeReadyLines(*options.readyDescriptor, desk, admin, store.trustFile);
     print(readyText(desk, admin, store.trustFile) + faultLines(desk));
