@@ -73,7 +73,7 @@ protected:
     }
 
     /// Everything goes well up to the operation, and the faults befall it alone.
-    Output& operateAmidFaults() {
+    auto& operateAmidFaults() {
         const auto& [rules, operation, atOnce, later] = GetParam();
         for (const std::string step : {"initialise", "setUser"}) {
             if (step == operation) break;

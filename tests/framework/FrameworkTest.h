@@ -7,9 +7,10 @@
 #include <string>
 
 #include "kivo/platform/Bundle.h"
+#include "kivo/platform/Console.h"
 #include "kivo/sdk/KivoSDK.h"
 #include "kivo/storage/CacheManager.h"
-#include "tests/framework/Output.h"
+#include "tests/framework/Lines.h"
 #include "tests/support/Background.h"
 #include "tests/support/ScriptedBackend.h"
 #include "tests/support/TemporaryDirectory.h"
@@ -33,6 +34,7 @@ protected:
         set("https_proxy", backend_.proxyUrl());
         for (const char* name : {"no_proxy", "NO_PROXY", "http_proxy", "all_proxy", "ALL_PROXY"})
             unsetenv(name);
+        platform::Console::setOutput([&to = output_](std::string_view line) { to.add(line); });
         platform::Bundle::setMainIdentifier("com.example.tests");
         backend_.answer("", success);
     }
@@ -57,7 +59,8 @@ protected:
     }
 
     ScriptedBackend& backend() { return backend_; }
-    Output& output() { return output_; }
+    /// What the framework prints, line by line, in place of standard output.
+    Lines& output() { return output_; }
     const TemporaryDirectory& home() const { return home_; }
 
 private:
@@ -70,7 +73,7 @@ private:
 
     TemporaryDirectory home_;
     ScriptedBackend backend_{home_.path(), {"api.kivo.example"}};
-    Output& output_ = *new Output;  ///< Never destroyed: background work may still print.
+    Lines& output_ = *new Lines;  ///< Never destroyed: background work may still print.
 };
 
 }  // namespace kivo::tests

@@ -1,7 +1,5 @@
 #include <csignal>
 #include <cstdlib>
-#include <fstream>
-#include <iterator>
 
 #include "tests/framework/FrameworkTest.h"
 
@@ -25,17 +23,11 @@ protected:
     };
 
     Ended runHost(const std::string& commands) {
-        const auto output = home().path() / "output";
-        const auto errors = home().path() / "errors";
-        const std::string line = std::string("exec " KIVO_TEST_HOST " ") + commands + " >" +
-                                 output.string() + " 2>" + errors.string();
+        const auto output = home().path() / "output", errors = home().path() / "errors";
+        const auto line = "exec " KIVO_TEST_HOST " " + commands + " >" + output.string() + " 2>" +
+                          errors.string();
         const int status = std::system(line.c_str());
         return {status, contentOf(output), contentOf(errors)};
-    }
-
-    static std::string contentOf(const std::filesystem::path& file) {
-        std::ifstream stream(file);
-        return {std::istreambuf_iterator<char>(stream), {}};
     }
 };
 

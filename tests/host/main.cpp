@@ -84,17 +84,15 @@ void inAForkedChild() {
 
 /// Threads that are cancelled before they enter: each call runs to its end, and then they go.
 void cancelThreads() {
+    const auto calls = [](void*) -> void* {
+        pthread_cancel(pthread_self());
+        everyOperation();
+        await();
+        return nullptr;
+    };
     for (int turn = 0; turn < 50; ++turn) {
         pthread_t thread{};
-        pthread_create(
-            &thread, nullptr,
-            [](void*) -> void* {
-                pthread_cancel(pthread_self());
-                everyOperation();
-                await();
-                return nullptr;
-            },
-            nullptr);
+        pthread_create(&thread, nullptr, calls, nullptr);
         pthread_join(thread, nullptr);
     }
 }

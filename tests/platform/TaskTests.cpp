@@ -1,7 +1,5 @@
 #include <gmock/gmock.h>
 
-#include <fstream>
-
 #include "kivo/platform/Task.h"
 #include "kivo/platform/tasks/Continuation.h"
 #include "kivo/platform/tasks/OperationQueue.h"
@@ -122,28 +120,6 @@ TEST(TaskPoolTest, AHandoverKeepsWhatItsThreadSubmitsUntilTheOutermostEnds) {
     }
     settle();
     EXPECT_EQ(late, 1);
-}
-
-/// The calling thread's name and the signals that it blocks.
-std::string self() {
-    std::ifstream status("/proc/thread-self/status");
-    std::string told;
-    for (std::string line; std::getline(status, line);)
-        if (line.starts_with("Name:") || line.starts_with("SigBlk:")) told += line;
-    return told;
-}
-
-TEST(TaskPoolTest, ItsThreadsAreTwoNamedAndDeafToTheHostsSignals) {
-    const auto before = self();
-    std::latch both{2};
-    std::string threads[2];
-    for (auto& thread : threads) pool().submit([&] { both.arrive_and_wait(), thread = self(); });
-    settle();
-    // All but ILL, TRAP, ABRT, BUS, FPE, SEGV, PROF, SYS, and what nobody can block.
-    const std::string blocked = "SigBlk:\tfffffffe3bfbfa07";
-    EXPECT_THAT(threads, testing::UnorderedElementsAre("Name:\tkivo-pool-1" + blocked,
-                                                       "Name:\tkivo-pool-2" + blocked));
-    EXPECT_EQ(self(), before);
 }
 
 }  // namespace

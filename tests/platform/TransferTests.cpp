@@ -14,23 +14,19 @@ std::shared_ptr<HTTPTransfer> transferTo(std::string_view url) {
 
 TEST(TransferQueue, RunsSixToAHostAnd24OnceItMultiplexes) {
     enum Connection { separate, multiplexed };
-    struct Row {
-        const char* transfer;
-        Connection connection;
-        std::size_t runningAfterItsEnd;
-    };
     TransferQueue queue;
     std::size_t running = 0;
     for (int i = 0; i < 60; ++i) running += queue.admit(transferTo("https://host/")) ? 1 : 0;
     EXPECT_EQ(running, 1U) << "the first connects alone";
     EXPECT_TRUE(queue.admit(transferTo("https://other/")));
-    const Row table[] = {{"the first", separate, 6},
-                         {"one of six", separate, 6},
-                         {"the first that multiplexes", multiplexed, 24},
-                         {"one of 24", multiplexed, 24},
-                         {"one more than six need", separate, 23},
-                         {"another such", separate, 22},
-                         {"one that multiplexes again", multiplexed, 24}};
+    const std::tuple<const char*, Connection, std::size_t> table[] = {
+        {"the first", separate, 6},
+        {"one of six", separate, 6},
+        {"the first that multiplexes", multiplexed, 24},
+        {"one of 24", multiplexed, 24},
+        {"one more than six need", separate, 23},
+        {"another such", separate, 22},
+        {"one that multiplexes again", multiplexed, 24}};
     for (const auto& [transfer, connection, expected] : table) {
         running += queue.ended("host:443", connection == multiplexed).size();
         EXPECT_EQ(--running, expected) << transfer;

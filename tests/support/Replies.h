@@ -24,7 +24,6 @@ inline Reply messageReply(const std::string& message) { return okReply({{"messag
 inline Reply refusedReply(int status, const std::string& message = "refused") {
     return backend::refusal(status, message);
 }
-inline Reply jsonReply(int status, const std::string& body) { return Reply::json(status, body); }
 inline Reply redirectReply(int status, const std::string& location) {
     return {.status = status, .headers = {{"Location", location}}};
 }
@@ -33,7 +32,6 @@ inline Reply redirectReply(int status, const std::string& location) {
 inline Reply rawReply(const std::string& bytes) {
     return {.body = bytes, .delivery = Delivery::raw};
 }
-inline Reply closedBeforeReply() { return {.delivery = Delivery::closeBeforeReply}; }
 
 /// The same reply, brought differently.
 inline Reply delayed(std::chrono::milliseconds delay, Reply reply) {

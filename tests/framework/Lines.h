@@ -10,7 +10,6 @@
 #include <utility>
 #include <vector>
 
-#include "kivo/platform/Console.h"
 #include "tests/support/Patience.h"
 
 namespace kivo::tests {
@@ -65,13 +64,4 @@ private:
     std::condition_variable added_;
     std::vector<std::string> lines_;
 };
-
-/// What the framework prints, line by line, in place of standard output.
-class Output : public Lines {
-public:
-    Output() {
-        platform::Console::setOutput([this](std::string_view line) { add(line); });
-    }
-};
-
 }  // namespace kivo::tests
