@@ -119,14 +119,6 @@ void storm() {
     say("asked " + std::to_string(asked));
 }
 
-/// A host that changes its environment all the time, against all advice.
-void keepSettingVariables() {
-    std::thread([] {
-        for (unsigned turn = 0;; ++turn)
-            setenv(("HOST_" + std::to_string(turn % 4096)).c_str(), "value", 1);
-    }).detach();
-}
-
 volatile std::sig_atomic_t signalsHandled = 0;
 
 /// Handlers without SA_RESTART, so that whatever they interrupt sees EINTR; and a profiler's clock,
@@ -224,7 +216,6 @@ const std::map<std::string, void (*)()> commands = {
     {"cancel-threads", cancelThreads},
     {"fork", inAForkedChild},
     {"spawn", [] { say("spawned " + std::to_string(WEXITSTATUS(std::system("exit 7")))); }},
-    {"set-variables", keepSettingVariables},
     {"signals", handleSignals},
     {"signals-handled", [] { say("handled " + std::to_string(signalsHandled)); }},
     {"locale", changeLocale},

@@ -5,12 +5,13 @@ import re
 import socket
 from types import SimpleNamespace
 
-from harness import EVERYTHING, PATIENCE, Skip, brief, ended_well, finish, go_on, host, in_parallel
-from harness import is_clean, place, row, start, told
+from harness import EVERYTHING, PATIENCE, Skip, brief, ended_well, finish, go_on, host, is_clean
+from harness import judge, peak_memory, place, require, row, start
 from peers import Mute, Server, Wire, black_hole, dying, half_close, nginx, reset, two_addresses
 from peers import within
 
 BOTH, IMAGE = "init user await", "init image await"
+STEP = " fail" + " token await" * 20  # On the connection that is there.
 RESTING = BOTH + " token await sleep sleep sleep" * 9
 BAD, GOOD = "Failed to setUser: ", "setUser successfully: "
 TOKEN_KEPT = "updateDeviceToken successfully: "
@@ -19,15 +20,11 @@ TWO_HOSTS = "127.0.0.3 two.example\n127.0.0.1 two.example\n"
 
 
 def silenced_http2():
-    return Wire(nginx(), 9000, "silence", once=True, proxy=True)
+    return Wire(nginx(), 9000, "silence", proxy=True)
 
 
-def says(answer):
-    return lambda: Mute(answer)
-
-
-def given(**options):
-    return lambda: options
+def clock_steps(seconds):
+    return lambda: {"shim": {"CLOCK_STEP": seconds}}
 
 
 def untrusted():
@@ -40,7 +37,6 @@ def image_at_two_addresses():
 
 TAKEN = b"HTTP/1.1 200 OK\r\n\r\n"  # To CONNECT.
 REFUSED = b"HTTP/1.1 407 No\r\nContent-Length: 0\r\n\r\n"
-FORTY_DAYS_ON = {"CLOCK_STEP": 40 * 86400}
 FEW_DESCRIPTORS = ("sh", "-c", 'ulimit -n 8; exec "$@"', "sh")
 
 
@@ -49,22 +45,24 @@ FEW_DESCRIPTORS = ("sh", "-c", 'ulimit -n 8; exec "$@"', "sh")
 CONNECTIONS = {
     "refused": (lambda: SimpleNamespace(port=1), dict, BOTH, BAD),
     "a black hole": (black_hole, dict, BOTH, BAD),
-    "a hung handshake": (says(TAKEN), dict, BOTH, BAD),
-    "a silent proxy": (says(b""), dict, BOTH, BAD),
-    "a proxy that says no": (says(REFUSED), dict, BOTH, BAD),
-    "a proxy that talks nonsense": (says(bytes(range(256)) * 9), dict, BOTH, BAD),
-    "no TLS": (says(TAKEN + b"no handshake " * 99), dict, BOTH, BAD),
+    "a hung handshake": (lambda: Mute(TAKEN), dict, BOTH, BAD),
+    "a silent proxy": (Mute, dict, BOTH, BAD),
+    "a proxy that says no": (lambda: Mute(REFUSED), dict, BOTH, BAD),
+    "a proxy that talks nonsense": (lambda: Mute(bytes(range(256)) * 9), dict, BOTH, BAD),
+    "no TLS": (lambda: Mute(TAKEN + b"no handshake " * 99), dict, BOTH, BAD),
     "a wrong name": (lambda: Server(cert=place.wrong_name), untrusted, BOTH, BAD),
     "an unknown authority": (Server, untrusted, BOTH, BAD),
-    "an expired certificate": (Server, given(shim=FORTY_DAYS_ON), "fail " + BOTH, BAD),
-    "no trust store": (Server, given(SSL_CERT_FILE="/nowhere"), BOTH, BAD),
-    "an empty trust store": (Server, given(SSL_CERT_FILE="/dev/null"), BOTH, BAD),
+    "an expired certificate": (Server, clock_steps(40 * 86400), "fail " + BOTH, BAD),
+    "a clock put forward": (Server, clock_steps(3600), BOTH + STEP, GOOD),
+    "a clock put back": (Server, clock_steps(-3600), BOTH + STEP, GOOD),
+    "no trust store": (Server, lambda: {"SSL_CERT_FILE": "/nowhere"}, BOTH, BAD),
+    "an empty trust store": (Server, lambda: {"SSL_CERT_FILE": "/dev/null"}, BOTH, BAD),
     "closed after each reply": (lambda: dying(lambda _: None), dict, RESTING, GOOD),
     "a pooled connection that died": (lambda: dying(reset), dict, RESTING, GOOD),
     "one half closed": (lambda: dying(half_close), dict, RESTING, GOOD),
     "1 Mbit/s, 400 ms": (lambda: Wire(Server(), delay=0.2, rate=125000), dict, BOTH, GOOD),
-    "8 descriptors": (Server, given(around=FEW_DESCRIPTORS), BOTH, ""),
-    "IPv6 only": (lambda: Server(at="::1"), given(image="https://[::1]:{}/i"), IMAGE, HIT),
+    "8 descriptors": (Server, lambda: {"around": FEW_DESCRIPTORS}, BOTH, ""),
+    "IPv6 only": (lambda: Server(at="::1"), lambda: {"image": "https://[::1]:{}/i"}, IMAGE, HIT),
     "a dead first address": (two_addresses, image_at_two_addresses, IMAGE, HIT),
     "HTTP/2 that falls silent": (silenced_http2, dict, BOTH + " 40:token await" * 2, TOKEN_KEPT),
 }
@@ -78,7 +76,7 @@ def outcomes_due(commands):
 
 @row("connections", CONNECTIONS)
 def connections(times):
-    bad, took = [], {}
+    took = {}
 
     def one(name):
         make_peer, make_options, commands, expected = CONNECTIONS[name]
@@ -87,42 +85,34 @@ def connections(times):
             image = options.pop("image").format(peer.port)
             options |= {"HOST_IMAGE": image, "no_proxy": "*"}
         ended = host(commands, peer, **options)
+        took[name] = ended.seconds
         is_right = expected in ended.output and not (expected == GOOD and "Failed" in ended.output)
         if not is_clean(ended) or ended.outcomes != outcomes_due(commands) or not is_right:
-            bad.append(f"{name}: {brief(ended)} {ended.output[-600:]}")
-        took[name] = ended.seconds
+            return f"{brief(ended)} {ended.output[-600:]}"
 
-    in_parallel(one, list(CONNECTIONS) * times, 18)
+    seen, is_right = judge(one, list(CONNECTIONS) * times, at_once=18)
     slowest = max(took, key=took.get)
-    seen = f"slowest: {slowest}, {took[slowest]:.0f} s"
-    return f"{len(CONNECTIONS) * times} cases, {told(bad)}; {seen}", not bad
+    return f"{seen}; slowest: {slowest}, {took[slowest]:.0f} s", is_right
 
 
-def silent_name_server():
-    silent = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
-    try:
-        silent.bind(("127.0.0.9", 53))
-    except PermissionError:
-        raise Skip("needs the right to bind port 53")
-    return silent
-
-
-def requests_take(address):
+def requests_take(address, around):
     """How long all other requests take while 5 images wait for the address, in milliseconds."""
-    server, around = Server(), within("resolv.conf", "nameserver 127.0.0.9\n")
+    server = Server()
     variables = {"HOST_IMAGE": address, "no_proxy": "nowhere.example"}
     ended = host("init user await 5:image 20:token await", server, around=around, **variables)
-    if not is_clean(ended) or ended.outcomes != 27:
-        raise AssertionError(f"{brief(ended)} {ended.output[-500:]}")
+    require(is_clean(ended) and ended.outcomes == 27, brief(ended), ended.output[-500:])
     moments = [r.time for r in server.requests if r.path.endswith("token")]
     return round((moments[-1] - moments[0]) * 1000)
 
 
 @row("dead DNS")
 def dead_dns(times):
-    place.children.append(silent_name_server())
-    dead = sorted(requests_take("http://nowhere.example/i") for _ in range(times))
-    alive = sorted(requests_take("http://127.0.0.1:1/i") for _ in range(times))
+    around = within("resolv.conf", "nameserver 127.0.0.9\n")
+    silent = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
+    place.children.append(silent)
+    silent.bind(("127.0.0.9", 53))
+    dead = sorted(requests_take("http://nowhere.example/i", around) for _ in range(times))
+    alive = sorted(requests_take("http://127.0.0.1:1/i", around) for _ in range(times))
     seen = f"20 requests within {dead} ms, {alive} ms where the name server is not asked"
     # The slower runs measure the machine, too.
     return f"{seen}; the images failed at last", dead[0] <= alive[0] + 50
@@ -150,10 +140,8 @@ def soak(times):
 
 def size_of(process):
     """Memory in MB, descriptors, threads."""
-    proc = f"/proc/{process.pid}"
-    with open(f"{proc}/statm") as statm:
-        pages = int(statm.read().split()[1])
-    return pages * 4 // 1024, len(os.listdir(f"{proc}/fd")), len(os.listdir(f"{proc}/task"))
+    descriptors, threads = (len(os.listdir(f"/proc/{process.pid}/{of}")) for of in ("fd", "task"))
+    return peak_memory(process), descriptors, threads
 
 
 @row("flat")

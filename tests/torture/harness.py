@@ -17,12 +17,8 @@ HERE = os.path.dirname(os.path.abspath(__file__))
 ROOT = os.path.dirname(os.path.dirname(HERE))
 PATIENCE = 100  # Seconds; only a hang ever uses them up. More than twice Kivo's longest limit.
 OUTCOME = re.compile(
-    "^(SDK Initialized successfully: |setUser successfully: |updateDeviceToken successfully: |"
-    "updateNotificationPermission successfully: |unsetUser successfully: |"
-    "Failed to (initialize SDK|setUser|updateDeviceToken|unsetUser): |Failed to hit the image|"
-    "Successfully hit the image|Failed to retrieve image URL|Invalid URL: |"
-    "Error hitting image URL: )",
-    re.M,
+    r"(?m)^((SDK Initialized|\w+) successfully: |Failed to (initialize SDK|\w+): |Invalid URL: |"
+    "Successfully hit the image|Failed to (hit|retrieve) |Error hitting image URL: )"
 )
 EVERYTHING = 7  # Outcome lines of the host's "everything".
 Ended = collections.namedtuple("Ended", "status output errors seconds outcomes")
@@ -127,8 +123,19 @@ def go_on(process, meanwhile=lambda _: None):
     return result
 
 
+def peak_memory(process):
+    """The most that the process has held, in MB."""
+    with open(f"/proc/{process.pid}/status") as status:
+        return int(re.search(r"VmHWM:\s*(\d+)", status.read())[1]) // 1024
+
+
 def brief(*all_ended):
     return [(e.status, e.outcomes, round(e.seconds, 1), e.errors[-200:]) for e in all_ended]
+
+
+def require(holds, *seen):
+    if not holds:
+        raise AssertionError(*seen)
 
 
 def is_clean(ended):
@@ -192,3 +199,11 @@ def small_disk(size="256k"):
 def in_parallel(function, values, at_once=8):
     with concurrent.futures.ThreadPoolExecutor(at_once) as pool:
         return list(pool.map(function, values))
+
+
+def judge(function, cases, what="cases", at_once=8):
+    """What a row says of its cases, and whether all are right. The function returns what is bad
+    about a case, and nothing where all is well."""
+    faults = zip(cases, in_parallel(function, cases, at_once))
+    bad = [f"{case}: {fault}" for case, fault in faults if fault]
+    return f"{len(cases)} {what}, {told(bad)}", not bad

@@ -26,14 +26,14 @@ def look(process):
     tasks = [fields(task) for task in proc.glob("task/*/status")]
     own = {t["Name"]: int(t["SigBlk"], 16) for t in tasks if re.match("kivo-(?!test)", t["Name"])}
     flags = [int(fields(info)["flags"], 8) for info in proc.glob("fdinfo/*")]
+    actions = [int(status[n], 16) & ~OF_THE_C_LIBRARY for n in ("SigCgt", "SigIgn", "SigBlk")]
     files = [path for path in home.rglob("*") if "kivo" in str(path.relative_to(home))]
     return {
         "threads": sorted(own),
         "descriptors": len(flags),
         "inherited": sum(not f & CLOSES_ON_EXEC for f in flags),
         "open": {n for n in BLOCKABLE for mask in own.values() if not mask >> (n - 1) & 1},
-        "actions": [int(status[n], 16) & ~OF_THE_C_LIBRARY for n in ("SigCgt", "SigIgn", "SigBlk")],
-        "place": (status["Umask"], os.readlink(proc / "cwd")),
+        "settings": [*actions, status["Umask"], os.readlink(proc / "cwd")],
         "children": (proc / f"task/{process.pid}/children").read_text(),
         "modes": {oct(file.stat().st_mode & 0o777) for file in files},
     }
@@ -48,16 +48,16 @@ def manners(times):
     asked = host(commands, Server(), shim={"FAIL_KIND": "environment"}).errors.strip()
     inherited = rest["inherited"] - before["inherited"]
     descriptors = [s["descriptors"] for s in seen]
+    settings = "as before" if rest["settings"] == before["settings"] else rest["settings"]
     is_modest = max(descriptors) <= descriptors[0] + 20
     is_private = rest["modes"] <= {"0o600", "0o700"}
     # What, what is allowed, what was seen, whether that is right.
     facts = [
         ("own threads, by name", "these 3", rest["threads"], rest["threads"] == THREADS),
         ("signals open to them", "faults and SIGPROF", rest["open"], rest["open"] <= FAULTS),
-        ("dispositions", "as before", *compare(before["actions"], rest["actions"])),
+        ("dispositions, umask, directory", "as before", settings, settings == "as before"),
         ("descriptors before, at rest, under load", "+20", descriptors, is_modest),
         ("open on exec, beyond the host's", "libcurl's 2 at most", inherited, inherited <= 2),
-        ("umask, directory", "as before", *compare(before["place"], rest["place"])),
         ("children", "none", rest["children"] or "none", rest["children"] == ""),
         ("environment reads and writes after start", "0", asked, asked == "calls 0"),
         ("standard error", "empty", ended.errors or "empty", ended.errors == ""),
@@ -65,7 +65,3 @@ def manners(times):
     ]
     place.manners = facts
     return f"{sum(f[3] for f in facts)} of {len(facts)} right", all(f[3] for f in facts)
-
-
-def compare(before, after):
-    return ("as before", True) if before == after else (after, False)

@@ -3,16 +3,12 @@
 import re
 import time
 
-from harness import brief, defaults, finish, go_on, host, in_parallel, is_clean, row, start, told
+from harness import brief, defaults, finish, go_on, host, is_clean, judge, peak_memory, row, start
 from peers import Server, Wire, envelope, reply
 
 WORKS = "updateDeviceToken successfully: "
 FAILS = "Failed to updateDeviceToken: "
 HEAD = b"HTTP/1.1 200 OK\r\n"
-
-
-def says(*arguments, **more):
-    return lambda *_: reply(*arguments, **more)
 
 
 def breaks_off(data):
@@ -38,36 +34,30 @@ MANY_HEADERS = "".join(f'X-{i}: {"v" * 200}\r\n' for i in range(400))
 REPLIES = {
     "a body of 4 GB": (without_end(LENGTH_OF_4_GB, b"x" * 65536), FAILS),
     "TLS cut short": (breaks_off(HEAD + b'\r\n{"success":true,"mess'), FAILS),
-    "too many levels": (says("[" * 100000), FAILS),
-    "bytes that are not UTF-8": (says(b'{"success":true,"message":"\xff\xfe"}'), FAILS),
-    "400 headers": (says(extra=MANY_HEADERS), WORKS),
-    "a header of 1 MB": (says(extra="X: " + "v" * (1 << 20) + "\r\n"), FAILS),
+    "too many levels": (reply("[" * 100000), FAILS),
+    "bytes that are not UTF-8": (reply(b'{"success":true,"message":"\xff\xfe"}'), FAILS),
+    "400 headers": (reply(extra=MANY_HEADERS), WORKS),
+    "a header of 1 MB": (reply(extra="X: " + "v" * (1 << 20) + "\r\n"), FAILS),
     "headers without end": (without_end(HEAD, b"X: y\r\n" * 1000), FAILS),
     "not HTTP": (breaks_off(b"SSH-2.0-Something\r\n" * 50), FAILS),
     "HTTP 0.9": (breaks_off(b'{"success":true,"message":"ok"}'), FAILS),
-    "two lengths": (says(extra="Content-Length: 3\r\n"), FAILS),
+    "two lengths": (reply(extra="Content-Length: 3\r\n"), FAILS),
     "a second reply": (breaks_off(reply() + SECOND), WORKS),
-    "a negative length": (lambda *_: HEAD + b"Content-Length: -5\r\n\r\n{}", FAILS),
+    "a negative length": (HEAD + b"Content-Length: -5\r\n\r\n{}", FAILS),
     "a broken chunk": (breaks_off(BROKEN_CHUNK), FAILS),
     "100 without end": (without_end(b"", b"HTTP/1.1 100 Continue\r\n\r\n" * 100), FAILS),
-    "204 with a body": (says(status=204), FAILS),
-    "999": (says(status=999), WORKS),
-    "data with a zero byte": (lambda *_: envelope('{"message":"\\u0000"}'), WORKS),
+    "204 with a body": (reply(status=204), FAILS),
+    "999": (reply(status=999), WORKS),
+    "data with a zero byte": (envelope('{"message":"\\u0000"}'), WORKS),
 }
-
-
-def memory(process):
-    """The most that the process has held, in MB."""
-    with open(f"/proc/{process.pid}/status") as status:
-        return int(re.search(r"VmHWM:\s*(\d+)", status.read())[1]) // 1024
 
 
 @row("replies", REPLIES)
 def replies(times):
-    bad, growth = [], []
+    growth = []
 
     def look(process):
-        return memory(process), defaults(process.home)
+        return peak_memory(process), defaults(process.home)
 
     def one(name):
         answer, expected = REPLIES[name]
@@ -81,10 +71,10 @@ def replies(times):
         is_right = is_clean(ended) and lines == [expected] and stored == stored_then
         if not is_right or took > 45 or after > before + 64:
             output = f"{ended.output[-300:]} {ended.errors[-100:]}"
-            bad.append(f"{name}: {lines} {took:.0f} s, {before} -> {after} MB {output}")
+            return f"{lines} {took:.0f} s, {before} -> {after} MB {output}"
 
-    in_parallel(one, list(REPLIES) * times, 16)
-    return f"{len(REPLIES) * times} replies, {told(bad)}; at most {max(growth)} MB more", not bad
+    seen, is_right = judge(one, list(REPLIES) * times, "replies", 16)
+    return f"{seen}; at most {max(growth)} MB more", is_right
 
 
 WAYS_TO_CUT = ("reset", "close", "reset", "close", "silence")
@@ -92,22 +82,17 @@ WAYS_TO_CUT = ("reset", "close", "reset", "close", "silence")
 
 @row("cut replies")
 def cut_replies(times):
-    bad, server = [], Server()
+    server = Server()
 
-    def one(turn):
-        cut, then = 1 + turn * 3600 // times, WAYS_TO_CUT[turn % 5]
-        wire = Wire(server, cut, then, once=True)
-        ended = host("init await user await token await token await", wire)
+    def one(position):
+        cut, then = position
+        ended = host("init await user await token await token await", Wire(server, cut, then))
         failed = len(re.findall("^Failed", ended.output, re.M))
         if not is_clean(ended) or ended.outcomes != 4 or failed > 1:
-            bad.append(f"{cut} {then}: {brief(ended)}")
+            return brief(ended)
 
-    in_parallel(one, range(times), 16)
-    return f"{times} positions, {told(bad)}", not bad
-
-
-def refuse(*_):
-    return reply('{"success":false,"message":"no"}', 401)
+    cuts = [(1 + turn * 3600 // times, WAYS_TO_CUT[turn % 5]) for turn in range(times)]
+    return judge(one, cuts, "positions", 16)
 
 
 def longer_token(*_):
@@ -115,25 +100,26 @@ def longer_token(*_):
     return envelope('{"userToken":"' + "u" * 500 + '"}')
 
 
+REFUSAL = reply('{"success":false,"message":"no"}', 401)
+
 # What the server does from then on, and how many device tokens it is given.
 REFUSALS = {
-    "with a token": ({"token": refuse}, 5),
-    "with growing headers": ({"token": refuse, "user/authenticate": longer_token}, 5),
-    "on both authentications": ({"authenticate": refuse, "token": refuse}, 5),
-    "without tokens": ({"": refuse}, 100),
+    "with a token": ({"token": REFUSAL}, 5),
+    "with growing headers": ({"token": REFUSAL, "user/authenticate": longer_token}, 5),
+    "on both authentications": ({"authenticate": REFUSAL, "token": REFUSAL}, 5),
+    "without tokens": ({"": REFUSAL}, 100),
 }
 
 
 @row("endless 401", REFUSALS)
 def endless_401(times):
-    bad, figures = [], {}
+    figures = {}
 
     def one(name):
-        script, count = REFUSALS[name]
-        server = Server()
+        (script, count), server = REFUSALS[name], Server()
         commands = f"{count}:token sleep pause 20:image await pause image await"
-        image = "https://localhost/i"
-        process = start(f"init user await pause {commands}", server, HOST_IMAGE=image)
+        image = {"HOST_IMAGE": "https://localhost/i"}
+        process = start(f"init user await pause {commands}", server, **image)
         go_on(process, lambda _: server.script.update(script))
         began = time.monotonic()
         asked = go_on(process, lambda _: time.monotonic())
@@ -141,7 +127,7 @@ def endless_401(times):
         def rest(process):
             took, rounds = time.monotonic() - began, len(server.requests)
             time.sleep(3)  # In which nothing more may arrive.
-            return took, rounds, len(server.requests) - rounds, memory(process)
+            return took, rounds, len(server.requests) - rounds, peak_memory(process)
 
         took, rounds, late, megabytes = go_on(process, rest)
         ended = finish(process)
@@ -152,7 +138,7 @@ def endless_401(times):
         figures[name] = f"{name}: {traffic}, {rest}"
         is_in_time = took <= 45 and late <= count and waited <= 1
         if not is_clean(ended) or ended.outcomes != count + 23 or megabytes > 200 or not is_in_time:
-            bad.append(f"{name}: {brief(ended)}")
+            return brief(ended)
 
-    in_parallel(one, list(REFUSALS) * times)
-    return "; ".join([*figures.values(), told(bad)]), not bad
+    seen, is_right = judge(one, list(REFUSALS) * times)
+    return "; ".join([*figures.values(), seen]), is_right

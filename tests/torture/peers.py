@@ -3,7 +3,6 @@ cut, slowed and silenced."""
 
 import collections
 import contextlib
-import itertools
 import os
 import socket
 import ssl
@@ -15,7 +14,7 @@ from types import SimpleNamespace
 
 from harness import Skip, home, place
 
-Request = collections.namedtuple("Request", "method path headers body authority time size")
+Request = collections.namedtuple("Request", "method path headers time size")
 OK = '{"success":true,"message":"ok","data":{"message":"ok"}}'
 
 
@@ -25,8 +24,8 @@ def reply(body=OK, status=200, extra=""):
     return f"{head}Content-Length: {len(data)}\r\n{extra}\r\n".encode() + data
 
 
-def envelope(data, success="true"):
-    return reply(f'{{"success":{success},"message":"ok","data":{data}}}')
+def envelope(data):
+    return reply(f'{{"success":true,"message":"ok","data":{data}}}')
 
 
 def silence(connection):
@@ -81,20 +80,19 @@ class Server(Listener):
 
     def serve(self, plain):
         plain.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
-        connection, authority = plain, ""
+        connection = plain
         with contextlib.suppress(OSError, ValueError, IndexError), plain:
             while True:
                 if connection is plain and plain.recv(1, socket.MSG_PEEK) == b"\x16":
                     connection = self.context.wrap_socket(plain, server_side=True)
-                request = self.read(connection, authority)
+                request = self.read(connection)
                 if request.method == "CONNECT":
-                    authority = request.path
                     connection.sendall(b"HTTP/1.1 200 OK\r\n\r\n")
                 elif not self.answer(request, connection):
                     break
             connection.close()
 
-    def read(self, connection, authority):
+    def read(self, connection):
         data = b""
         while b"\r\n\r\n" not in data and (more := connection.recv(65536)):
             data += more
@@ -104,13 +102,11 @@ class Server(Listener):
         while len(body) < int(headers.get("content-length", 0)):
             body += connection.recv(65536)
         method, path, _ = first.split(" ")
-        size = len(head) + len(body)
-        return Request(method, path, headers, body, authority, time.monotonic(), size)
+        return Request(method, path, headers, time.monotonic(), len(head) + len(body))
 
     def answer(self, request, connection):
         """Whether the connection stays open."""
-        with self.lock:
-            self.requests.append(request)
+        self.requests.append(request)
         ends = [end for end in self.script if request.path.endswith(end)]
         answer = self.script[max(ends, key=len)] if ends else self.usual(request)
         if callable(answer):
@@ -133,22 +129,21 @@ class Server(Listener):
 
 class Wire(Listener):
     """A proxy that hands bytes on, `delay` seconds late and at most `rate` a second; of what the
-    server says it hands on `cut` bytes, then does what `then` says: "reset", "close", "silence"."""
+    server says on the first connection it hands on `cut` bytes, then does what `then` says:
+    "reset", "close", "silence"."""
 
-    def __init__(self, server, cut=None, then="reset", delay=0, rate=None, once=False, proxy=False):
-        self.port_beyond, self.cut, self.then, self.only_first = server.port, cut, then, once
-        self.delay, self.rate, self.is_proxy, self.numbers = delay, rate, proxy, itertools.count()
+    def __init__(self, server, cut=None, then="reset", delay=0, rate=None, proxy=False):
+        self.port_beyond, self.then, self.cuts = server.port, then, iter([cut])
+        self.delay, self.rate, self.is_proxy = delay, rate, proxy
         super().__init__()
 
     def serve(self, here):
         beyond = socket.create_connection(("127.0.0.1", self.port_beyond))
-        is_first = next(self.numbers) == 0
-        cut = self.cut if is_first or not self.only_first else None
         if self.is_proxy:
             here.recv(65536)
             here.sendall(b"HTTP/1.1 200 OK\r\n\r\n")
         in_background(self.pump, here, beyond, None)
-        self.pump(beyond, here, cut)
+        self.pump(beyond, here, next(self.cuts, None))
 
     def pump(self, source, target, left):
         with contextlib.suppress(OSError):

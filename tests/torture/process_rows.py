@@ -9,8 +9,8 @@ import subprocess
 import sys
 import time
 
-from harness import EVERYTHING, OUTCOME, PATIENCE, ROOT, brief, ended_well, finish, go_on, home
-from harness import host, in_parallel, is_clean, place, row, spread, start, told
+from harness import EVERYTHING, ROOT, brief, ended_well, finish, go_on, host, in_parallel, is_clean
+from harness import place, require, row, spread, start, told
 from peers import Server, hang, in_background
 
 # Each with the status that the process ends with.
@@ -36,14 +36,12 @@ def ends(times):
 def ends_stalled(times):
     held = 0
     for _ in range(times):
-        process = start(
-            "init user 5000:token sleep exit", Server()
-        )  # More lines than a pipe holds.
+        # More lines than a pipe holds.
+        process = start("init user 5000:token sleep exit", Server())
         time.sleep(3)
         held += process.poll() is None
         ended = finish(process)
-        if not is_clean(ended):
-            return f"{brief(ended)}", False
+        require(is_clean(ended), brief(ended))
     return f"held {held} of {times} times, ended at once when the pipe was read", True
 
 
@@ -56,8 +54,7 @@ def forks(times):
         children = all("child ended with 0" in e.output for e in (late, early))
         outcomes = (late.outcomes, early.outcomes)
         is_right = children and "spawned 7" in late.output and outcomes == (53, 2 * EVERYTHING)
-        if not is_right or not is_clean(late):
-            return f"{brief(late, early)}", False
+        require(is_right and is_clean(late), brief(late, early))
     return "children did nothing; 53 outcomes in the parent, 7 each where the fork came first", True
 
 
@@ -66,8 +63,7 @@ PLUGIN_HOST = """
 import ctypes, _ctypes, hashlib, sqlite3, ssl, sys, time
 context = ssl.create_default_context()
 sqlite3.connect(":memory:").execute("select 1")
-library = ctypes.CDLL(sys.argv[1])
-words = [b"host", b"name", b"init", b"user", b"30:token"]
+library, words = ctypes.CDLL(sys.argv[1]), [word.encode() for word in sys.argv[2:]]
 library.main(len(words), (ctypes.c_char_p * len(words))(*words))
 _ctypes.dlclose(library._handle)
 for i in range(200): hashlib.sha256(bytes(100000)).digest(); time.sleep(0.005)
@@ -81,12 +77,9 @@ def plug_in(times):
     options = f"-std=c++20 -shared -fPIC {sources} -lcurl -lidn2 -lsqlite3 -ldl -lpthread"
     subprocess.run(["c++", *options.split(), "-o", plugin], check=True)
     for _ in range(times):
-        proxy = f"http://127.0.0.1:{Server().port}"
-        env = os.environ | {"HOME": home(), "SSL_CERT_FILE": place.cert, "https_proxy": proxy}
-        command = [sys.executable, "-c", PLUGIN_HOST, plugin]
-        ended = subprocess.run(command, env=env, timeout=PATIENCE, capture_output=True, text=True)
-        if ended.returncode or ended.stderr or len(OUTCOME.findall(ended.stdout)) != 32:
-            return f"{ended}", False
+        around = (sys.executable, "-c", PLUGIN_HOST, plugin)
+        ended = host("init user 30:token", Server(), around=around)
+        require(is_clean(ended) and ended.outcomes == 32, ended)
     return "32 outcome lines each, the last ones after the plug-in was closed", True
 
 
@@ -186,14 +179,6 @@ def standard_output(times):
     return "; ".join(seen), is_right
 
 
-@row("clock")
-def clock(times):
-    commands, steps = "init user await fail 20:token await heal", (3600, -3600)
-    ended = [host(commands, Server(), shim={"CLOCK_STEP": step}) for step in steps]
-    seen = [f"{e.outcomes} outcomes in {e.seconds:.1f} s" for e in ended]
-    return ", ".join(seen), all(e.outcomes == 22 and e.seconds < 20 for e in ended)
-
-
 @row("stopped")
 def stopped(seconds):
     # The first wait of the two may end while the process is stopped.
@@ -212,9 +197,3 @@ def locale(times):
     lengths = [r.headers.get("content-length", "") for r in server.requests]
     is_plain = all(r.size < 2000 for r in server.requests) and not any("." in n for n in lengths)
     return seen, is_right and is_plain
-
-
-@row("setenv")
-def variables(times):
-    ended = host(f"set-variables init user await {times}:token await", Server())
-    return ended_well(ended, times + 2)

@@ -3,6 +3,7 @@
 import argparse
 import collections
 import concurrent.futures
+import importlib
 import os
 import shutil
 import sys
@@ -13,12 +14,7 @@ import harness
 import report
 
 # They enter their rows in this order.
-import process_rows  # noqa: F401
-import manners_row  # noqa: F401
-import state_rows  # noqa: F401
-import network_rows  # noqa: F401
-import connection_rows  # noqa: F401
-
+MODULES = ("process_rows", "manners_row", "state_rows", "network_rows", "connection_rows")
 VERDICTS = {True: "good", False: "BAD", None: "skipped"}
 
 
@@ -33,12 +29,9 @@ def perform(row, count):
 
 
 def run(row, options):
-    """Runs a row, in the form of --minutes again and again, and returns its line of the table."""
-    began, times, is_right = time.monotonic(), 0, True
-    count = row.short if options.short or options.minutes else row.long
-    while times == 0 or is_right and time.monotonic() - began < options.minutes * 60:
-        seen, is_right = perform(row, count)
-        times += count
+    """Runs a row and returns its line of the table."""
+    began, times = time.monotonic(), row.short if options.short else row.long
+    seen, is_right = perform(row, times)
     seen, verdict = " ".join(seen.split())[:3000], VERDICTS[is_right]
     took = time.monotonic() - began
     print(f"{verdict:8}{row.name:24}{times:6} times {took:6.1f} s  {seen}", flush=True)
@@ -46,9 +39,7 @@ def run(row, options):
 
 
 def write_report(results, options):
-    form = "the short form" if options.short or options.minutes else "the long form"
-    if options.minutes:
-        form += f", {options.minutes} minutes a row"
+    form = "the short form" if options.short else "the long form"
     manners = [(*fact, VERDICTS[is_right]) for *fact, is_right in harness.place.manners]
     report.write(options.report, form, f"Debian 12, {os.cpu_count()} cores", results, manners)
 
@@ -57,9 +48,7 @@ def parse_options():
     parser = argparse.ArgumentParser(prog="scripts/torture")
     for name in ("build", "tsan", "asan", "report"):
         parser.add_argument("--" + name, type=os.path.abspath)
-    counts, again = "the counts for CI", "repeat the short form of every row for that long"
-    parser.add_argument("--short", action="store_true", help=counts)
-    parser.add_argument("--minutes", type=float, default=0, help=again)
+    parser.add_argument("--short", action="store_true", help="the counts for CI")
     names = [row.name for row in harness.rows] + [[]]
     parser.add_argument("rows", nargs="*", choices=names, metavar="row")
     return parser.parse_args()
@@ -80,6 +69,8 @@ def clean_up():
 
 
 def main():
+    for module in MODULES:
+        importlib.import_module(module)
     options = parse_options()
     harness.prepare(options)
     chosen = [row for row in harness.rows if not options.rows or row.name in options.rows]

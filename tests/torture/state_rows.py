@@ -10,8 +10,8 @@ import subprocess
 import threading
 
 from harness import await_line, brief, defaults, defaults_file, finish, go_on, home, host
-from harness import in_parallel, is_clean, keychain_file, query, row, small_disk, spread, start
-from harness import told
+from harness import in_parallel, is_clean, judge, keychain_file, query, require, row, small_disk
+from harness import spread, start
 from peers import Server, hang
 
 KEPT = {"UserJwtToken", "sessionId", "SdkAuthRequest", "UserAuthRequest"}
@@ -118,14 +118,8 @@ BEFORE = {
 OURS_ALONE = {"nothing", "umask 0", "umask 0777"}  # No file is there that Kivo did not make.
 
 
-def modes_below(at):
-    return {oct(f.stat().st_mode & 0o777) for f in pathlib.Path(at).rglob("*") if f.is_file()}
-
-
 @row("files found", BEFORE)
 def files_found(times):
-    bad = []
-
     def one(name):
         prepare, variables, umask, identifiers, is_kept = BEFORE[name]
         around = ("sh", "-c", f'umask {umask}; exec "$@"', "sh") if umask else ()
@@ -135,14 +129,14 @@ def files_found(times):
         ended = [host(commands, server, at, around=around, **variables) for _ in range(3)]
         seen = len({r.headers["x-unique-device-id"] for r in server.requests})
         kept = defaults(at).keys() if is_kept else KEPT
-        modes = modes_below(at) if name in OURS_ALONE else set()
+        files = pathlib.Path(at).rglob("*") if name in OURS_ALONE else ()
+        modes = {oct(file.stat().st_mode & 0o777) for file in files}
         works = all(is_clean(e) and e.outcomes == 3 for e in ended)
         is_known = seen >= 3 if identifiers == "many" else seen == identifiers
-        if not works or not is_known or not KEPT <= kept or modes - {"0o600"}:
-            bad.append(f"{name}: {brief(*ended)} identifiers {seen} kept {sorted(kept)} {modes}")
+        if not works or not is_known or not KEPT <= kept or modes - {"0o600", "0o700"}:
+            return f"{brief(*ended)} identifiers {seen} kept {sorted(kept)} {modes}"
 
-    in_parallel(one, list(BEFORE) * times)
-    return f"{len(BEFORE) * times} cases, {told(bad)}", not bad
+    return judge(one, list(BEFORE) * times)
 
 
 def lock(file):
@@ -161,8 +155,8 @@ def locked(times):
         release.start()
         go_on(process, lambda _: release.join())
         ended = finish(process)
-        if not is_clean(ended) or user_token(at) < server.issued - 2:
-            return f"{brief(ended)}", False
+        require(is_clean(ended) and ended.outcomes == 9, brief(ended))
+        require(user_token(at) >= server.issued - 2, defaults(at))
     return "nothing lost", True
 
 
@@ -184,8 +178,8 @@ def disk_full(times):
             for act in (nothing, fill, lambda at: os.remove(f"{at}/filler")):
                 go_on(process, lambda _: act(at))
             ended, kept = finish(process), defaults(at)
-            if not is_clean(ended) or not KEPT <= kept.keys() or user_token(at) < server.issued - 1:
-                return f"{brief(ended)} {kept} {server.issued}", False
+            is_kept = KEPT <= kept.keys() and user_token(at) >= server.issued - 1
+            require(is_clean(ended) and is_kept, brief(ended), kept, server.issued)
     return "recovered each time", True
 
 
@@ -200,8 +194,8 @@ def read_only(times):
                 commands = "init token await"
             subprocess.run(["mount", "-o", "remount,ro", at], check=True)
             ended = host(commands, server, at)
-            if not is_clean(ended) or ended.output.count("updateDeviceToken successfully") != 1:
-                return f"{brief(ended)}", False
+            require(is_clean(ended), brief(ended))
+            require(ended.output.count("updateDeviceToken successfully") == 1, ended.output)
     return "tokens on the disk were used", True
 
 
@@ -219,10 +213,10 @@ def many_processes(times):
         refused += sum(e.output.count("Error: -25299\n") for e in ended)
         other_errors = [e for e in ended if re.search("^Error: (?!-25299)", e.output, re.M)]
         works = all(is_clean(e) and e.outcomes == 22 for e in ended) and not other_errors
-        if not works or check != "ok" or not KEPT <= defaults(at).keys() or len(items) != 1:
-            return f"{check} {items} {brief(*ended)}", False
+        is_whole = check == "ok" and KEPT <= defaults(at).keys() and len(items) == 1
+        require(works and is_whole, check, items, brief(*ended))
         server.requests.clear()
         host("init user await token await", server, at)
-        if {r.headers["x-unique-device-id"].encode() for r in server.requests} != {items[0][0]}:
-            return "another identifier", False
+        sent = {r.headers["x-unique-device-id"].encode() for r in server.requests}
+        require(sent == {items[0][0]}, "another identifier", sent)
     return f"all whole, one item each time, {refused} refused as duplicates", True
