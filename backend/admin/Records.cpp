@@ -4,19 +4,12 @@
 
 #include "backend/journal/RequestLine.h"
 #include "backend/journal/Secrets.h"
-#include "backend/journal/TokenNames.h"
 
 namespace kivo::backend {
 
 namespace {
 
 using nlohmann::json;
-
-json namesOf(const std::vector<NamedToken>& tokens) {
-    json names = json::array();
-    for (const auto& token : tokens) names.push_back(token.name);
-    return names;
-}
 
 json recordsOf(const std::vector<Header>& headers, bool showSecrets) {
     json list = json::array();
@@ -69,8 +62,8 @@ json recordOf(const Entry& entry, bool showSecrets) {
             {"status", reply.status},
             {"milliseconds", millisecondsIn(duration)},
             {"delivered", delivered},
-            {"carried", namesOf(carriedTokens(request))},
-            {"given", namesOf(givenTokens(reply))},
+            {"carried", entry.carried},
+            {"given", entry.given},
             {"verdict", verdictOn(entry)},
             {"violations", entry.violations},
             {"fault", reply.fault},

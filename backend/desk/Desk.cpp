@@ -4,7 +4,7 @@
 
 #include "backend/faults/FaultKinds.h"
 #include "backend/http/StartServer.h"
-#include "backend/journal/Contract.h"
+#include "backend/journal/TokenNames.h"
 #include "backend/service/Endpoints.h"
 
 namespace kivo::backend {
@@ -39,6 +39,7 @@ Desk::Desk(DeskOptions options, Journal::Observer observer)
       service_(
           {.lifetimes = options_.lifetimes, .authRead = options_.authRead, .seed = options_.seed}),
       faults_(seedOf(options_, 0)),
+      contract_([this](std::string_view token) { return service_.issuedClaims(token); }),
       chance_(seedOf(options_, 1)) {
     for (const auto& fault : options_.faults) faults_.add(fault);
     journal_.observe([this](const Entry& entry) { tally_.count(entry); });
@@ -91,10 +92,13 @@ HandshakeAction Desk::handshakeAction() {
 }
 
 Reply Desk::answer(const Request& request) {
+    auto violations = contract_.violations(request);
     auto reply = goodReply(request);
     if (const auto fault = faults_.draw(request))
         reply = applyFault(request, std::move(reply), *fault);
     reply.delay += options_.latency.draw(chance_);
+    reply.violations = std::move(violations);
+    contract_.remember(request, reply);
     return reply;
 }
 
@@ -106,12 +110,22 @@ Reply Desk::goodReply(const Request& request) {
     return service_.answer(request);
 }
 
+std::vector<std::string> Desk::namesOf(const std::vector<std::string>& tokens) const {
+    std::vector<std::string> names;
+    names.reserve(tokens.size());
+    for (const auto& token : tokens)
+        names.push_back(tokenName(token, service_.issuedClaims(token)));
+    return names;
+}
+
 void Desk::finished(Exchange exchange) {
     const auto image = imageAt(exchange.request.path());
-    const unsigned hits = image ? images_.hits(*image) : 0;
-    auto violations = contractViolations(exchange.request);
-    journal_.record(
-        {.exchange = std::move(exchange), .violations = std::move(violations), .imageHits = hits});
+    Entry entry{.violations = std::move(exchange.reply.violations),
+                .imageHits = image ? images_.hits(*image) : 0,
+                .carried = namesOf(carriedTokens(exchange.request)),
+                .given = namesOf(givenTokens(exchange.reply))};
+    entry.exchange = std::move(exchange);
+    journal_.record(std::move(entry));
 }
 
 }  // namespace kivo::backend

@@ -11,6 +11,7 @@
 #include "backend/faults/Faults.h"
 #include "backend/faults/Latency.h"
 #include "backend/http/Server.h"
+#include "backend/journal/Contract.h"
 #include "backend/journal/Journal.h"
 #include "backend/journal/Tally.h"
 #include "backend/service/Images.h"
@@ -72,6 +73,7 @@ private:
     HandshakeAction handshakeAction();
     Reply answer(const Request& request);
     Reply goodReply(const Request& request);
+    std::vector<std::string> namesOf(const std::vector<std::string>& tokens) const;
     void finished(Exchange exchange);
     ServerOptions serverOptions();
 
@@ -81,6 +83,7 @@ private:
     Images images_;
     Journal journal_;
     Tally tally_;
+    Contract contract_;       // Used only on the server's thread.
     std::mt19937_64 chance_;  // Used only on the server's thread.
     std::unique_ptr<Server> server_;
 };

@@ -40,6 +40,8 @@ struct Reply {
     std::uint64_t repetitions = 1;
     /// The rule of the fault that caused this reply, if any. For the journal; never sent.
     std::string fault = {};
+    /// How the request broke the contract. For the journal; never sent.
+    std::vector<std::string> violations = {};
     static constexpr std::uint64_t endless = std::numeric_limits<std::uint64_t>::max();
 
     static Reply json(int status, std::string body);

@@ -1,19 +1,19 @@
 #include "backend/journal/Contract.h"
 
-#include <nlohmann/json.hpp>
-
 #include <algorithm>
 #include <array>
 #include <utility>
 
-#include "backend/service/AuthRead.h"
-#include "backend/service/Endpoints.h"
+#include "backend/journal/ContractBody.h"
+#include "backend/journal/ContractPath.h"
+#include "backend/journal/TokenNames.h"
 
 namespace kivo::backend {
 
 namespace {
 
 using Violations = std::vector<std::string>;
+constexpr std::size_t violationLimit = 20;
 
 struct IdentityHeader {
     std::string_view name;
@@ -30,105 +30,168 @@ constexpr std::array<IdentityHeader, 6> identityHeaders{{
     {"x-unique-device-id", "", true},
 }};
 
-/// Printable, whatever the client sent.
-std::string shown(std::string_view text) {
-    constexpr std::size_t limit = 60;
-    std::string safe(text.substr(0, limit));
-    std::ranges::replace_if(safe, [](char letter) { return letter < ' ' || letter > '~'; }, '?');
-    return "\"" + safe + (text.size() > limit ? "…\"" : "\"");
-}
-
-void checkMethod(const Request& request, const Endpoint& endpoint, Violations& violations) {
-    if (request.method == endpoint.method) return;
-    violations.push_back("the method is " + shown(request.method) + "; it must be " +
-                         std::string(endpoint.method));
-}
-
-void checkHeader(const Request& request, const IdentityHeader& header, Violations& violations) {
+void checkHeader(const Request& request, const IdentityHeader& header, Violations& found) {
     const std::string name(header.name);
     const auto values = request.values(name);
-    if (values.empty()) return violations.push_back(name + " is missing");
+    if (values.empty()) return found.push_back(name + " is missing");
     if (values.size() > 1)
-        return violations.push_back(name + " appears " + std::to_string(values.size()) +
-                                    " times; it must appear once");
+        return found.push_back(name + " appears " + std::to_string(values.size()) +
+                               " times; it must appear once");
     if (!header.value.empty() && values.front() != header.value)
-        violations.push_back(name + " is " + shown(values.front()) + "; it must be " +
-                             shown(header.value));
+        found.push_back(name + " is " + inQuotes(values.front()) + "; it must be " +
+                        inQuotes(header.value));
     else if (values.front().empty() && !header.mayBeEmpty)
-        violations.push_back(name + " is empty");
+        found.push_back(name + " is empty");
 }
 
-void checkToken(const std::string& token, TokenKind expected, Violations& violations) {
-    const std::string right = nameOf(expected);
-    if (token.empty())
-        return static_cast<void>(violations.emplace_back(
-            "a bearer value has no token, as after a refresh that returned an empty one"));
-    const auto claims = readClaims(token);
-    if (claims && claims->kind != expected)
-        violations.push_back("Authorization carries " + std::string(nameOf(claims->kind)) +
-                             " token " + shown(claims->name) + " instead of a " + right + " token");
+bool useOne(std::size_t& allowance) {
+    if (allowance == 0) return false;
+    --allowance;
+    return true;
+}
+
+/// The characters of RFC 6750's b64token, of which every token that this backend issues consists.
+bool isSendable(char letter) {
+    constexpr std::string_view others = "-._~+/=";
+    return (letter >= '0' && letter <= '9') || (letter >= 'a' && letter <= 'z') ||
+           (letter >= 'A' && letter <= 'Z') || others.find(letter) != others.npos;
+}
+
+std::vector<std::string_view> splitAtCommas(std::string_view line) {
+    std::vector<std::string_view> values;
+    for (auto comma = line.find(','); comma != line.npos; comma = line.find(',')) {
+        values.push_back(line.substr(0, comma));
+        line.remove_prefix(comma + 1);
+    }
+    values.push_back(line);
+    return values;
+}
+
+std::string_view tokenIn(std::string_view value) {
+    constexpr std::string_view start = "Bearer ";
+    return value.starts_with(start) ? value.substr(start.size()) : "";
+}
+
+std::string tokenText(TokenKind kind) { return std::string(nameOf(kind)) + " token"; }
+
+}  // namespace
+
+Violations Contract::violations(const Request& request) {
+    Violations found;
+    if (isPreflight(request)) return found;
+    const auto* endpoint = endpointAt(request.path());
+    if (!endpoint && resemblesContract(request.path()))
+        found.emplace_back("the path is not one of the contract's five");
+    if (!endpoint) return found;
+    checkRedirectable(request, *endpoint, found);
+    for (const auto& header : identityHeaders) checkHeader(request, header, found);
+    checkAuthorization(request, *endpoint, found);
+    const auto repeated = std::ranges::unique(found);
+    found.erase(repeated.begin(), repeated.end());
+    if (found.size() > violationLimit) found.resize(violationLimit);
+    return found;
+}
+
+void Contract::remember(const Request& request, const Reply& reply) {
+    const auto* endpoint = endpointAt(request.path());
+    if (!endpoint) return;
+    auto& allowed = allowances_[endpoint->name];
+    const bool redirects = reply.status >= 301 && reply.status <= 308 && reply.status != 304;
+    if (redirects) ++allowed.redirected;
+    if (redirects && reply.status <= 303) ++allowed.turnedToGet;
+    const bool givesUserToken = endpoint->bearer == TokenKind::merchant;
+    for (const auto& token : givenTokens(reply)) {
+        if (token.empty()) ++(givesUserToken ? emptyUserTokens_ : emptyMerchantTokens_);
+        gaveUnsendableToken_ = gaveUnsendableToken_ || !std::ranges::all_of(token, isSendable);
+    }
+}
+
+/// The method, the query and the body: a redirect may change the first two and drop the third.
+void Contract::checkRedirectable(const Request& request, const Endpoint& endpoint,
+                                 Violations& found) {
+    auto& allowed = allowances_[endpoint.name];
+    const bool hasQuery = request.target.find_first_of("?#") != request.target.npos;
+    if (hasQuery && !useOne(allowed.redirected)) found.emplace_back("the path has a query");
+    if (request.method == "GET" && request.body.empty() && useOne(allowed.turnedToGet)) return;
+    if (request.method != endpoint.method)
+        found.push_back("the method is " + inQuotes(request.method) + "; it must be " +
+                        std::string(endpoint.method));
+    for (auto& violation : bodyViolations(request, endpoint)) found.push_back(std::move(violation));
 }
 
 /// A resent request carries the refused user tokens before the new one: that is how the SDK
 /// refreshes. User authentication starts from the original request each time and carries one.
-void checkBearers(const Request& request, const Endpoint& endpoint, Violations& violations) {
-    const auto lines = request.values("Authorization").size();
-    const auto tokens = bearerTokens(request);
+void Contract::checkAuthorization(const Request& request, const Endpoint& endpoint,
+                                  Violations& found) {
+    const auto lines = request.values("Authorization");
     if (!endpoint.bearer) {
-        if (lines > 0) violations.emplace_back("Authorization must not be sent");
+        if (!lines.empty()) found.emplace_back("Authorization must not be sent");
         return;
     }
-    const std::string right = nameOf(*endpoint.bearer);
-    if (lines == 0)
-        return violations.push_back("Authorization is missing; it must carry a " + right +
-                                    " token");
-    if (lines > 1)
-        violations.push_back("Authorization appears in " + std::to_string(lines) +
-                             " lines; its values must be in one, joined by commas");
-    if (tokens.size() > 1 && endpoint.bearer == TokenKind::merchant)
-        violations.push_back("Authorization carries " + std::to_string(tokens.size()) +
-                             " merchant tokens; it must carry one");
-    for (const auto& token : tokens) checkToken(token, *endpoint.bearer, violations);
-}
-
-void checkMembers(const nlohmann::json& body, const Endpoint& endpoint, Violations& violations) {
-    for (const auto key : endpoint.keys) {
-        const auto member = body.find(std::string(key));
-        if (member == body.end())
-            violations.push_back("the body lacks " + shown(key));
-        else if (!member->is_string())
-            violations.push_back(shown(key) + " in the body is not a string");
-    }
-    for (const auto& [key, value] : body.items()) {
-        if (std::ranges::find(endpoint.keys, key) != endpoint.keys.end()) continue;
-        return violations.push_back("the body has the unexpected member " + shown(key));
+    if (lines.empty()) return checkAbsence(endpoint, found);
+    if (lines.size() > 1)
+        found.push_back("Authorization appears in " + std::to_string(lines.size()) +
+                        " lines; its values must be in one, joined by commas");
+    for (const auto& line : lines) {
+        const auto values = splitAtCommas(line);
+        if (values.size() > 1 && endpoint.bearer == TokenKind::merchant)
+            found.push_back("Authorization carries " + std::to_string(values.size()) +
+                            " merchant tokens; it must carry one");
+        for (const auto value : values) checkValue(value, endpoint, found);
+        checkOrder(values, found);
     }
 }
 
-void checkBody(const Request& request, const Endpoint& endpoint, Violations& violations) {
-    const auto body = nlohmann::json::parse(request.body, nullptr, false);
-    if (!body.is_object())
-        return static_cast<void>(violations.emplace_back("the body is not a JSON object"));
-    checkMembers(body, endpoint, violations);
-    const auto permission = body.find("permission");
-    if (endpoint.name == "user/update-notification-consent" && permission != body.end() &&
-        *permission != "GRANTED" && *permission != "DENIED")
-        violations.emplace_back("\"permission\" in the body must be GRANTED or DENIED");
+/// A renewal that returns an empty user token leaves the request without Authorization.
+void Contract::checkAbsence(const Endpoint& endpoint, Violations& found) {
+    if (gaveUnsendableToken_) return;
+    if (endpoint.bearer == TokenKind::user && useOne(emptyUserTokens_)) return;
+    found.push_back("Authorization is missing; it must carry a " + tokenText(*endpoint.bearer));
 }
 
-}  // namespace
+void Contract::checkValue(std::string_view value, const Endpoint& endpoint, Violations& found) {
+    if (value.starts_with(' '))
+        return static_cast<void>(
+            found.emplace_back("the values of Authorization are joined by more than a comma"));
+    const auto scheme = value.substr(0, value.find(' '));
+    if (scheme != "Bearer")
+        return found.push_back("the scheme of Authorization is " + inQuotes(scheme) +
+                               "; it must be \"Bearer\"");
+    const auto token = tokenIn(value);
+    if (!token.empty()) return checkToken(token, *endpoint.bearer, found);
+    if (endpoint.bearer == TokenKind::merchant && useOne(emptyMerchantTokens_)) return;
+    found.emplace_back("a bearer value has no token");
+}
 
-std::vector<std::string> contractViolations(const Request& request) {
-    Violations violations;
-    const auto* endpoint = endpointAt(request.path());
-    if (!endpoint) return violations;
-    checkMethod(request, *endpoint, violations);
-    for (const auto& header : identityHeaders) checkHeader(request, header, violations);
-    checkBearers(request, *endpoint, violations);
-    checkBody(request, *endpoint, violations);
-    const auto repeated = std::ranges::unique(violations);
-    violations.erase(repeated.begin(), repeated.end());
-    return violations;
+void Contract::checkToken(std::string_view token, TokenKind expected, Violations& found) const {
+    if (!std::ranges::all_of(token, isSendable))
+        return found.push_back("the token after \"Bearer \" is malformed: " + inQuotes(token));
+    const auto issued = issued_(token);
+    const auto claims = issued ? issued : readClaims(token);
+    if (!claims || claims->kind == expected) return;
+    const auto name = issued ? " " + inQuotes(claims->name) : " of another backend";
+    found.push_back("Authorization carries " + tokenText(claims->kind) + name + " instead of a " +
+                    tokenText(expected));
+}
+
+/// Tokens are numbered as they are issued, and each renewal adds its token at the end. A seed
+/// repeats the numbers of an earlier run, so nothing follows from them; it leaves out the times.
+void Contract::checkOrder(const std::vector<std::string_view>& values, Violations& found) const {
+    std::uint64_t last = 0;
+    for (const auto value : values) {
+        const auto claims = issued_(tokenIn(value));
+        if (!claims || !claims->hasTimes) continue;
+        const auto number = numberIn(claims->name);
+        if (number < last)
+            return found.push_back("the new token stands before the refused one: " +
+                                   inQuotes(claims->name) + " must come first");
+        last = number;
+    }
+}
+
+bool isPreflight(const Request& request) {
+    return request.method == "OPTIONS" && !request.values("Origin").empty() &&
+           !request.values("Access-Control-Request-Method").empty();
 }
 
 }  // namespace kivo::backend

@@ -21,6 +21,9 @@ struct Entry {
     std::vector<std::string> violations = {};
     /// How often this image has been requested; 0 for any other request.
     unsigned imageHits = 0;
+    /// The short names of the tokens that the request carried and the reply gave.
+    std::vector<std::string> carried = {};
+    std::vector<std::string> given = {};
 };
 
 /// The limits of a journal.

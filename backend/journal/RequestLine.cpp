@@ -6,6 +6,7 @@
 #include <ctime>
 #include <string_view>
 
+#include "backend/journal/Contract.h"
 #include "backend/journal/TokenNames.h"
 #include "backend/service/Endpoints.h"
 
@@ -27,18 +28,19 @@ std::string methodAndPath(const Request& request) {
     return printable(request.method) + " " + printable(request.path().substr(0, pathLimit));
 }
 
-std::string listed(const std::vector<NamedToken>& tokens, bool showSecrets) {
+std::string listed(const std::vector<std::string>& names, const std::vector<std::string>& tokens,
+                   bool showSecrets) {
     std::string text;
-    for (const auto& [name, token] : tokens) {
-        text += (text.empty() ? "" : "+") + name;
-        if (showSecrets) text += "=" + printable(token);
+    for (std::size_t index = 0; index < names.size(); ++index) {
+        text += (index == 0 ? "" : "+") + names[index];
+        if (showSecrets && index < tokens.size()) text += "=" + printable(tokens[index]);
     }
     return text;
 }
 
-std::string tokensOf(const Exchange& exchange, bool showSecrets) {
-    auto carried = listed(carriedTokens(exchange.request), showSecrets);
-    const auto given = listed(givenTokens(exchange.reply), showSecrets);
+std::string tokensOf(const Entry& entry, bool showSecrets) {
+    auto carried = listed(entry.carried, carriedTokens(entry.exchange.request), showSecrets);
+    const auto given = listed(entry.given, givenTokens(entry.exchange.reply), showSecrets);
     if (given.empty()) return carried;
     return carried + (carried.empty() ? "gives " : " gives ") + given;
 }
@@ -51,19 +53,22 @@ std::string remarksOn(const Entry& entry) {
     return text;
 }
 
+std::string joined(const std::vector<std::string>& sentences) {
+    std::string text;
+    for (const auto& sentence : sentences) text += (text.empty() ? "" : "; ") + printable(sentence);
+    return text;
+}
+
 std::string column(const std::string& text) { return text.empty() ? "" : "  " + text; }
 
 }  // namespace
 
 std::string verdictOn(const Entry& entry) {
-    const auto path = entry.exchange.request.path();
-    if (entry.exchange.request.method.empty() || imageAt(path)) return {};
-    if (!endpointAt(path)) return "not an endpoint of the contract";
-    if (entry.violations.empty()) return "ok";
-    std::string text = "BROKEN: ";
-    for (const auto& violation : entry.violations)
-        text += (&violation == &entry.violations.front() ? "" : "; ") + printable(violation);
-    return text;
+    const auto& request = entry.exchange.request;
+    if (!entry.violations.empty()) return "BROKEN: " + joined(entry.violations);
+    if (request.method.empty() || imageAt(request.path())) return {};
+    if (!endpointAt(request.path())) return "not an endpoint of the contract";
+    return isPreflight(request) ? "a browser's preflight" : "ok";
 }
 
 std::string localTime(std::chrono::system_clock::time_point time) {
@@ -83,7 +88,7 @@ std::string requestLine(const Entry& entry, bool showSecrets) {
     const auto spent = std::chrono::round<std::chrono::milliseconds>(exchange.duration);
     return localTime(exchange.request.arrival) + "  " + methodAndPath(exchange.request) + "  " +
            std::to_string(exchange.reply.status) + "  " + std::to_string(spent.count()) + " ms" +
-           column(tokensOf(exchange, showSecrets)) + column(verdictOn(entry)) + remarksOn(entry) +
+           column(tokensOf(entry, showSecrets)) + column(verdictOn(entry)) + remarksOn(entry) +
            "\n";
 }
 

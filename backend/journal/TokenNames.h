@@ -1,28 +1,24 @@
 #pragma once
 
+#include <functional>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "backend/http/Reply.h"
 #include "backend/http/Request.h"
+#include "backend/service/Tokens.h"
 
 namespace kivo::backend {
 
-/// A bearer token and its short name, such as M1 or U2.
-struct NamedToken {
-    std::string name;
-    std::string token;
-};
-
-/// The name that this backend wrote into the token; its signature is not checked. "?" if there is
-/// no name, "empty" for an empty token.
-std::string tokenName(std::string_view token);
+/// The short name of a token, such as M1 or U2: "?" if this backend did not issue it (`issued` is
+/// std::nullopt), "empty" for an empty token.
+std::string tokenName(std::string_view token, const std::optional<TokenClaims>& issued);
 
 /// The tokens that a request carries, in order; at most 128.
-std::vector<NamedToken> carriedTokens(const Request& request);
+std::vector<std::string> carriedTokens(const Request& request);
 
-/// The tokens that a reply issues.
-std::vector<NamedToken> givenTokens(const Reply& reply);
+/// The tokens that a reply issues, empty ones included.
+std::vector<std::string> givenTokens(const Reply& reply);
 
 }  // namespace kivo::backend

@@ -154,6 +154,11 @@ std::vector<Session> Service::sessions() const {
     return {sessions_.begin(), sessions_.end()};
 }
 
+std::optional<TokenClaims> Service::issuedClaims(std::string_view token) const {
+    const Lock lock(mutex_);
+    return tokens_.issuedClaims(token);
+}
+
 void Service::expire(std::optional<TokenKind> kind) {
     const Lock lock(mutex_);
     for (const auto each : {TokenKind::merchant, TokenKind::user})

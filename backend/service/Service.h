@@ -45,6 +45,9 @@ public:
     /// The newest sessions, oldest first.
     std::vector<Session> sessions() const;
 
+    /// The claims of a token that was issued since the last reset; std::nullopt for any other.
+    std::optional<TokenClaims> issuedClaims(std::string_view token) const;
+
     /// Expires all tokens issued so far, of one kind or of both.
     void expire(std::optional<TokenKind> kind = std::nullopt);
 

@@ -59,14 +59,13 @@ std::string textIn(const json& object, const char* name) {
     return member != object.end() && member->is_string() ? member->get<std::string>() : "";
 }
 
-/// The number in a token's name; 0, which no token has, if there is none.
-std::uint64_t numberIn(std::string_view name) {
-    return name.empty() ? 0 : parseNumber<std::uint64_t>(name.substr(1)).value_or(0);
-}
-
 }  // namespace
 
 const char* nameOf(TokenKind kind) { return kind == TokenKind::merchant ? "merchant" : "user"; }
+
+std::uint64_t numberIn(std::string_view name) {
+    return name.empty() ? 0 : parseNumber<std::uint64_t>(name.substr(1)).value_or(0);
+}
 
 std::optional<TokenClaims> readClaims(std::string_view token) {
     const auto dot = token.rfind('.');
@@ -78,7 +77,8 @@ std::optional<TokenClaims> readClaims(std::string_view token) {
     if (kind != "merchant" && kind != "user") return std::nullopt;
     return TokenClaims{.kind = kind == "merchant" ? TokenKind::merchant : TokenKind::user,
                        .name = textIn(json, "jti"),
-                       .sessionId = textIn(json, "sid")};
+                       .sessionId = textIn(json, "sid"),
+                       .hasTimes = json.contains("iat")};
 }
 
 Tokens::Tokens(const Lifetimes& lifetimes, Clock clock, std::optional<std::uint64_t> seed)
@@ -105,12 +105,22 @@ std::string Tokens::issue(TokenKind kind, const std::string& sessionId) {
 
 TokenVerdict Tokens::check(TokenKind kind, std::string_view token) const {
     if (token.empty()) return {.state = TokenState::missing};
-    const auto dot = token.rfind('.');
-    if (dot == token.npos || !sameText(token.substr(dot + 1), sign(token.substr(0, dot))))
-        return {};
+    if (!isSigned(token)) return {};
     const auto claims = readClaims(token);
     if (!claims || claims->kind != kind) return {};
     return {.state = stateOf(*claims), .sessionId = claims->sessionId};
+}
+
+std::optional<TokenClaims> Tokens::issuedClaims(std::string_view token) const {
+    if (!isSigned(token)) return std::nullopt;
+    auto claims = readClaims(token);
+    if (claims && numberIn(claims->name) > expiriesOf(claims->kind).issued) return std::nullopt;
+    return claims;
+}
+
+bool Tokens::isSigned(std::string_view token) const {
+    const auto dot = token.rfind('.');
+    return dot != token.npos && sameText(token.substr(dot + 1), sign(token.substr(0, dot)));
 }
 
 /// A number that has not been issued yet belongs to an earlier run with the same seed.

@@ -32,7 +32,11 @@ struct TokenClaims {
     TokenKind kind = TokenKind::user;
     std::string name;  ///< M1, M2, … for merchants and U1, U2, … for users.
     std::string sessionId;
+    bool hasTimes = false;  ///< Whether it says when it was issued.
 };
+
+/// The number in a token's name, as in U2; 0, which no token has, if there is none.
+std::uint64_t numberIn(std::string_view name);
 
 /// Reads a token's claims without checking its signature; std::nullopt if the format is not this
 /// backend's.
@@ -52,6 +56,10 @@ public:
     /// A token of the other kind is invalid, like a forged one; an empty one is missing.
     TokenVerdict check(TokenKind kind, std::string_view token) const;
 
+    /// The claims of a token that this object issued, expired ones included; std::nullopt for any
+    /// other.
+    std::optional<TokenClaims> issuedClaims(std::string_view token) const;
+
     /// Expires all tokens of that kind issued so far.
     void expire(TokenKind kind);
 
@@ -63,6 +71,7 @@ private:
         std::deque<Time> newest = {};
     };
 
+    bool isSigned(std::string_view token) const;
     std::string sign(std::string_view text) const;
     Expiries& expiriesOf(TokenKind kind) { return expiries_[kind == TokenKind::merchant ? 0 : 1]; }
     const Expiries& expiriesOf(TokenKind kind) const {

@@ -1,14 +1,11 @@
 #include <gmock/gmock.h>
 
-#include <array>
 #include <map>
 #include <set>
-#include <sstream>
 
 #include "backend/faults/Faults.h"
 #include "backend/faults/Latency.h"
-#include "backend/journal/Contract.h"
-#include "backend/service/Service.h"
+#include "backend/service/Lifetimes.h"
 
 namespace kivo::tests {
 
@@ -16,10 +13,7 @@ namespace {
 
 using namespace std::chrono_literals;
 using backend::Faults;
-using backend::Request;
-using testing::Each;
 using testing::HasSubstr;
-using testing::IsEmpty;
 using testing::ThrowsMessage;
 
 void expectAdvice(const std::function<void(const std::string&)>& read,
@@ -89,50 +83,6 @@ TEST(LatencyTest, IsDrawnAroundItsMiddleOrRefusedWithAnExample) {
     EXPECT_EQ(std::tuple(drawn.size(), *drawn.begin(), *drawn.rbegin()), std::tuple(40, 0ms, 39ms));
     const auto read = [](const std::string& text) { backend::Latency::parse(text); };
     for (const auto* text : {"80", "80ms+-", "-1s"}) expectAdvice(read, {{text, "80ms+-30ms"}});
-}
-
-Request read(const std::string& text) {
-    std::istringstream lines(text);
-    Request request;
-    lines >> request.method >> request.target >> std::ws;
-    for (std::string line; std::getline(lines, line) && !line.empty();)
-        request.headers.push_back(
-            {line.substr(0, line.find(": ")), line.substr(line.find(": ") + 2)});
-    std::getline(lines, request.body);
-    return request;
-}
-
-TEST(ContractTest, NamesEachBreachInWords) {
-    backend::Tokens tokens({});
-    const auto merchant = tokens.issue(backend::TokenKind::merchant, "S1");
-    const auto user = "Bearer " + tokens.issue(backend::TokenKind::user, "S1");
-    const std::string good =
-        "PUT /api/communication/user/unset\nContent-Type: application/json\nx-sdk-version: 1.0.0\n"
-        "x-platform: IOS\nx-package-name: com.example\nx-session-id: \nx-unique-device-id: id\n"
-        "Authorization: " +
-        user + "," + user + "\n\n{\"sessionId\":\"\"}";
-    EXPECT_THAT(backend::contractViolations(read(good)), IsEmpty());
-    const std::vector<std::array<std::string, 3>> cases{
-        {"PUT", "POST", "the method is \"POST\"; it must be PUT"},
-        {"Content-Type: application/json\n", "", "Content-Type is missing"},
-        {"/json", "/xml", "Content-Type is \"application/xml\"; it must be \"application/json\""},
-        {"com.example", "", "x-package-name is empty"},
-        {"," + user, "\nauthorization: " + user, "Authorization appears in 2 lines"},
-        {"Authorization", "x-other", "Authorization is missing; it must carry a user token"},
-        {"," + user, ",Bearer " + merchant, "merchant token \"M1\" instead of a user token"},
-        {"," + user, ",Bearer", "has no token"},
-        {"{\"sessionId\":\"\"}", "[]", "the body is not a JSON object"},
-        {"\"sessionId\":\"\"", "", "the body lacks \"sessionId\""},
-        {":\"\"", ":1", "\"sessionId\" in the body is not a string"},
-        {":\"\"", ":\"\",\"é\":1", "the body has the unexpected member \"??\""},
-        {"user/unset", "user/unsettled", ""}};
-    for (const auto& [part, other, words] : cases) {
-        auto text = good;
-        text.replace(text.find(part), part.size(), other);
-        const auto violations = backend::contractViolations(read(text));
-        EXPECT_EQ(violations.size(), words.empty() ? 0U : 1U) << text;
-        EXPECT_THAT(violations, Each(HasSubstr(words)));
-    }
 }
 
 }  // namespace

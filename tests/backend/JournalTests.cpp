@@ -55,11 +55,14 @@ TEST(RequestLineTest, ShowsAnExchangeWithoutObeyingIt) {
         {"Authorization", "Bearer " + token.get<std::string>() + ",Bearer x"}};
     entry.exchange.reply = opened;
     entry.exchange.delivered = true;
+    entry.carried = {"M1", "?"};
+    entry.given = {"M1"};
     const std::string start = "  POST /base/api/communication/user/authenticate  200  0 ms  ";
     EXPECT_THAT(backend::requestLine(entry), EndsWith(start + "M1+? gives M1  ok\n"));
     EXPECT_THAT(backend::requestLine(entry, true), testing::HasSubstr("+?=x gives M1=eyJ"));
     entry.violations = {"no a", "b\n"};
     entry.exchange.reply = {.status = 401, .fault = "*:401"};
+    entry.given.clear();
     EXPECT_THAT(backend::requestLine(entry), EndsWith("  M1+?  BROKEN: no a; b?  fault *:401\n"));
     EXPECT_THAT(
         backend::requestLine(entryFor("/a\x1b[2J\xC3?b", 404)),
