@@ -14,6 +14,7 @@
 #include <stdexcept>
 
 #include "backend/admin/AdminPort.h"
+#include "backend/base/NoBackend.h"
 
 namespace kivo::backend {
 
@@ -80,9 +81,17 @@ Request requestFor(const std::string& method, const std::string& target, const s
 }
 
 [[noreturn]] void throwUnreachable(std::uint16_t port, const std::string& what) {
-    throw std::runtime_error(
-        "no kivo-dev is running at admin port " + std::to_string(port) + " (" + what +
-        "); start one with: kivo-dev serve, or set the port that it printed with --admin-port N");
+    throw NoBackend("no kivo-dev is running at admin port " + std::to_string(port) + " (" + what +
+                    "); start one with: kivo-dev serve, or set the port that it printed with "
+                    "--admin-port N");
+}
+
+/// The refusal's text. A request that is wrong in itself is a mistake of the user's.
+[[noreturn]] void throwRefusal(http::status status, const std::string& body) {
+    const auto refusal = nlohmann::json::parse(body, nullptr, false);
+    const auto text = refusal.is_object() ? refusal.value("message", body) : body;
+    if (status == http::status::bad_request) throw std::invalid_argument(text);
+    throw std::runtime_error(text);
 }
 
 }  // namespace
@@ -95,7 +104,7 @@ std::string AdminClient::ask(const std::string& method, const std::string& targe
     if (answer[http::field::server] != adminServerName)
         throwUnreachable(port_, "another program listens there");
     if (answer.result() == http::status::ok) return answer.body();
-    throw std::runtime_error(nlohmann::json::parse(answer.body()).value("message", ""));
+    throwRefusal(answer.result(), answer.body());
 }
 
 }  // namespace kivo::backend

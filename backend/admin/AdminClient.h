@@ -10,8 +10,9 @@ class AdminClient {
 public:
     explicit AdminClient(std::uint16_t port) : port_(port) {}
 
-    /// The JSON text of the backend's reply. Throws std::runtime_error, with a message for the
-    /// user, if no backend is running there or if it refuses the request.
+    /// The JSON text of the backend's reply. With a message for the user, throws NoBackend
+    /// if none is running there, std::invalid_argument if the request is wrong in itself, and
+    /// std::runtime_error if it is refused for another reason.
     std::string get(const std::string& target) const { return ask("GET", target, ""); }
     std::string post(const std::string& target, const std::string& body) const {
         return ask("POST", target, body);

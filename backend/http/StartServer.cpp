@@ -1,8 +1,9 @@
 #include "backend/http/StartServer.h"
 
-#include <stdexcept>
 #include <system_error>
 #include <utility>
+
+#include "backend/base/NoBackend.h"
 
 namespace kivo::backend {
 
@@ -24,7 +25,7 @@ std::unique_ptr<Server> startServer(ServerOptions options, const std::string& po
     try {
         return std::make_unique<Server>(std::move(options));
     } catch (const std::system_error& error) {
-        throw std::runtime_error(bindError(error, port, portOption));
+        throw NoBackend(bindError(error, port, portOption));
     }
 }
 

@@ -31,7 +31,8 @@ CLI::App* add(CLI::App& parent, const char* name, const char* help, const Argume
     auto* command = parent.add_subcommand(name, help);
     command->add_option("--admin-port", arguments->port, "The admin port of the running backend")
         ->envname(adminPortVariable)
-        ->check(CLI::Range(1, 65535))
+        ->check(numberFrom(1, 65535))
+        ->type_name("N")
         ->capture_default_str();
     command->callback([arguments, &selected, run] {
         selected = [arguments, run] {

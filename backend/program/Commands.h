@@ -16,6 +16,9 @@ void addServe(CLI::App& program, Command& selected);
 void addRun(CLI::App& program, Command& selected);
 void addAdminCommands(CLI::App& program, Command& selected);
 
+/// Accepts whole numbers in a range; says so in words.
+CLI::Validator numberFrom(long lowest, long highest);
+
 /// Adds the options that serve and run share.
 void addCommonOptions(CLI::App& command, CommonOptions& options);
 

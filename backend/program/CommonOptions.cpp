@@ -1,7 +1,9 @@
+#include <limits>
 #include <memory>
 #include <stdexcept>
 #include <string>
 
+#include "backend/base/Number.h"
 #include "backend/faults/FaultKinds.h"
 #include "backend/program/Commands.h"
 
@@ -18,42 +20,56 @@ AuthRead authReadNamed(const std::string& name) {
 
 std::optional<std::uint16_t> adminPortIn(const std::string& text) {
     if (text == "off") return std::nullopt;
-    std::uint16_t port = 0;
-    if (CLI::detail::lexical_cast(text, port)) return port;
+    if (const auto port = parseNumber<std::uint16_t>(text)) return port;
     throw std::invalid_argument(
         "--admin-port takes a port number, 0 for a free one, or off, not \"" + text + "\"");
 }
 
 }  // namespace
 
+CLI::Validator numberFrom(long lowest, long highest) {
+    const auto check = [lowest, highest](const std::string& text) -> std::string {
+        const auto number = parseNumber<long>(text);
+        if (number && *number >= lowest && *number <= highest) return "";
+        return "\"" + text + "\" is not a whole number from " + std::to_string(lowest) + " to " +
+               std::to_string(highest);
+    };
+    return {check, ""};
+}
+
 void addCommonOptions(CLI::App& command, CommonOptions& options) {
     auto& desk = options.desk;
     command.add_option("--port", desk.port, "Port to listen on; 0 picks a free one")
-        ->check(CLI::Range(0, 65535))
+        ->check(numberFrom(0, 65535))
+        ->type_name("N")
         ->capture_default_str();
-    const auto set = [&command](const std::string& name, auto apply, const std::string& help) {
-        return command.add_option_function<std::string>(name, apply, help);
+    const auto set = [&command](const std::string& name, auto apply, const std::string& help,
+                                const std::string& value) {
+        return command.add_option_function<std::string>(name, apply, help)->type_name(value);
     };
     set(
         "--admin-port", [&](const auto& text) { options.adminPort = adminPortIn(text); },
         "Port for the other commands; 0 picks a free one, off disables it. By default 8444, or a "
-        "free one with --port 0 and under run");
+        "free one with --port 0 and under run",
+        "N|off");
     set(
         "--ttl", [&](const auto& text) { desk.lifetimes = parseLifetimes(text); },
-        "Lifetimes of tokens")
+        "Lifetimes of tokens", "user=TIME,merchant=TIME")
         ->default_str("user=15m,merchant=1h");
     set(
         "--latency", [&](const auto& text) { desk.latency = Latency::parse(text); },
-        "Delay of each reply, as in 80ms+-30");
+        "Delay of each reply, as in 80ms+-30", "TIME");
     set(
         "--fault", [&](const auto& text) { desk.faults.push_back(parseFault(text)); },
-        "A fault rule, as in user/unset:401:times=1; may be repeated")
+        "A fault rule, as in user/unset:401:times=1; may be repeated", "RULE")
         ->trigger_on_parse();
     set(
         "--auth-read", [&](const auto& text) { desk.authRead = authReadNamed(text); },
-        "Which of several bearer values counts: first, last or any")
+        "Which of several bearer values counts: first, last or any", "first|last|any")
         ->default_str("last");
-    command.add_option("--seed", desk.seed, "Makes ids, tokens and random choices repeatable");
+    command.add_option("--seed", desk.seed, "Makes ids, tokens and random choices repeatable")
+        ->check(numberFrom(0, std::numeric_limits<long>::max()))
+        ->type_name("N");
     command.add_flag("--strict", options.strict,
                      "Exit with a failure if a request broke the contract");
     command.add_flag("--show-secrets", desk.showSecrets, "Show tokens and keys in full");

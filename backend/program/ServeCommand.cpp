@@ -29,7 +29,8 @@ void addServe(CLI::App& program, Command& selected) {
         ->add_option("--ready-fd", options->readyDescriptor,
                      "Descriptor to which the line \"PORT TRUST-FILE\" is written once the backend "
                      "listens, then the admin port on its own line")
-        ->check(CLI::Range(3, std::numeric_limits<int>::max()));
+        ->check(numberFrom(3, std::numeric_limits<int>::max()))
+        ->type_name("N");
     command->callback([command, options, &selected] {
         chooseAdminPort(*command, options->common);
         selected = [options] { return serve(*options); };

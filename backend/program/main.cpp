@@ -3,10 +3,14 @@
 
 #include <exception>
 #include <iostream>
+#include <stdexcept>
 #include <string>
-#include <vector>
 
-#include "backend/program/Commands.h"
+#include "backend/base/ExitStatus.h"
+#include "backend/base/NoBackend.h"
+#include "backend/program/CommandLine.h"
+#include "backend/program/Usage.h"
+#include "backend/run/ChildProcess.h"
 
 namespace {
 
@@ -16,32 +20,37 @@ void openStandardStreams() {
         if (fcntl(number, F_GETFD) < 0) open("/dev/null", O_RDWR);
 }
 
-std::string unknownCommand(const std::vector<std::string>& words) {
-    return words.empty() ? "" : ", and \"" + words.front() + "\" is not one";
+int report(const std::string& text, int status) {
+    std::cerr << "kivo-dev: " << text << (text.ends_with('\n') ? "" : "\n") << std::flush;
+    return status;
+}
+
+int runCommand(CLI::App& program, int count, char** arguments) {
+    kivo::backend::Command selected;
+    kivo::backend::describeCommandLine(program, selected);
+    program.parse(count, arguments);
+    return selected();
 }
 
 }  // namespace
 
 int main(int count, char** arguments) {
+    using namespace kivo::backend;
     openStandardStreams();
-    CLI::App program("kivo-dev, the development backend of Kivo");
-    program.require_subcommand(1);
-    kivo::backend::Command selected;
-    kivo::backend::addServe(program, selected);
-    kivo::backend::addRun(program, selected);
-    kivo::backend::addAdminCommands(program, selected);
+    CLI::App program("A development backend on this machine for applications with Kivo");
     try {
-        program.parse(count, arguments);
-        return selected();
-    } catch (const CLI::RequiredError& error) {
-        std::cerr << "kivo-dev: " << error.what() << unknownCommand(program.remaining())
-                  << "; see: kivo-dev --help, or kivo-dev COMMAND --help\n";
-        return EXIT_FAILURE;
+        return runCommand(program, count, arguments);
+    } catch (const CLI::Success& request) {
+        return program.exit(request);  // Prints the help or the version.
     } catch (const CLI::ParseError& error) {
-        return program.exit(error) == EXIT_SUCCESS ? EXIT_SUCCESS : EXIT_FAILURE;
+        return report(usageErrorFrom(error, program).what(), exitStatus::usage);
+    } catch (const std::invalid_argument& mistake) {
+        return report(mistake.what(), exitStatus::usage);
+    } catch (const CannotStart& error) {
+        return report(error.what(), error.status());
+    } catch (const NoBackend& error) {
+        return report(error.what(), exitStatus::noBackend);
     } catch (const std::exception& error) {
-        const std::string text = error.what();
-        std::cerr << "kivo-dev: " << text << (text.ends_with('\n') ? "" : "\n") << std::flush;
-        return EXIT_FAILURE;
+        return report(error.what(), exitStatus::failure);
     }
 }

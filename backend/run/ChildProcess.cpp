@@ -7,14 +7,13 @@
 
 #include <array>
 #include <cerrno>
-#include <stdexcept>
 #include <system_error>
+
+#include "backend/base/ExitStatus.h"
 
 namespace kivo::backend {
 
 namespace {
-
-constexpr int killedBySignal = 128;
 
 std::vector<char*> pointersTo(const std::vector<std::string>& texts) {
     std::vector<char*> pointers;
@@ -96,14 +95,15 @@ void ChildProcess::start(const std::vector<std::string>& command,
         posix_spawnp(&id_, command.front().c_str(), options.actions(), options.attributes(),
                      pointersTo(command).data(), pointersTo(environment).data());
     if (error == 0) return;
-    throw std::runtime_error("cannot start " + command.front() + ": " +
-                             std::generic_category().message(error) + hintFor(error));
+    throw CannotStart("cannot start " + command.front() + ": " +
+                          std::generic_category().message(error) + hintFor(error),
+                      error == ENOENT ? exitStatus::notFound : exitStatus::notExecutable);
 }
 
 std::optional<int> reap(pid_t id) {
     int status = 0;
     if (waitpid(id, &status, WNOHANG) != id) return std::nullopt;
-    return WIFSIGNALED(status) ? killedBySignal + WTERMSIG(status) : WEXITSTATUS(status);
+    return WIFSIGNALED(status) ? exitStatus::signalled + WTERMSIG(status) : WEXITSTATUS(status);
 }
 
 }  // namespace kivo::backend

@@ -4,6 +4,7 @@
 
 #include <csignal>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -11,12 +12,24 @@
 
 namespace kivo::backend {
 
+/// A program cannot be started; the message is for the user.
+class CannotStart : public std::runtime_error {
+public:
+    CannotStart(const std::string& message, int status)
+        : std::runtime_error(message), status_(status) {}
+
+    /// What to end with, as shells do: 127 if there is no such program, otherwise 126.
+    int status() const { return status_; }
+
+private:
+    int status_;
+};
+
 /// A program started with its standard output and standard error on pipes. It shares our standard
 /// input and process group.
 class ChildProcess {
 public:
-    /// `mask` is its signal mask. Throws std::runtime_error, with a message for the user, if the
-    /// program cannot be started.
+    /// `mask` is its signal mask. Throws CannotStart.
     ChildProcess(const std::vector<std::string>& command,
                  const std::vector<std::string>& environment, const sigset_t& mask);
 

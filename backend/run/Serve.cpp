@@ -48,7 +48,7 @@ void startSignalThread() {
 
 void requireOpen(const std::optional<int>& descriptor) {
     if (!descriptor || fcntl(*descriptor, F_GETFD) >= 0) return;
-    throw std::runtime_error(
+    throw std::invalid_argument(
         "descriptor " + std::to_string(*descriptor) +
         " is not open; open it first, as in: kivo-dev serve --ready-fd 3 3>ready");
 }

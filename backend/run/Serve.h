@@ -14,8 +14,8 @@ struct ServeOptions {
 };
 
 /// Runs the backend until SIGINT or SIGTERM; returns the exit status. Must be called before the
-/// process starts any other thread. Throws std::runtime_error, with a message for the user, if it
-/// cannot start.
+/// process starts any other thread. With a message for the user,
+/// throws std::invalid_argument if an option is wrong, and std::runtime_error if it cannot start.
 int serve(ServeOptions options);
 
 }  // namespace kivo::backend

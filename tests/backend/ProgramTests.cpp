@@ -94,13 +94,25 @@ TEST_F(ProgramTest, AMistakeEndsItWithAdvice) {
     expectSteps(
         "kivo serve --port 0 --ready-fd 3 3>ready >log & read -r port trust <ready",
         {{"(kivo serve --port $port); echo $?",
-          "port [0-9]+ is already in use.* --port N .*\n1\n$"},
-         {"(kivo serve --port 0 --admin-port $port); echo $?", "in use.* --admin-port N .*\n1\n$"},
-         {"(kivo serve --ready-fd 9 9>&-); echo $?", "descriptor 9 is not open.*\n1\n$"},
-         {"(kivo serve --fault img:lunch); echo $?", "\"lunch\" is not a kind of fault.*\n1\n$"},
-         {"(kivo run --host 1.2.3.4 -- true); echo $?", "--host takes a DNS name.*\n1\n$"},
-         {"(kivo run -- ./missing) >out; echo $?", "cannot start ./missing: .*path right.*\n1\n$"},
-         {"(kivo); echo $?; kill $!", "A subcommand is required.*\n1\n$"}});
+          "port [0-9]+ is already in use.* --port N .*\n3\n$"},
+         {"(kivo serve --port 0 --admin-port $port); echo $?", "in use.* --admin-port N .*\n3\n$"},
+         {"kill $!; (kivo serve --ready-fd 9 9>&-); echo $?", "descriptor 9 is not open.*\n2\n$"},
+         {"(kivo serve --fault img:lunch); echo $?", "\"lunch\" is not a kind of fault.*\n2\n$"},
+         {"(kivo serve --port=x); echo $?", "--port: \"x\" is not a whole number.* 65535\n2\n$"},
+         {"(kivo serve --latnecy 3)", "has no option --latnecy; did you mean --latency\\?\n$"},
+         {"(kivo state --admin-port)", "--admin-port needs a value; see: kivo-dev help state\n$"},
+         {"(kivo fault ad x)", "^kivo-dev: fault has no command ad; did you mean add\\?\n$"},
+         {"(kivo run --host 1.2.3.4 -- true); echo $?", "--host takes a DNS name.*\n2\n$"},
+         {"(kivo run -- ./missing) >out; echo $?",
+          "cannot start ./missing: .*path right.*\n127\n$"},
+         {"(kivo run -- .) >out; echo $?", "cannot start .: .*is it executable.*\n126\n$"},
+         {"(kivo); echo $?", "the command is missing; choose one of serve, run, .*\n2\n$"},
+         {"(kivo --version)", "^kivo-dev [0-9.]+\n$"},
+         {"(kivo pages $PWD); bash -c '. ./kivo-dev.bash; COMP_CWORD=2 COMP_WORDS=(kivo-dev fault "
+          "a);"
+          "_kivo_dev; echo $COMPREPLY'",
+          "^add\n$"},
+         {"grep -A1 'SS kivo..dev fault add' kivo-dev.1", "Adds a fault, as in user/unset:401"}});
 }
 
 /// "ask HOST:PORT" sends a request for an image over TLS through the proxy, as an application does.
@@ -143,7 +155,7 @@ END
 
 TEST_F(ProgramTest, RunEndsAsTheProgramEnds) {
     const std::string signalled = R"(signalled() {
-        kivo run -- sh -c 'setsid sleep 20 & echo $! >ready; exec sleep 60' >log &
+        kivo run -- sh -c 'setsid sh -c "echo \$\$ >ready; exec sleep 20" & exec sleep 60' >log &
         read -r left <ready; kill -$1 $!; wait $!; echo $?; kill $left && echo not waited for; })";
     const std::string strict =
         "(kivo run --strict -- sh ask api.kivo.example:443 PUT /api/communication/user/unset) >log";
