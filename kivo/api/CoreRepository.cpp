@@ -65,20 +65,19 @@ NetworkClient::Parameters parameters(Members... members) {
 
 }  // namespace
 
-auto CoreRepository::authenticateSdk(SdkAuthRequest authRequest) -> Reply<SdkAuthData> {
-    return send(sdkAuthenticate, parameters(Member{"apiKey", std::move(authRequest.apiKey)}));
+auto CoreRepository::authenticateSdk(const SdkAuthRequest& authRequest) -> Reply<SdkAuthData> {
+    return send(sdkAuthenticate, parameters(Member{"apiKey", authRequest.apiKey}));
 }
 
 /// All four keys are always sent: on the wire, unlike in the stored record, an absent field is an
 /// empty string.
-auto CoreRepository::authenticateUser(UserAuthRequest authUserRequest)
+auto CoreRepository::authenticateUser(const UserAuthRequest& authUserRequest)
     -> Reply<AuthUserResponseData> {
-    return send(
-        userAuthenticate,
-        parameters(Member{"countryCode", std::move(authUserRequest.countryCode).value_or("")},
-                   Member{"phone", std::move(authUserRequest.phone).value_or("")},
-                   Member{"email", std::move(authUserRequest.email).value_or("")},
-                   Member{"name", std::move(authUserRequest.name).value_or("")}));
+    return send(userAuthenticate,
+                parameters(Member{"countryCode", authUserRequest.countryCode.value_or("")},
+                           Member{"phone", authUserRequest.phone.value_or("")},
+                           Member{"email", authUserRequest.email.value_or("")},
+                           Member{"name", authUserRequest.name.value_or("")}));
 }
 
 auto CoreRepository::updatedeviceToken(std::string deviceToken)

@@ -32,11 +32,11 @@ platform::Task<Payload> dataOf(CoreRepository::Reply<Payload> call) {
 }  // namespace
 
 platform::Task<std::string> CacheManager::reAuthSdk() {
-    auto request = getSdkAuthRequest();
+    const auto request = getSdkAuthRequest();
     if (!request) throw SDKError(SDKError::missingSdkParams);
 
     CoreRepository repository;
-    auto call = dataOf(repository.authenticateSdk(*std::move(request)));
+    auto call = dataOf(repository.authenticateSdk(*request));
     const auto data = co_await std::move(call);
     saveMerchantJwtTokenTemp(data);
     // The reply's own token, since the queued write may not have been applied yet.
@@ -44,11 +44,11 @@ platform::Task<std::string> CacheManager::reAuthSdk() {
 }
 
 platform::Task<std::string> CacheManager::reAuthUser() {
-    auto request = getUserAuthRequest();
+    const auto request = getUserAuthRequest();
     if (!request) throw SDKError(SDKError::missingUserParams);
 
     CoreRepository repository;
-    auto call = dataOf(repository.authenticateUser(*std::move(request)));
+    auto call = dataOf(repository.authenticateUser(*request));
     const auto data = co_await std::move(call);
     saveUserJwtToken(data.userToken);
     co_return data.userToken;

@@ -18,11 +18,16 @@ public:
     template <typename Payload>
     using Reply = platform::Task<std::optional<ApiResponse<Payload>>>;
 
-    virtual Reply<SdkAuthData> authenticateSdk(SdkAuthRequest authRequest);
-    virtual Reply<AuthUserResponseData> authenticateUser(UserAuthRequest authUserRequest);
+    virtual Reply<SdkAuthData> authenticateSdk(const SdkAuthRequest& authRequest);
+    virtual Reply<AuthUserResponseData> authenticateUser(const UserAuthRequest& authUserRequest);
     virtual Reply<DeviceTokenSubmitResponse> updatedeviceToken(std::string deviceToken);
     virtual Reply<DeviceTokenSubmitResponse> updateNotificationPermission(bool hasPermission);
     virtual Reply<UnsetUserResponseData> unsetUser(std::string sessionId);
+
+    /// Give the request a name on the line above: g++ 12 destroys a temporary aggregate twice when
+    /// it stands in one expression with co_await.
+    Reply<SdkAuthData> authenticateSdk(SdkAuthRequest&& mustHaveAName) = delete;
+    Reply<AuthUserResponseData> authenticateUser(UserAuthRequest&& mustHaveAName) = delete;
 
     CoreRepository() = default;
     virtual ~CoreRepository() = default;

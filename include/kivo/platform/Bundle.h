@@ -4,6 +4,7 @@
 #include <string>
 
 #include "kivo/platform/Export.h"
+#include "kivo/platform/HostFlags.h"
 
 namespace kivo::platform {
 

@@ -5,6 +5,7 @@
 #include <string_view>
 
 #include "kivo/platform/Export.h"
+#include "kivo/platform/HostFlags.h"
 
 namespace kivo::platform {
 

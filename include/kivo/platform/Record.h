@@ -6,6 +6,8 @@
 #include <string_view>
 #include <tuple>
 
+#include "kivo/platform/HostFlags.h"
+
 namespace kivo::platform {
 
 /// One field of a record: the member, and the name under which it is encoded and printed.

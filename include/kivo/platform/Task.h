@@ -9,6 +9,7 @@
 #include <variant>
 
 #include "kivo/platform/Export.h"
+#include "kivo/platform/HostFlags.h"
 
 namespace kivo::platform {
 

@@ -4,6 +4,8 @@
 #include <map>
 #include <string>
 
+#include "kivo/platform/HostFlags.h"
+
 namespace kivo {
 
 /// The payload of a remote notification. Text may be held as `std::string`, `std::string_view`,
