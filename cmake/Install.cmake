@@ -1,19 +1,52 @@
-# Installs the library, its public headers and the CMake package `Kivo`.
+# Installs three components: `runtime`, the shared library; `dev`, what a host is built with; `tools`, kivo-dev.
 
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 
 set(packageDirectory "${CMAKE_INSTALL_LIBDIR}/cmake/Kivo")
 
-install(TARGETS kivo EXPORT KivoTargets FILE_SET HEADERS DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}")
-install(EXPORT KivoTargets NAMESPACE Kivo:: DESTINATION "${packageDirectory}")
+function(kivo_install_library target export)
+    install(TARGETS ${target} EXPORT ${export}
+        LIBRARY COMPONENT runtime NAMELINK_COMPONENT dev
+        ARCHIVE COMPONENT dev
+        FILE_SET HEADERS DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}" COMPONENT dev)
+    install(EXPORT ${export} NAMESPACE Kivo:: DESTINATION "${packageDirectory}" COMPONENT dev)
+endfunction()
 
-# A target that links a static Kivo also links its dependencies; a shared Kivo loads its own.
-get_target_property(KIVO_LIBRARY_TYPE kivo TYPE)
+kivo_install_library(kivo KivoTargets)
+kivo_install_library(kivo-static KivoStaticTargets)
+
 configure_package_config_file("${CMAKE_CURRENT_LIST_DIR}/KivoConfig.cmake.in"
     "${PROJECT_BINARY_DIR}/KivoConfig.cmake" INSTALL_DESTINATION "${packageDirectory}")
 write_basic_package_version_file("${PROJECT_BINARY_DIR}/KivoConfigVersion.cmake"
     COMPATIBILITY SameMajorVersion)
 install(FILES "${PROJECT_BINARY_DIR}/KivoConfig.cmake" "${PROJECT_BINARY_DIR}/KivoConfigVersion.cmake"
     "${CMAKE_CURRENT_LIST_DIR}/FindIdn2.cmake"
-    DESTINATION "${packageDirectory}")
+    DESTINATION "${packageDirectory}" COMPONENT dev)
+
+# Written when it is installed, since only then the prefix is known. The prefix stands there in full: pkg-config
+# would not recognise a path relative to the file as one of the system's folders, and pass it to the compiler.
+function(kivo_install_pkg_config name)
+    set(template "${CMAKE_CURRENT_FUNCTION_LIST_DIR}/${name}.pc.in")
+    set(directory "${CMAKE_INSTALL_LIBDIR}/pkgconfig")
+    install(CODE "
+        set(includedir \"${CMAKE_INSTALL_INCLUDEDIR}\")
+        set(libdir \"${CMAKE_INSTALL_LIBDIR}\")
+        set(version \"${PROJECT_VERSION}\")
+        configure_file(\"${template}\" \"${PROJECT_BINARY_DIR}/${name}.pc\" @ONLY)
+        file(INSTALL \"${PROJECT_BINARY_DIR}/${name}.pc\" DESTINATION \"\${CMAKE_INSTALL_PREFIX}/${directory}\")"
+        COMPONENT dev)
+endfunction()
+
+kivo_install_pkg_config(kivo)
+kivo_install_pkg_config(kivo-static)
+
+if(TARGET kivo-dev)
+    install(TARGETS kivo-dev RUNTIME COMPONENT tools)
+endif()
+if(TARGET kivo-dev-pages)
+    get_target_property(pages kivo-dev-pages BINARY_DIR)
+    install(FILES "${pages}/kivo-dev.1" DESTINATION "${CMAKE_INSTALL_MANDIR}/man1" COMPONENT tools)
+    install(FILES "${pages}/kivo-dev.bash" RENAME kivo-dev
+        DESTINATION "${CMAKE_INSTALL_DATADIR}/bash-completion/completions" COMPONENT tools)
+endif()

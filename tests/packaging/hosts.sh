@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# A host outside the repository configures, builds and runs. The installed package is this build's; the
-# subproject is built as the other kind of library, so that both shared and static are seen.
+# A host outside the repository configures, builds and runs, shared and static, with CMake, with Meson and
+# with the compiler alone; and a host that would crash does not compile. The installed package is this build's.
 # usage: hosts.sh SOURCE_ROOT BUILD_DIRECTORY CMAKE installed|subproject
 
 set -euo pipefail
@@ -33,24 +33,57 @@ run_host() {
     grep -qx 'Failed to retrieve image URL' <<<"$output" || fail "no message line from $*: $output"
 }
 
-# A host of the prefix. With a shared library it needs no development package.
+# A host of the shared library needs no development package; a plug-in of the static one exports nothing of it.
 serve_from_prefix() {
-    local without=()
-    [[ -e "$scratch/prefix/lib/libkivo.so" ]] &&
-        without=(-DCMAKE_DISABLE_FIND_PACKAGE_{CURL,Idn2,SQLite3}"=ON")
-    build_host installed -DCMAKE_PREFIX_PATH="$scratch/prefix" "${without[@]}"
+    build_host installed -DCMAKE_PREFIX_PATH="$scratch/prefix" \
+        -DCMAKE_DISABLE_FIND_PACKAGE_{CURL,Idn2,SQLite3}"=ON"
     run_host "$scratch/installed/host"
-    check_exports
+    build_host static -DCMAKE_PREFIX_PATH="$scratch/prefix" -DKIVO_COMPONENTS=static
+    refuse_names kivo "$scratch/static/libplugin.so"
 }
 
-# Only names of the public classes leave the shared library.
+# refuse_names PATTERN LIBRARY
+refuse_names() {
+    local names
+    names="$(nm -D --defined-only --demangle "$2" | grep "$1")" || return 0
+    fail "$2 exports Kivo's names:"$'\n'"$names"
+}
+
+# What the header declares, what the version script lists and what the library exports are the same C names;
+# of C++ only names of the public classes leave it.
 check_exports() {
-    local library="$scratch/prefix/lib/libkivo.so" names foreign
-    [[ -e "$library" ]] || return 0
-    names="$(nm -D --defined-only --demangle "$library" | cut -d' ' -f3-)"
-    grep -q '^kivo::KivoSDK::initialise(' <<<"$names" || fail "KivoSDK::initialise is not exported"
-    foreign="$(grep -vxE -f "$here/exported-names.txt" <<<"$names")" || return 0
+    local library="$scratch/prefix/lib/libkivo.so" exported foreign
+    exported="$(nm -D --defined-only --with-symbol-versions "$library" | sed -n 's/.* \(kivo_[a-z_]*\)@@KIVO_1\.0$/\1/p')"
+    diff <(sort <<<"$exported") <(grep -oE '\bkivo_[a-z_]+;' "$source_root/kivo/exports.map" | tr -d ';' | sort) ||
+        fail "the C names above are not the version script's (< exported, > listed)"
+    diff <(sort <<<"$exported") <(sed -nE 's/^KIVO_EXPORT .*\b(kivo_[a-z_]+)\(.*/\1/p' "$source_root/include/kivo/kivo.h" | sort) ||
+        fail "the C names above are not the header's (< exported, > declared)"
+    foreign="$(nm -D --defined-only --demangle --without-symbol-versions "$library" | cut -d' ' -f3- |
+        grep -vE '^(kivo_|KIVO_)' | grep -vxE -f "$here/exported-names.txt")" || return 0
     fail "the shared library exports names that are not public:"$'\n'"$foreign"
+}
+
+flags() { PKG_CONFIG_PATH="$scratch/prefix/lib/pkgconfig" pkg-config --cflags --libs "$1"; }
+
+# compile_by_hand PACKAGE FLAG...: the host, with pkg-config alone.
+compile_by_hand() {
+    # shellcheck disable=SC2046  # Flags are words.
+    "$(cached CMAKE_CXX_COMPILER)" -std=c++20 "${@:2}" "$here/host/host.cpp" $(flags "$1") -o "$scratch/by-hand"
+}
+
+compile_without_cmake() {
+    local package
+    for package in kivo kivo-static; do
+        expect_success compile_by_hand "$package"
+        run_host "$scratch/by-hand"
+    done
+}
+
+refuse_harmful_hosts() {
+    expect_failure '-D_GLIBCXX_DEBUG changes the layout' compile_by_hand kivo -D_GLIBCXX_DEBUG
+    expect_failure 'with -frtti' compile_by_hand kivo -fno-rtti
+    expect_failure 'deleted function' compile_by_hand kivo -DWITH_A_REQUEST_WITHOUT_A_NAME
+    expect_success compile_by_hand kivo -DWITH_A_REQUEST_WITH_A_NAME
 }
 
 install_into_prefix() {
@@ -58,18 +91,20 @@ install_into_prefix() {
     [[ ! -e "$scratch/prefix/lib64" ]] || ln -s lib64 "$scratch/prefix/lib"
 }
 
-other_kind() { if [[ "$(cached BUILD_SHARED_LIBS)" == ON ]]; then echo OFF; else echo ON; fi; }
-
 mkdir "$scratch/home"
 case "$4" in
     installed)
         install_into_prefix "$build_directory"
         serve_from_prefix
+        check_exports
+        compile_without_cmake
+        refuse_harmful_hosts
         ;;
     subproject)
         build_host subproject -DKIVO_AS_SUBPROJECT=ON -DKIVO_INSTALL=ON \
-            -DCMAKE_INSTALL_INCLUDEDIR=headers/of/kivo -DBUILD_SHARED_LIBS="$(other_kind)"
+            -DCMAKE_INSTALL_INCLUDEDIR=headers/of/kivo
         run_host "$scratch/subproject/host"
+        refuse_names kivo "$scratch/subproject/libplugin.so"
         install_into_prefix "$scratch/subproject"
         serve_from_prefix
         ;;
