@@ -92,3 +92,6 @@ build() {
     configure "$@"
     compile "$1"
 }
+
+# version: Kivo's, as the public header states it.
+version() { sed -nE 's/^#define KIVO_VERSION_[A-Z]+ ([0-9]+)$/\1/p' "$root/include/kivo/Version.h" | paste -sd.; }

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# A host outside the repository configures, builds and runs, shared and static, with CMake, with Meson and
-# with the compiler alone; and a host that would crash does not compile. The installed package is this build's.
+# A host outside the repository configures, builds and runs, shared and static, with CMake and with the compiler
+# alone; and a host that would crash does not compile. The installed package is this build's.
 # usage: hosts.sh SOURCE_ROOT BUILD_DIRECTORY CMAKE installed|subproject
 
 set -euo pipefail
