@@ -5,9 +5,14 @@
 #include <array>
 #include <optional>
 #include <stdexcept>
+#include <utility>
 
+#include "backend/admin/AdminContext.h"
 #include "backend/admin/AdminPort.h"
+#include "backend/admin/Events.h"
 #include "backend/admin/Expectation.h"
+#include "backend/admin/Page.h"
+#include "backend/admin/Query.h"
 #include "backend/admin/Records.h"
 #include "backend/base/HostAndPort.h"
 #include "backend/base/Number.h"
@@ -22,31 +27,19 @@ namespace {
 using nlohmann::json;
 constexpr std::uint16_t anyPort = 80;
 
-std::string queryValue(const Request& request, std::string_view name) {
-    const std::string_view target = request.target;
-    const auto start = target.find("?" + std::string(name) + "=");
-    return start == target.npos ? "" : std::string(target.substr(start + name.size() + 2));
-}
-
 json bodyOf(const Request& request) {
     auto body = json::parse(request.body.empty() ? "{}" : request.body, nullptr, false);
     if (!body.is_object()) throw std::invalid_argument("the body is not a JSON object");
     return body;
 }
 
-json state(Desk& desk, const Request&) {
-    return {{"baseUrl", desk.baseUrl()},
-            {"sessions", recordsOf(desk.service().sessions(), desk.showsSecrets())},
-            {"images", recordsOf(desk.images().list())},
-            {"faults", recordsOf(desk.faults().list())},
-            {"totals", recordOf(desk.tally().totals())}};
-}
+json state(Desk& desk, const Request&) { return stateOf(desk); }
 
 json requests(Desk& desk, const Request& request) {
     const auto after = parseNumber<std::uint64_t>(queryValue(request, "after")).value_or(0);
     json list = json::array();
     for (const auto& entry : desk.journal().after(after))
-        list.push_back(recordOf(entry, desk.showsSecrets()));
+        if (entry.kind == EntryKind::request) list.push_back(recordOf(entry, desk.showsSecrets()));
     return {{"requests", list}};
 }
 
@@ -70,8 +63,13 @@ json expire(Desk& desk, const Request& request) {
         throw std::invalid_argument("the kind must be user, merchant or all, not \"" + kind + "\"");
     std::optional<TokenKind> meant;
     if (kind != "all") meant = kind == "user" ? TokenKind::user : TokenKind::merchant;
-    desk.service().expire(meant);
+    desk.expire(meant);
     return {{"expired", kind}};
+}
+
+json setLatency(Desk& desk, const Request& request) {
+    desk.setLatency(Latency::parse(bodyOf(request).value("latency", "")));
+    return {{"latency", desk.latency().text()}};
 }
 
 json reset(Desk& desk, const Request&) {
@@ -108,16 +106,18 @@ struct Route {
 };
 
 constexpr std::array routes{
-    Route{"GET", "/state", state},
-    Route{"GET", "/requests", requests},
-    Route{"GET", "/faults", faults},
-    Route{"POST", "/faults", addFault},
-    Route{"DELETE", "/faults", clearFaults},
-    Route{"POST", "/expire", expire},
-    Route{"POST", "/reset", reset},
-    Route{"POST", "/images", addImage},
-    Route{"POST", "/expectations", checkExpectation},
+    Route{"GET", "/state", state},           Route{"GET", "/requests", requests},
+    Route{"GET", "/faults", faults},         Route{"POST", "/faults", addFault},
+    Route{"DELETE", "/faults", clearFaults}, Route{"POST", "/expire", expire},
+    Route{"POST", "/latency", setLatency},   Route{"POST", "/reset", reset},
+    Route{"POST", "/images", addImage},      Route{"POST", "/expectations", checkExpectation},
 };
+
+/// Browsers tell what a request is for. A link on another site may lead to the page.
+bool isOtherSites(const Request& request) {
+    const auto site = request.header("Sec-Fetch-Site");
+    return !site.empty() && site != "same-origin" && site != "none" && request.path() != "/";
+}
 
 /// A page of another site can make a browser send requests here, through a name of its own that
 /// resolves to loopback or with its own origin; both show in the headers.
@@ -126,6 +126,7 @@ bool comesFromHere(const Request& request) {
     if (hosts.size() != 1) return false;
     const auto host = hostAndPort(hosts.front(), anyPort);
     if (!host || !isLoopback(host->host)) return false;
+    if (isOtherSites(request)) return false;
     const auto origins = request.values("Origin");
     return origins.empty() || (origins.size() == 1 && origins.front() == "http://" + hosts.front());
 }
@@ -141,13 +142,16 @@ Reply handle(const Route& route, Desk& desk, const Request& request) {
     }
 }
 
-Reply answer(Desk& desk, const Request& request) {
+Reply answer(AdminContext& context, const Request& request) {
     if (!comesFromHere(request))
         return refusal(
             403, "only programs on this machine may use this port, and no pages of other sites");
+    if (request.method == "GET" && request.path() == "/events")
+        return followEvents(context, request);
+    if (auto file = pageFile(request); file && request.method == "GET") return std::move(*file);
     for (const auto& route : routes) {
         if (route.path == request.path() && route.method == request.method)
-            return handle(route, desk, request);
+            return handle(route, context.desk, request);
     }
     return refusal(
         404, "there is no admin request " + request.method + " " + std::string(request.path()));
@@ -155,9 +159,11 @@ Reply answer(Desk& desk, const Request& request) {
 
 }  // namespace
 
-Reply adminReply(Desk& desk, const Request& request) {
-    auto reply = answer(desk, request);
+Reply adminReply(AdminContext& context, const Request& request) {
+    auto reply = answer(context, request);
     reply.headers.push_back({.name = "Server", .value = adminServerName});
+    reply.headers.push_back({.name = "X-Content-Type-Options", .value = "nosniff"});
+    reply.headers.push_back({.name = "Cross-Origin-Resource-Policy", .value = "same-origin"});
     return reply;
 }
 

@@ -1,6 +1,7 @@
 #include "backend/admin/AdminServer.h"
 
 #include <cstddef>
+#include <utility>
 
 #include "backend/admin/Admin.h"
 #include "backend/desk/Desk.h"
@@ -12,16 +13,22 @@ namespace {
 
 constexpr std::size_t connectionLimit = 64;
 
-ServerOptions serverOptions(Desk& desk, std::uint16_t port) {
+ServerOptions serverOptions(AdminContext& context, std::uint16_t port) {
     return {.port = port,
-            .handler = [&desk](const Request& request) { return adminReply(desk, request); },
+            .handler = [&context](const Request& request) { return adminReply(context, request); },
             .tunnelPolicy = [](const std::string&) { return TunnelPolicy::refuse; },
             .limits = {.bodyBytes = Images::largest, .connections = connectionLimit}};
 }
 
 }  // namespace
 
-AdminServer::AdminServer(Desk& desk, std::uint16_t port)
-    : server_(startServer(serverOptions(desk, port), "--admin-port")) {}
+AdminServer::AdminServer(Desk& desk, std::uint16_t port, AdminInfo info)
+    : context_{.desk = desk, .info = std::move(info)},
+      server_(startServer(serverOptions(context_, port), "--admin-port")) {
+    waker_->attach(server_.get());
+    desk.journal().observe([waker = waker_](const Entry&) { waker->wake(); });
+}
+
+AdminServer::~AdminServer() { waker_->attach(nullptr); }
 
 }  // namespace kivo::backend

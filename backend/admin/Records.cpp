@@ -2,6 +2,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include <array>
+
 #include "backend/journal/RequestLine.h"
 #include "backend/journal/Secrets.h"
 
@@ -48,11 +50,32 @@ json listOf(const Things& things, const Describe& describe) {
     return list;
 }
 
+const char* nameOf(EntryKind kind) {
+    static constexpr std::array names{"request", "handshake", "forwarded", "expired", "reset"};
+    return names.at(static_cast<std::size_t>(kind));
+}
+
 }  // namespace
+
+std::int64_t millisecondsSinceEpoch(std::chrono::system_clock::time_point time) {
+    return std::chrono::floor<std::chrono::milliseconds>(time.time_since_epoch()).count();
+}
+
+json stateOf(Desk& desk) {
+    return {{"baseUrl", desk.baseUrl()},
+            {"sessions", recordsOf(desk.service().sessions(), desk.showsSecrets())},
+            {"images", recordsOf(desk.images().list())},
+            {"faults", recordsOf(desk.faults().list())},
+            {"latency", desk.latency().text()},
+            {"totals", recordOf(desk.tally().totals())}};
+}
 
 json recordOf(const Entry& entry, bool showSecrets) {
     const auto& [request, reply, duration, delivered] = entry.exchange;
     return {{"number", entry.number},
+            {"kind", nameOf(entry.kind)},
+            {"detail", entry.detail},
+            {"arrival", millisecondsSinceEpoch(request.arrival)},
             {"time", localTime(request.arrival)},
             {"line", requestLine(entry, showSecrets)},
             {"method", request.method},
@@ -75,7 +98,10 @@ json recordOf(const Entry& entry, bool showSecrets) {
 json recordOf(const Totals& totals) {
     return {{"requests", totals.requests},
             {"refreshes", totals.refreshes},
-            {"violations", totals.violations}};
+            {"violations", totals.violations},
+            {"faultHits", totals.faultHits},
+            {"failedHandshakes", totals.failedHandshakes},
+            {"forwarded", totals.forwarded}};
 }
 
 json recordsOf(const std::vector<Session>& sessions, bool showSecrets) {

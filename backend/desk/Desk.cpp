@@ -39,11 +39,14 @@ Desk::Desk(DeskOptions options, Journal::Observer observer)
       service_(
           {.lifetimes = options_.lifetimes, .authRead = options_.authRead, .seed = options_.seed}),
       faults_(seedOf(options_, 0)),
+      latency_(options_.latency),
       contract_([this](std::string_view token) { return service_.issuedClaims(token); }),
       chance_(seedOf(options_, 1)) {
     for (const auto& fault : options_.faults) faults_.add(fault);
     journal_.observe([this](const Entry& entry) { tally_.count(entry); });
-    journal_.observe(std::move(observer));
+    journal_.observe([observer = std::move(observer)](const Entry& entry) {
+        if (entry.kind == EntryKind::request) observer(entry);
+    });
 }
 
 Desk::~Desk() = default;
@@ -66,12 +69,28 @@ void Desk::addFault(Fault fault) {
     if (atHandshake) server_->closeIdleConnections();
 }
 
+void Desk::expire(std::optional<TokenKind> kind) {
+    service_.expire(kind);
+    journal_.record(eventOf(EntryKind::expired, kind ? nameOf(*kind) : "all"));
+}
+
+void Desk::setLatency(const Latency& latency) {
+    const Lock lock(latencyMutex_);
+    latency_ = latency;
+}
+
+Latency Desk::latency() const {
+    const Lock lock(latencyMutex_);
+    return latency_;
+}
+
 void Desk::reset() {
     service_.reset();
     faults_.clear();
     images_.clear();
     journal_.clear();
     tally_.clear();
+    journal_.record(eventOf(EntryKind::reset, ""));
 }
 
 ServerOptions Desk::serverOptions() {
@@ -79,16 +98,28 @@ ServerOptions Desk::serverOptions() {
             .identity = options_.identity,
             .handler = [this](const Request& request) { return answer(request); },
             .chooseHandshake = [this] { return handshakeAction(); },
-            .tunnelPolicy = options_.tunnelPolicy,
-            .onHandshakeFailed = options_.onHandshakeFailed,
+            .tunnelPolicy = [this](const std::string& target) { return tunnelPolicy(target); },
+            .onHandshakeFailed = [this](const std::string& reason) { handshakeFailed(reason); },
             .onExchange = [this](Exchange exchange) { finished(std::move(exchange)); }};
 }
 
 HandshakeAction Desk::handshakeAction() {
     const auto action = faults_.drawHandshakeAction();
-    if (action == HandshakeAction::refuse && options_.onHandshakeFailed)
-        options_.onHandshakeFailed("refused by a fault rule");
+    if (action == HandshakeAction::refuse) handshakeFailed("refused by a fault rule");
     return action;
+}
+
+void Desk::handshakeFailed(const std::string& reason) {
+    if (options_.onHandshakeFailed) options_.onHandshakeFailed(reason);
+    journal_.record(eventOf(EntryKind::handshake, reason));
+}
+
+TunnelPolicy Desk::tunnelPolicy(const std::string& authority) {
+    if (!options_.tunnelPolicy) return TunnelPolicy::intercept;
+    const auto policy = options_.tunnelPolicy(authority);
+    if (policy == TunnelPolicy::forward && tally_.countForwarded(authority))
+        journal_.record(eventOf(EntryKind::forwarded, authority));
+    return policy;
 }
 
 Reply Desk::answer(const Request& request) {
@@ -96,9 +127,9 @@ Reply Desk::answer(const Request& request) {
     auto reply = goodReply(request);
     if (const auto fault = faults_.draw(request))
         reply = applyFault(request, std::move(reply), *fault);
-    reply.delay += options_.latency.draw(chance_);
     reply.violations = std::move(violations);
     contract_.remember(request, reply);
+    reply.delay += latency().draw(chance_);
     return reply;
 }
 

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "backend/base/Mutex.h"
 #include "backend/faults/Faults.h"
 #include "backend/faults/Latency.h"
 #include "backend/http/Server.h"
@@ -37,7 +38,7 @@ struct DeskOptions {
 /// contract check, and a journal of all requests. Its parts may be used from any thread.
 class Desk {
 public:
-    /// Does not listen before open(). The observer is called for every journal entry.
+    /// Does not listen before open(). The observer is called for every request.
     Desk(DeskOptions options, Journal::Observer observer);
     ~Desk();
 
@@ -55,6 +56,13 @@ public:
 
     void addFault(Fault fault);
 
+    /// Expires all tokens issued so far, of one kind or of both.
+    void expire(std::optional<TokenKind> kind);
+
+    /// Changes how long later replies are delayed.
+    void setLatency(const Latency& latency);
+    Latency latency() const;
+
     /// Clears sessions, tokens, faults, images, requests and totals.
     void reset();
 
@@ -64,6 +72,7 @@ public:
     Images& images() { return images_; }
     Journal& journal() { return journal_; }
     const Tally& tally() const { return tally_; }
+    const Lifetimes& lifetimes() const { return options_.lifetimes; }
     bool showsSecrets() const { return options_.showSecrets; }
 
     /// "https://localhost:PORT/"
@@ -71,6 +80,8 @@ public:
 
 private:
     HandshakeAction handshakeAction();
+    TunnelPolicy tunnelPolicy(const std::string& authority);
+    void handshakeFailed(const std::string& reason);
     Reply answer(const Request& request);
     Reply goodReply(const Request& request);
     std::vector<std::string> namesOf(const std::vector<std::string>& tokens) const;
@@ -83,6 +94,8 @@ private:
     Images images_;
     Journal journal_;
     Tally tally_;
+    mutable Mutex latencyMutex_;
+    Latency latency_ KIVO_BACKEND_GUARDED_BY(latencyMutex_);
     Contract contract_;       // Used only on the server's thread.
     std::mt19937_64 chance_;  // Used only on the server's thread.
     std::unique_ptr<Server> server_;

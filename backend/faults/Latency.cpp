@@ -33,6 +33,11 @@ Latency Latency::parse(std::string_view text) {
     return latency;
 }
 
+std::string Latency::text() const {
+    const auto middle = std::to_string(middle_.count()) + "ms";
+    return spread_.count() == 0 ? middle : middle + "+-" + std::to_string(spread_.count()) + "ms";
+}
+
 std::chrono::milliseconds Latency::draw(std::mt19937_64& generator) const {
     std::uniform_int_distribution<std::chrono::milliseconds::rep> around(-spread_.count(),
                                                                          spread_.count());

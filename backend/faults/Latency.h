@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <random>
+#include <string>
 #include <string_view>
 
 namespace kivo::backend {
@@ -15,6 +16,9 @@ public:
     /// Parses "80ms" or "80ms+-30ms"; a spread without a unit is in milliseconds. Throws
     /// std::invalid_argument with a message that shows the syntax.
     static Latency parse(std::string_view text);
+
+    /// The written form, as in "80ms+-30ms".
+    std::string text() const;
 
     std::chrono::milliseconds draw(std::mt19937_64& generator) const;
 

@@ -34,7 +34,7 @@ Reply replyOf(const Handler& handler, const Request& request) {
 
 bool endsConnection(const Reply& reply) {
     return reply.delivery == Delivery::cutBody || reply.delivery == Delivery::raw ||
-           reply.repetitions == Reply::endless;
+           reply.repetitions == Reply::endless || reply.more;
 }
 
 }  // namespace
@@ -131,6 +131,8 @@ asio::awaitable<Connection::Next> Connection::answer(Stream& stream, Request req
     exchange.reply = replyOf(shared_.options.handler, exchange.request);
     keepAlive = keepAlive && !endsConnection(exchange.reply);
     exchange.delivered = co_await deliver(stream, exchange, keepAlive);
+    const bool streams = exchange.delivered && exchange.reply.more && !tls_;
+    if (streams && hasBody(exchange.reply, exchange.request)) co_await sendMore(exchange.reply);
     exchange.duration = std::chrono::steady_clock::now() - start;
     const bool goesOn = exchange.delivered && keepAlive;
     if (shared_.options.onExchange) shared_.options.onExchange(std::move(exchange));

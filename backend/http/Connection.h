@@ -3,11 +3,13 @@
 #include <boost/asio/awaitable.hpp>
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/asio/ssl/context.hpp>
+#include <boost/asio/steady_timer.hpp>
 #include <boost/beast/core/flat_buffer.hpp>
 #include <boost/beast/core/tcp_stream.hpp>
 
 #include <chrono>
 #include <cstdint>
+#include <memory>
 
 #include "backend/http/Server.h"
 
@@ -30,6 +32,9 @@ public:
 
     /// Sends the reply if it is being held.
     void release();
+
+    /// Asks a reply that goes on for more.
+    void wake();
 
     /// Closes the connection if it is waiting for a request.
     void closeIfIdle();
@@ -58,6 +63,8 @@ private:
     boost::asio::awaitable<bool> send(Stream& stream, std::string_view text, const Reply& reply);
     template <typename Stream>
     boost::asio::awaitable<bool> repeatBody(Stream& stream, const Reply& reply);
+    boost::asio::awaitable<void> sendMore(const Reply& reply);
+    boost::asio::awaitable<void> waitForMore();
     boost::asio::awaitable<void> waitBeforeSending(const Reply& reply);
     boost::asio::awaitable<void> pause(std::chrono::milliseconds duration);
     void reset();
@@ -70,6 +77,7 @@ private:
     ServerContext& shared_;
     const std::uint64_t number_;
     std::string authority_;
+    std::shared_ptr<boost::asio::steady_timer> waitingForMore_;
     bool tls_ = false;
     bool hanging_ = false;
     bool idle_ = false;

@@ -26,7 +26,7 @@ std::string head(const Reply& reply, bool keepAlive) {
     std::string text = statusLine(reply.status);
     for (const auto& header : reply.headers) text += header.name + ": " + header.value + "\r\n";
     const bool framed = has(reply, "Content-Length") || has(reply, "Transfer-Encoding") ||
-                        reply.repetitions == Reply::endless;
+                        reply.repetitions == Reply::endless || reply.more;
     if (!framed && mayHaveBody(reply.status)) {
         const auto length = reply.body.size() * reply.repetitions;
         text += "Content-Length: " + std::to_string(length) + "\r\n";

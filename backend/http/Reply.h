@@ -38,6 +38,10 @@ struct Reply {
     std::chrono::milliseconds drip{0};
     /// How many times the body is sent in a row. An endless body has no length.
     std::uint64_t repetitions = 1;
+    /// Asked for the text that follows the body, again and again until either side closes, on the
+    /// server's thread. Empty text means nothing for now: the next call follows Server::wake(), or
+    /// half a second. Only for connections without TLS.
+    std::function<std::string()> more = {};
     /// The rule of the fault that caused this reply, if any. For the journal; never sent.
     std::string fault = {};
     /// How the request broke the contract. For the journal; never sent.

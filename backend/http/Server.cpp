@@ -143,6 +143,10 @@ void Server::release() {
     if (impl_) impl_->forEachConnection(&Connection::release);
 }
 
+void Server::wake() {
+    if (impl_) impl_->forEachConnection(&Connection::wake);
+}
+
 void Server::closeIdleConnections() {
     if (impl_) impl_->forEachConnection(&Connection::closeIfIdle);
 }

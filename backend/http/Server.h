@@ -64,6 +64,9 @@ public:
     /// Sends all replies that are being held.
     void release();
 
+    /// Makes replies that go on ask for more at once. May be called from any thread, often.
+    void wake();
+
     /// Closes the connections that are waiting for a request, so that their clients have to
     /// reconnect.
     void closeIdleConnections();

@@ -1,5 +1,6 @@
 #include "backend/journal/Journal.h"
 
+#include <chrono>
 #include <utility>
 
 namespace kivo::backend {
@@ -20,13 +21,19 @@ std::size_t sizeOf(const std::vector<Header>& headers) {
     return size;
 }
 
-std::size_t sizeOf(const Exchange& exchange) {
-    const auto& [request, reply, duration, delivered] = exchange;
+std::size_t sizeOf(const Entry& entry) {
+    const auto& [request, reply, duration, delivered] = entry.exchange;
     return request.target.size() + request.body.size() + reply.body.size() +
-           sizeOf(request.headers) + sizeOf(reply.headers);
+           sizeOf(request.headers) + sizeOf(reply.headers) + entry.detail.size();
 }
 
 }  // namespace
+
+Entry eventOf(EntryKind kind, std::string detail) {
+    Entry entry{.kind = kind, .detail = std::move(detail)};
+    entry.exchange.request.arrival = std::chrono::system_clock::now();
+    return entry;
+}
 
 void Journal::observe(Observer observer) {
     const Lock lock(mutex_);
@@ -44,22 +51,25 @@ std::vector<Journal::Observer> Journal::keep(Entry& entry) {
     const Lock lock(mutex_);
     entry.number = ++recorded_;
     entries_.push_back(entry);
-    bytes_ += sizeOf(entry.exchange);
+    bytes_ += sizeOf(entry);
     while (entries_.size() > limits_.entries) dropOldest();
     while (entries_.size() > 1 && bytes_ > limits_.bytes) dropOldest();
     return observers_;
 }
 
 void Journal::dropOldest() {
-    bytes_ -= sizeOf(entries_.front().exchange);
+    bytes_ -= sizeOf(entries_.front());
     entries_.pop_front();
 }
 
-std::vector<Entry> Journal::after(std::uint64_t number) const {
+std::vector<Entry> Journal::after(std::uint64_t number, std::size_t bytes) const {
     const Lock lock(mutex_);
     std::vector<Entry> later;
+    std::size_t taken = 0;
     for (const auto& entry : entries_) {
-        if (entry.number > number) later.push_back(entry);
+        if (entry.number <= number || taken >= bytes) continue;
+        taken += sizeOf(entry);
+        later.push_back(entry);
     }
     return later;
 }

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <deque>
 #include <functional>
+#include <limits>
 #include <string>
 #include <vector>
 
@@ -12,7 +13,16 @@
 
 namespace kivo::backend {
 
-/// One exchange and the findings about it.
+/// What an entry tells of.
+enum class EntryKind {
+    request,
+    handshake,  ///< A TLS handshake failed.
+    forwarded,  ///< A host that is not answered here was connected for the first time.
+    expired,    ///< All tokens of a kind were expired by command.
+    reset,      ///< Everything was cleared by command.
+};
+
+/// One exchange and the findings about it, or another event, whose exchange has only a time.
 struct Entry {
     /// Assigned by the journal, from 1.
     std::uint64_t number = 0;
@@ -24,7 +34,13 @@ struct Entry {
     /// The short names of the tokens that the request carried and the reply gave.
     std::vector<std::string> carried = {};
     std::vector<std::string> given = {};
+    EntryKind kind = EntryKind::request;
+    /// The reason, host or kind of token, where the entry is not a request.
+    std::string detail = {};
 };
+
+/// An event of this moment that is not a request.
+Entry eventOf(EntryKind kind, std::string detail);
 
 /// The limits of a journal.
 struct JournalLimits {
@@ -47,8 +63,12 @@ public:
 
     void record(Entry entry);
 
-    /// The entries with a greater number, oldest first.
-    std::vector<Entry> after(std::uint64_t number = 0) const;
+    /// The entries with a greater number, oldest first. They end at the one that brings them to
+    /// that many bytes.
+    std::vector<Entry> after(std::uint64_t number = 0,
+                             std::size_t bytes = std::numeric_limits<std::size_t>::max()) const;
+
+    const JournalLimits& limits() const { return limits_; }
 
     /// Removes all entries; numbering continues.
     void clear();

@@ -8,6 +8,8 @@ namespace kivo::backend {
 
 namespace {
 
+constexpr std::size_t forwardedLimit = 100;
+
 std::string groupOf(std::string_view path) {
     if (const auto* endpoint = endpointAt(path)) return std::string(endpoint->name);
     return imageAt(path) ? "images" : "other paths";
@@ -17,7 +19,20 @@ std::string groupOf(std::string_view path) {
 
 void Tally::count(const Entry& entry) {
     const Lock lock(mutex_);
+    if (entry.kind == EntryKind::request) countRequest(entry);
+    if (entry.kind == EntryKind::handshake) ++totals_.failedHandshakes;
+}
+
+bool Tally::countForwarded(const std::string& host) {
+    const Lock lock(mutex_);
+    const bool full = totals_.forwarded.size() >= forwardedLimit;
+    const bool known = totals_.forwarded.contains(host);
+    return ++totals_.forwarded[full && !known ? "other hosts" : host] == 1;
+}
+
+void Tally::countRequest(const Entry& entry) {
     ++totals_.requests[groupOf(entry.exchange.request.path())];
+    if (!entry.exchange.reply.fault.empty()) ++totals_.faultHits;
     if (!entry.violations.empty()) {
         ++totals_.violations;
         ++violationsEver_;

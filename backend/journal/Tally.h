@@ -17,13 +17,23 @@ struct Totals {
     std::uint64_t refreshes = 0;
     /// Requests that broke the contract.
     std::uint64_t violations = 0;
+    /// Requests that a fault changed.
+    std::uint64_t faultHits = 0;
+    std::uint64_t failedHandshakes = 0;
+    /// Connections to hosts that are not answered here, by "host:port"; hosts past the first 100
+    /// share one count.
+    std::map<std::string, std::uint64_t> forwarded = {};
 };
 
-/// Counts every exchange, including those that the journal has dropped. May be called from any
+/// Counts every entry, including those that the journal has dropped. May be called from any
 /// thread.
 class Tally {
 public:
     void count(const Entry& entry);
+
+    /// Whether it is the first connection to that host.
+    bool countForwarded(const std::string& host);
+
     Totals totals() const;
 
     /// Includes requests from before the last reset.
@@ -31,6 +41,7 @@ public:
     void clear();
 
 private:
+    void countRequest(const Entry& entry) KIVO_BACKEND_REQUIRES(mutex_);
     void countRefresh(const Entry& entry) KIVO_BACKEND_REQUIRES(mutex_);
 
     mutable Mutex mutex_;

@@ -31,6 +31,7 @@ void addServe(CLI::App& program, Command& selected) {
                      "listens, then the admin port on its own line")
         ->check(numberFrom(3, std::numeric_limits<int>::max()))
         ->type_name("N");
+    command->add_flag("--open", options->opensPage, "Opens the inspector page in your browser");
     command->callback([command, options, &selected] {
         chooseAdminPort(*command, options->common);
         selected = [options] { return serve(*options); };

@@ -105,8 +105,16 @@ std::string readyText(const Desk& desk, const std::optional<AdminServer>& admin,
                 "; its https goes through this backend\n  answered here  " +
                 interception.description() + "\n  base URL       " + desk.baseUrl() + "\n";
     if (!admin) return text;
-    return text + "  admin          kivo-dev state --admin-port " + std::to_string(admin->port()) +
-           "\n";
+    return text + "  page           " + admin->pageUrl() +
+           "\n  admin          kivo-dev state --admin-port " + std::to_string(admin->port()) + "\n";
+}
+
+AdminInfo adminInfo(const Desk& desk, const Interception& interception,
+                    const std::string& trustFile) {
+    return {.hosts = interception.description(),
+            .environment = "https_proxy=http://127.0.0.1:" + std::to_string(desk.port()) +
+                           " SSL_CERT_FILE=" + trustFile,
+            .trustFile = trustFile};
 }
 
 int verdict(const Tally& tally, int childStatus, bool strict) {
@@ -176,9 +184,10 @@ int run(RunOptions options) {
                   print(fromBackend + requestLine(entry, showSecrets));
               });
     desk.open();
-    std::optional<AdminServer> admin;
-    if (options.common.adminPort) admin.emplace(desk, *options.common.adminPort);
     const TrustFile trust(trustedAlready() + authority.certificate());
+    std::optional<AdminServer> admin;
+    if (options.common.adminPort)
+        admin.emplace(desk, *options.common.adminPort, adminInfo(desk, interception, trust.path()));
     keepFromPrograms(inherited);
     const BackendAddress address{.port = desk.port(),
                                  .trustFile = trust.path(),

@@ -17,6 +17,7 @@
 #include "backend/base/Terminal.h"
 #include "backend/journal/RequestLine.h"
 #include "backend/journal/Summary.h"
+#include "backend/run/Browser.h"
 #include "backend/tls/AuthorityStore.h"
 
 namespace kivo::backend {
@@ -60,13 +61,20 @@ void writeReadyLines(int descriptor, const Desk& desk, const std::optional<Admin
     FileDescriptor(descriptor, "the ready descriptor").write(text);
 }
 
+AdminInfo adminInfo(const std::string& trustFile) {
+    return {.hosts = "localhost, 127.0.0.1, ::1",
+            .environment = "SSL_CERT_FILE=" + trustFile,
+            .trustFile = trustFile};
+}
+
 std::string readyText(const Desk& desk, const std::optional<AdminServer>& admin,
                       const std::string& trustFile) {
     auto text = "kivo-dev is ready; Ctrl-C stops it\n  base URL     " + desk.baseUrl() +
                 "\n  trust store  SSL_CERT_FILE=" + trustFile + "\n";
     if (!admin) return text;
     const auto port = std::to_string(admin->port());
-    return text + "  admin        kivo-dev state --admin-port " + port + "\n";
+    return text + "  page         " + admin->pageUrl() +
+           "\n  admin        kivo-dev state --admin-port " + port + "\n";
 }
 
 std::string faultLines(const Desk& desk) {
@@ -105,10 +113,12 @@ int serve(ServeOptions options) {
     });
     desk.open();
     std::optional<AdminServer> admin;
-    if (options.common.adminPort) admin.emplace(desk, *options.common.adminPort);
+    if (options.common.adminPort)
+        admin.emplace(desk, *options.common.adminPort, adminInfo(store.trustFile));
     if (options.readyDescriptor)
         writeReadyLines(*options.readyDescriptor, desk, admin, store.trustFile);
     print(readyText(desk, admin, store.trustFile) + faultLines(desk));
+    if (options.opensPage && admin) openInBrowser(admin->pageUrl());
     stopRequested.wait();
     admin.reset();
     desk.close();

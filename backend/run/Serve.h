@@ -11,6 +11,8 @@ struct ServeOptions {
     /// A descriptor to which the line "PORT TRUST-FILE" is written once the backend listens, then
     /// the admin port if there is one. It is then closed.
     std::optional<int> readyDescriptor = {};
+    /// Opens the inspector page in the user's browser.
+    bool opensPage = false;
 };
 
 /// Runs the backend until SIGINT or SIGTERM; returns the exit status. Must be called before the

@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 
 #include "backend/admin/Admin.h"
+#include "backend/admin/AdminContext.h"
 #include "backend/desk/Desk.h"
 
 namespace kivo::tests {
@@ -15,11 +16,13 @@ protected:
     AdminTest() { desk.open(); }
 
     backend::Desk desk{{}, [](const auto&) {}};
+    backend::AdminContext context{.desk = desk};
 };
 
 TEST_F(AdminTest, ObeysProgramsHereAndNoOtherSitesPages) {
     const auto status = [&](const std::vector<Header>& headers) {
-        return adminReply(desk, {.method = "GET", .target = "/state", .headers = headers}).status;
+        return adminReply(context, {.method = "GET", .target = "/state", .headers = headers})
+            .status;
     };
     const std::string origin = "Origin";
     EXPECT_EQ(status({{"host", "LOCALHOST:8444"}}), 200);
@@ -29,8 +32,41 @@ TEST_F(AdminTest, ObeysProgramsHereAndNoOtherSitesPages) {
     EXPECT_EQ(status({{"Host", "localhost.evil.example"}}), 403);
     EXPECT_EQ(status({{"Host", "localhost"}, {"Host", "localhost"}}), 403);
     EXPECT_EQ(status({}), 403);
+    EXPECT_EQ(status({{"Host", "localhost"}, {"Sec-Fetch-Site", "same-site"}}), 403);
+    EXPECT_EQ(status({{"Host", "localhost"}, {"Sec-Fetch-Site", "none"}}), 200);
     for (const auto* foreign : {"null", "http://evil.example", "http://localhost:1", ""})
         EXPECT_EQ(status({{"Host", "localhost:8444"}, {origin, foreign}}), 403) << foreign;
+}
+
+TEST_F(AdminTest, EventsResumeWhereAClientLeftOffAndTellWhatIsLost) {
+    for (int count = 0; count < 300; ++count) desk.expire(std::nullopt);
+    const auto run = std::to_string(
+        std::chrono::floor<std::chrono::milliseconds>(context.start.time_since_epoch()).count());
+    const auto text = [&](const std::string& target, const std::string& lastId) {
+        const auto reply =
+            adminReply(context, {.method = "GET",
+                                 .target = target,
+                                 .headers = {{"Host", "localhost"}, {"Last-Event-ID", lastId}}});
+        return reply.more();
+    };
+    EXPECT_THAT(text("/events", ""),
+                AllOf(HasSubstr("event: run\n"), HasSubstr("\"lost\":44"),
+                      HasSubstr("id: " + run + "-300\n"), HasSubstr("event: state\n")));
+    for (const auto& place : {run + "-299", run + "-x"}) {
+        const bool isPlace = !place.ends_with('x');
+        const auto counted = isPlace ? "\"lost\":0" : "\"lost\":44";
+        EXPECT_THAT(text("/events", place), HasSubstr(counted));
+        EXPECT_THAT(text("/events?after=" + place, ""), HasSubstr(counted));
+    }
+    EXPECT_THAT(text("/events", "1-299"), HasSubstr("\"lost\":44"));
+    EXPECT_THAT(text("/events", run + "-300"), Not(HasSubstr("\"entries\"")));
+    EXPECT_EQ(context.followers, 0U);
+    std::vector<backend::Reply> followers(33);
+    for (auto& reply : followers)
+        reply = adminReply(context,
+                           {.method = "GET", .target = "/events", .headers = {{"Host", "[::1]"}}});
+    EXPECT_EQ(followers[31].status, 200);
+    EXPECT_EQ(followers[32].status, 503);
 }
 
 TEST_F(AdminTest, RefusesWhatItDoesNotUnderstand) {
@@ -38,13 +74,15 @@ TEST_F(AdminTest, RefusesWhatItDoesNotUnderstand) {
         {"POST", "/faults", "{", 400, "not a JSON object"},
         {"POST", "/faults", R"({"rule":7})", 400, "wrong type"},
         {"POST", "/expire", R"({"kind":"x"})", 400, "must be user, merchant or all"},
+        {"POST", "/latency", R"({"latency":"x"})", 400, "write it like 80ms"},
+        {"GET", "/", "", 200, "<!doctype html>"},
         {"POST", "/images?file=a.png", "", 400, "empty"},
         {"POST", "/expectations", R"({"words":["x"]})", 400, "not an endpoint"},
         {"GET", "/requests?after=x", "", 200, R"({"requests":[]})"},
         {"PUT", "/state", "", 404, "no admin request PUT /state"}};
     for (const auto& [method, target, body, status, text] : cases) {
         const auto reply = adminReply(
-            desk,
+            context,
             {.method = method, .target = target, .headers = {{"Host", "localhost"}}, .body = body});
         EXPECT_EQ(reply.status, status) << target << body;
         EXPECT_THAT(reply.body, HasSubstr(text));
