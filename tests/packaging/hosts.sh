@@ -82,7 +82,7 @@ compile_without_cmake() {
 refuse_harmful_hosts() {
     expect_failure '-D_GLIBCXX_DEBUG changes the layout' compile_by_hand kivo -D_GLIBCXX_DEBUG
     expect_failure 'with -frtti' compile_by_hand kivo -fno-rtti
-    expect_failure 'deleted function' compile_by_hand kivo -DWITH_A_REQUEST_WITHOUT_A_NAME
+    expect_failure deleted compile_by_hand kivo -DWITH_A_REQUEST_WITHOUT_A_NAME
     expect_success compile_by_hand kivo -DWITH_A_REQUEST_WITH_A_NAME
 }
 
