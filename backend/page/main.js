@@ -31,6 +31,7 @@ function begin(description) {
   setText(byId("version"), run.version);
   setText(byId("base-url"), run.baseUrl);
   setText(byId("hosts"), run.hosts);
+  byId("hosts").title = run.hosts;
   setText(byId("environment"), run.environment);
   setText(byId("kept"), `Newest ${run.kept} kept by the backend, ${limit.toLocaleString("en")} here`);
   byId("export-secrets").disabled = !run.showsSecrets;

@@ -54,7 +54,7 @@ export class Tokens {
   draw() {
     if (Date.now() - this.#drawn < 500) return;
     this.#drawn = Date.now();
-    const tokens = [...this.#tokens.values()].slice(-shownLimit);
+    const tokens = [...this.#tokens.values()].slice(-shownLimit).reverse();
     const now = Date.now();
     const start = Math.min(...tokens.map(({ given }) => given), now - 10000);
     const rows = tokens.map((token) => lifeLine(token, start, now));
