@@ -4,6 +4,9 @@
 
 #include "kivo/network/NetworkClient.h"
 #include "kivo/platform/tasks/Continuation.h"
+#include "kivo/platform/tasks/OnLoop.h"
+#include "kivo/storage/AppKeychainManager.h"
+#include "kivo/storage/CacheManager.h"
 
 namespace kivo {
 
@@ -38,6 +41,11 @@ constexpr Endpoint<UnsetUserResponseData> userUnset{
 template <typename Payload>
 CoreRepository::Reply<Payload> send(Endpoint<Payload> endpoint,
                                     std::optional<NetworkClient::Parameters> parameters) {
+    // The store and the keychain are read from disk by the helper, not on the caller's thread.
+    CacheManager::instance();
+    const bool isLookedUp = AppKeychainManager().lookAhead();
+    if (isLookedUp || !platform::Loop::isCurrent()) co_await platform::OnLoop();
+
     using Envelope = std::optional<ApiResponse<Payload>>;
     auto start = [endpoint, parameters = std::move(parameters)](
                      const platform::CheckedContinuation<Envelope>& continuation) {

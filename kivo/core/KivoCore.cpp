@@ -11,7 +11,6 @@
 #include "kivo/platform/system/CancellationShield.h"
 #include "kivo/platform/system/Guarded.h"
 #include "kivo/platform/system/Process.h"
-#include "kivo/platform/tasks/TaskPool+Scopes.h"
 #include "kivo/storage/CacheManager.h"
 
 namespace kivo {
@@ -70,8 +69,9 @@ void start(const KivoCore& core, const Outcome& text, CoreRepository::Reply<Payl
 KivoCore::KivoCore(KivoConfig config)
     : state_(new State{.coreRepository = {}, .config = platform::Guarded(std::move(config))}) {
     const platform::CancellationShield uncancelled;
-    if (platform::Process::isUsable())
-        CacheManager::instance().setProduction(state_->config.get().isProduction);
+    if (!platform::Process::isUsable()) return;
+    platform::Process::prepare();
+    CacheManager::instance().setProduction(state_->config.get().isProduction);
 }
 
 KivoCore::~KivoCore() = default;
@@ -83,7 +83,7 @@ void KivoCore::modifyConfig(const std::function<void(KivoConfig&)>& change) {
 }
 
 void KivoCore::initSdk() noexcept {
-    backgroundOperation([&] {
+    operation([&] {
         const SdkAuthRequest request{.apiKey = config().apiKey};
         CacheManager::instance().saveSdkAuthRequest(request);
         start(
@@ -94,7 +94,7 @@ void KivoCore::initSdk() noexcept {
 }
 
 void KivoCore::setUser(std::optional<UserAuthRequest> authUserRequest) noexcept {
-    backgroundOperation([&] {
+    operation([&] {
         const UserAuthRequest request = std::move(authUserRequest).value_or(UserAuthRequest());
         CacheManager::instance().saveUserAuthRequest(request);
         start(*this, {.success = "setUser successfully: ", .failure = "Failed to setUser: "},
@@ -103,7 +103,7 @@ void KivoCore::setUser(std::optional<UserAuthRequest> authUserRequest) noexcept 
 }
 
 void KivoCore::updateDeviceToken(std::string token) noexcept {
-    backgroundOperation([&] {
+    operation([&] {
         start(*this,
               {.success = "updateDeviceToken successfully: ",
                .failure = "Failed to updateDeviceToken: "},
@@ -113,7 +113,7 @@ void KivoCore::updateDeviceToken(std::string token) noexcept {
 
 /// The consent workflow reports its failure under the device token's name.
 void KivoCore::updateNotificationPermission(bool hasPermission) noexcept {
-    backgroundOperation([&] {
+    operation([&] {
         start(*this,
               {.success = "updateNotificationPermission successfully: ",
                .failure = "Failed to updateDeviceToken: "},
@@ -123,7 +123,7 @@ void KivoCore::updateNotificationPermission(bool hasPermission) noexcept {
 
 /// Sends an empty session id and deletes nothing: tokens, session id and saved requests stay.
 void KivoCore::unsetUser() noexcept {
-    backgroundOperation([&] {
+    operation([&] {
         start(*this, {.success = "unsetUser successfully: ", .failure = "Failed to unsetUser: "},
               state_->coreRepository.unsetUser(""), keepNothing);
     });

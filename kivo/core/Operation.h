@@ -2,7 +2,6 @@
 
 #include "kivo/platform/system/CancellationShield.h"
 #include "kivo/platform/system/Process.h"
-#include "kivo/platform/tasks/TaskPool+Scopes.h"
 
 namespace kivo {
 
@@ -17,16 +16,6 @@ void operation(const Body& body) noexcept {
         body();
     } catch (...) {  // Dropped, as promised.
     }
-}
-
-/// The same for an operation that prints nothing on its caller's thread: everything that it queues
-/// and launches is handed over together, so that only one thread is woken.
-template <typename Body>
-void backgroundOperation(const Body& body) noexcept {
-    operation([&] {
-        const platform::TaskPool::Handover together;
-        body();
-    });
 }
 
 }  // namespace kivo

@@ -41,12 +41,7 @@ AuthInterceptor::AuthInterceptor(URLRequest request,
 void AuthInterceptor::startLoading() { platform::launch(shared_from_this(), load()); }
 
 void AuthInterceptor::stopLoading() {
-    std::shared_ptr<platform::URLSessionDataTask> running;
-    {
-        const platform::Lock lock(mutex_);
-        running = dataTask_;
-    }
-    if (running) running->cancel();
+    if (dataTask_) dataTask_->cancel();
 }
 
 Task<void> AuthInterceptor::load() {
@@ -125,10 +120,7 @@ void AuthInterceptor::sendRequest(URLRequest request, const std::string& token) 
             alive->relay(sent, token, std::move(data), std::move(response));
     };
     const auto task = URLSession::shared().dataTask(std::move(request), std::move(relayAnswer));
-    {
-        const platform::Lock lock(mutex_);
-        dataTask_ = task;  // Before it starts, since its answer may replace it with a retry.
-    }
+    dataTask_ = task;  // Before it starts, since its answer may replace it with a retry.
     task->resume();
 }
 

@@ -5,7 +5,6 @@
 #include <string>
 
 #include "kivo/platform/Task.h"
-#include "kivo/platform/base/Mutex.h"
 #include "kivo/platform/session/URLSession.h"
 
 namespace kivo {
@@ -45,8 +44,7 @@ private:
 
     int retryCounter_ = 0;
     const std::string deviceId_;
-    platform::Mutex mutex_;  // A time limit may stop the load while a retry replaces its task.
-    std::shared_ptr<platform::URLSessionDataTask> dataTask_ KIVO_GUARDED_BY(mutex_);
+    std::shared_ptr<platform::URLSessionDataTask> dataTask_;
 };
 
 }  // namespace kivo

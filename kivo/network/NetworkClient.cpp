@@ -7,6 +7,7 @@
 #include "kivo/network/BaseURLs.h"
 #include "kivo/platform/Console.h"
 #include "kivo/platform/base/Error.h"
+#include "kivo/platform/json/DecodingError.h"
 #include "kivo/platform/system/FatalError.h"
 #include "kivo/storage/CacheManager.h"
 
@@ -20,6 +21,8 @@ using platform::URLRequest;
 
 namespace {
 
+using Body = NetworkClient::Body;
+
 constexpr std::chrono::seconds timeLimit{30};
 
 platform::URLSessionConfiguration sessionConfiguration() {
@@ -31,13 +34,14 @@ platform::URLSessionConfiguration sessionConfiguration() {
 }
 
 std::exception_ptr clientError(const char* domain) {
-    return std::make_exception_ptr(NSError(domain, -1));
+    return platform::makeError(NSError(domain, -1));
 }
 
-Result<Data> body(std::optional<Data> data, std::exception_ptr error) {
+Result<Body> body(std::optional<Data> data, const platform::URLResponse* response,
+                  std::exception_ptr error) {
     if (error) return error;
     if (!data) return clientError("No data");
-    return *std::move(data);
+    return Body{.data = *std::move(data), .encoding = platform::contentEncoding(response)};
 }
 
 /// The JSON body; empty if the parameters cannot be encoded, in which case the request is sent
@@ -64,16 +68,24 @@ NetworkClient& NetworkClient::instance() {
 }
 
 void NetworkClient::load(std::string_view endpoint, std::string_view method,
-                         const std::optional<Parameters>& parameters, Completion<Data> completion) {
+                         const std::optional<Parameters>& parameters, Completion<Body> completion) {
     auto request = createRequest(endpoint, method, parameters);
     if (!request) return completion(clientError("Invalid Request"));
 
     session_
         .dataTask(*std::move(request),
-                  [completion = std::move(completion)](auto data, auto /*response*/, auto error) {
-                      completion(body(std::move(data), std::move(error)));
+                  [completion = std::move(completion)](auto data, auto response, auto error) {
+                      completion(body(std::move(data), response.get(), std::move(error)));
                   })
         ->resume();
+}
+
+/// A server may compress its reply although nobody asked for it.
+std::exception_ptr NetworkClient::decodingError(const Body& body) {
+    if (body.encoding.empty()) return platform::currentError();
+    return platform::makeError(platform::DecodingError(
+        platform::DecodingError::Kind::dataCorrupted, "",
+        "the reply is encoded with " + body.encoding + ", which Kivo does not ask for"));
 }
 
 std::optional<URLRequest> NetworkClient::createRequest(

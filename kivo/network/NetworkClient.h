@@ -23,19 +23,25 @@ public:
     template <typename T>
     using Completion = std::function<void(platform::Result<T>)>;
 
+    /// A reply's body and its content encoding, which is empty unless the server encoded it.
+    struct Body {
+        platform::Data data;
+        std::string encoding;
+    };
+
     /// Never destroyed: background work may outlive main().
     static NetworkClient& instance();
 
     /// Calls `endpoint`, a path relative to the base URL, and returns at once. `parameters` become
     /// the JSON body if `method` is exactly "POST" or "PUT"; otherwise they are ignored.
     /// `completion` is called exactly once: on the calling thread if the URL is invalid, otherwise
-    /// on the pool. Throws std::bad_alloc or std::system_error if memory or threads run out;
+    /// on the loop. Throws std::bad_alloc or std::system_error if memory or threads run out;
     /// `completion` is then not called.
     template <typename T>
     void request(std::string_view endpoint, std::string_view method,
                  const std::optional<Parameters>& parameters, Completion<T> completion) {
         load(endpoint, method, parameters,
-             [completion = std::move(completion)](platform::Result<platform::Data> body) {
+             [completion = std::move(completion)](platform::Result<Body> body) {
                  completion(decoded<T>(std::move(body)));
              });
     }
@@ -44,16 +50,20 @@ private:
     NetworkClient();
 
     template <typename T>
-    static platform::Result<T> decoded(platform::Result<platform::Data> body) {
+    static platform::Result<T> decoded(platform::Result<Body> result) {
+        if (auto* error = std::get_if<std::exception_ptr>(&result)) return *error;
+        const Body& body = std::get<Body>(result);
         try {
-            return platform::JSON::decode<T>(platform::get(std::move(body)));
+            return platform::JSON::decode<T>(body.data);
         } catch (...) {
-            return std::current_exception();
+            return decodingError(body);
         }
     }
 
+    static std::exception_ptr decodingError(const Body& body);
+
     void load(std::string_view endpoint, std::string_view method,
-              const std::optional<Parameters>& parameters, Completion<platform::Data> completion);
+              const std::optional<Parameters>& parameters, Completion<Body> completion);
     std::optional<platform::URLRequest> createRequest(
         std::string_view endpoint, std::string_view method,
         const std::optional<Parameters>& parameters) const;

@@ -5,14 +5,14 @@
 
 #include "kivo/network/URLSession+Synchronous.h"
 #include "kivo/platform/system/FatalError.h"
-#include "kivo/platform/tasks/TaskPool.h"
+#include "kivo/platform/tasks/Loop.h"
 
 namespace kivo {
 
 platform::URLSession::DataAndResponse synchronousDataTask(const platform::URLSession& session,
                                                           platform::URLRequest request) {
-    if (platform::TaskPool::isPoolThread())
-        platform::fatalError("synchronousDataTask(with:) called on the pool that has to answer it");
+    if (platform::Loop::isCurrent())
+        platform::fatalError("synchronousDataTask(with:) called on the loop that has to answer it");
 
     std::binary_semaphore answered(0);
     platform::Data received;

@@ -6,7 +6,7 @@
 #include "kivo/platform/system/CancellationShield.h"
 #include "kivo/platform/system/ForkSafeMutex.h"
 #include "kivo/platform/system/Process.h"
-#include "kivo/platform/tasks/TaskPool.h"
+#include "kivo/platform/tasks/Loop.h"
 #include "kivo/sdk/IdlePlugin.h"
 #include "kivo/sdk/KivoCommunication.h"
 
@@ -22,6 +22,7 @@ std::atomic<const Plugin*> kivo{nullptr};
 /// Creates the plugin unless another thread already has; returns whether this call created it.
 bool makePlugin(const KivoConfig& config) {
     platform::Process::prepare();
+    if (!platform::Process::isOwn()) return false;
     static platform::ForkSafeMutex& oneAtATime = *new platform::ForkSafeMutex;
     const platform::ForkSafeLock lock(oneAtATime);
     if (kivo.load(std::memory_order_acquire) != nullptr) return false;
@@ -49,7 +50,7 @@ std::shared_ptr<KivoCommunicationPlugin> KivoSDK::instance() noexcept {
 
 bool KivoSDK::waitUntilIdle(std::chrono::milliseconds timeout) noexcept {
     const platform::CancellationShield uncancelled;
-    return platform::TaskPool::waitUntilIdle(timeout);
+    return platform::Loop::waitUntilIdle(timeout);
 }
 
 }  // namespace kivo

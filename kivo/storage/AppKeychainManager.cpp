@@ -4,6 +4,7 @@
 #include "kivo/platform/base/UTF8.h"
 #include "kivo/platform/base/UUID.h"
 #include "kivo/platform/persistence/Keychain.h"
+#include "kivo/platform/tasks/Loop.h"
 
 namespace kivo {
 
@@ -24,10 +25,19 @@ std::optional<Data> AppKeychainManager::readFromKeychain(std::string_view servic
     return Keychain::standard().copyMatching(service, account);
 }
 
+bool AppKeychainManager::lookAhead() const {
+    return Keychain::standard().lookAhead(serviceName, accountName);
+}
+
 void AppKeychainManager::saveToKeychain(std::string_view data, std::string_view service,
                                         std::string_view account) {
-    const int status = Keychain::standard().add(service, account, data);
-    if (status != 0) platform::Console::print("Error: " + std::to_string(status));
+    const auto tell = [](Keychain::Status status) {
+        if (status != Keychain::success)
+            platform::Console::print("Error: " + std::to_string(status));
+    };
+    auto& keychain = Keychain::standard();
+    if (!platform::Loop::isCurrent()) return tell(keychain.add(service, account, data));
+    keychain.addLater(std::string(service), std::string(account), Data(data), tell);
 }
 
 }  // namespace kivo

@@ -49,7 +49,9 @@ std::optional<Data> encoded(const Record& record) {
 
 }  // namespace
 
-CacheManager::CacheManager() : queue_("com.cacheManager.writeQueue") {}
+CacheManager::CacheManager() : queue_("com.cacheManager.writeQueue") {
+    UserDefaults::standard().loadAhead();
+}
 
 CacheManager& CacheManager::instance() {
     static CacheManager& store = *new CacheManager;

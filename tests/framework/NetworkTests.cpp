@@ -238,10 +238,10 @@ TEST_F(NetworkClientTest, TheSynchronousFetchWaitsAndStatesItsMisuse) {
     EXPECT_DEATH(synchronousDataTask(session, nowhere), "Unexpectedly found nil");
     const auto misuse = [&] {
         std::promise<void> never;
-        platform::TaskPool::shared().submit([&] { synchronousDataTask(session, request); });
+        loop().submit([&] { synchronousDataTask(session, request); });
         never.get_future().wait_for(patience);
     };
-    EXPECT_DEATH(misuse(), "called on the pool");
+    EXPECT_DEATH(misuse(), "called on the loop");
 }
 
 }  // namespace

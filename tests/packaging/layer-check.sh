@@ -22,7 +22,7 @@ refuses() {
 write include/kivo/core/KivoCore.h '"kivo/api/CoreRepository.h"'
 write include/kivo/api/CoreRepository.h '"kivo/sdk/KivoConfig.h"'
 write 'kivo/storage/CacheManager+ReAuth.cpp' '"kivo/api/CoreRepository.h"'
-write kivo/platform/http/TransferQueue.cpp '<curl/curl.h>'
+write kivo/platform/http/Network.cpp '<curl/curl.h>'
 write backend/http/Server.cpp '"backend/tls/Certificate.h"'
 write backend/http/Listeners.cpp '<sys/socket.h>'
 expect_success "$check" "$scratch"

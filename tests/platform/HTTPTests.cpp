@@ -170,7 +170,7 @@ TEST_F(HTTPTest, SixConnectionsServeAHostAndALoadThatWaitsItsTurnCanBeCancelled)
     ASSERT_TRUE(backend_.awaitRequests("slow", 26));
     Load waiting = begin(requestFor(backend_.url("never")));
     Load next = begin(requestFor(backend_.url("next")));
-    passBothThreads();
+    passTheLoop();
     waiting.cancel();
     loads.back().cancel();
     EXPECT_EQ(next.outcome(), "200 fine");

@@ -1,6 +1,8 @@
 #include <gmock/gmock.h>
+#include <sys/mman.h>
 #include <sys/resource.h>
 
+#include <cwchar>
 #include <map>
 #include <set>
 #include <sstream>
@@ -24,11 +26,14 @@ std::string testLine(int number) {
 TEST(Console, WritesWholeLinesAtOnceBehindWhatTheHostHasBuffered) {
     constexpr int each = 400;
     ChildProcess child([] {
+        tests::loop();
         std::printf("host ");
         Console::print("ours");
+        tests::settle();
         tests::onThreads(8, [](int thread) {
             for (int line = 0; line < each; ++line) Console::print(testLine(thread * each + line));
         });
+        tests::settle();
         _exit(0);  // Flushes nothing.
     });
     std::set<std::string> missing = {"host ours"};
@@ -65,15 +70,64 @@ TEST(Console, AClosedPipeAndAFullDiskHarmNobody) {
             ChildProcess([&] { printInVain(signal, isPending); });
 }
 
-TEST(Console, HandsLinesToTheHostAndDropsWhatItThrows) {
-    std::vector<std::string> taken;
-    Console::setOutput([&](auto line) { throw taken.emplace_back(line); });
-    Console::print("one");
-    Console::print("two\nhalves");
-    Console::setOutput([](auto) { Console::setOutput(nullptr); });  // No lock is held around it.
-    Console::print("three");
-    EXPECT_THAT(taken, testing::ElementsAre("one", "two\nhalves"));
-    EXPECT_EQ(ChildProcess([] { Console::print("back again"); }).read(), "back again\n");
+TEST(Console, HandsLinesToTheHostOneByOneAndDropsWhatItThrows) {
+    ChildProcess child([] {
+        tests::loop();
+        std::vector<std::string> taken;
+        Console::setOutput([&](auto line) {
+            // It is called anew, not within itself, for what it prints.
+            if (line == "one") Console::print("three");
+            throw taken.emplace_back(line);
+        });
+        Console::print("one");
+        Console::print("two\nhalves");
+        tests::settle();
+        EXPECT_THAT(taken, testing::UnorderedElementsAre("one", "two\nhalves", "three"));
+        Console::setOutput([](auto) { Console::setOutput(nullptr); });  // No lock is held.
+        Console::print("four");
+        tests::settle();
+        Console::print("back again");
+        tests::settle();
+    });
+    EXPECT_EQ(child.read(), "back again\n");
+}
+
+/// Prints half a mebibyte into a pipe of 64 KB that nobody reads yet, then into somebody's file.
+void printIntoAFullPipe() {
+    int ends[2] = {-1, -1};
+    ASSERT_EQ(pipe(ends), 0);
+    dup2(ends[1], STDOUT_FILENO);
+    tests::loop();
+    for (int lines = 0; lines < 500; ++lines) Console::print(std::string(1000, 'x'));
+    Console::print(testLine(200));
+    tests::passTheLoop();
+    EXPECT_FALSE(tests::loop().waitUntilIdle(std::chrono::milliseconds(50)));
+    std::string read(500 * 1001 + testLine(200).size() + 1, ' ');
+    for (std::size_t at = 0; at < read.size();)
+        at += static_cast<std::size_t>(::read(ends[0], &read[at], read.size() - at));
+    EXPECT_EQ(std::count(read.begin(), read.end(), '\n'), 501);
+    EXPECT_TRUE(read.ends_with("x\n" + testLine(200) + "\n"));
+    EXPECT_EQ(std::fwide(stdout, 0), 0) << "the stream's orientation stays the host's";
+    close(STDOUT_FILENO);
+    const int others = memfd_create("others", 0);
+    ASSERT_EQ(others, STDOUT_FILENO);
+    Console::print("not for them");
+    tests::settle();
+    EXPECT_EQ(lseek(others, 0, SEEK_END), 0);
+}
+
+TEST(Console, AFullPipeAndASinkThatStandsStillHoldUpTheirLinesAlone) {
+    const ChildProcess child([] {
+        tests::Signal goOn{0};
+        Console::setOutput([&](auto) { goOn.acquire(); });
+        Console::print("held");
+        Console::setOutput(nullptr);
+        tests::Signal committed{0};
+        tests::loop().submit([&] { committed.release(); }, Work::Kind::commit);
+        committed.acquire();
+        goOn.release();
+    });
+    const ChildProcess another(printIntoAFullPipe);
 }
 
 Environment with(const std::map<std::string, std::string>& variables) {

@@ -1,9 +1,10 @@
 #include <gmock/gmock.h>
 
+#include <fstream>
+
 #include "kivo/platform/Task.h"
 #include "kivo/platform/tasks/Continuation.h"
-#include "kivo/platform/tasks/OperationQueue.h"
-#include "kivo/platform/tasks/TaskPool+Scopes.h"
+#include "kivo/platform/tasks/Loop.h"
 #include "tests/support/Background.h"
 
 namespace kivo::tests {
@@ -19,7 +20,7 @@ constexpr int failed = -1;
 Task<void> tell(Task<int> work, int* outcome) {
     try {
         *outcome = co_await std::move(work);
-        EXPECT_TRUE(TaskPool::isPoolThread());
+        EXPECT_TRUE(Loop::isCurrent());
     } catch (...) {
         *outcome = failed;
     }
@@ -53,73 +54,116 @@ TEST(TaskTest, AwaitingOneAfterAnotherGrowsNoStackAndRacesWithNoResumption) {
 
 TEST(ContinuationTest, ItResumesOnceWithAValueOrAnErrorFromAnywhere) {
     const Start elsewhere = [](const Continuation& later) {
-        std::thread([later] { passBothThreads(), later.resume(2); }).detach();
+        std::thread([later] { passTheLoop(), later.resume(2); }).detach();
     };
     EXPECT_EQ(launched(suspended(elsewhere)), 2);
     EXPECT_EQ(launched(suspended([](const Continuation&) { throw failed; })), failed);
-    // A forked child that shared this process's pool would do nothing.
+    // A forked child that shared this process's loop would do nothing.
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     const Start twice = [](const Continuation& at) { at.resume(1), at.resume(2); };
     EXPECT_DEATH(launched(suspended(twice)), "the label tried to resume .* more than once");
 }
 
-TEST(TaskPoolTest, BarriersAndTheOperationsOfAQueueRunOneAtATimeInOrderAndMayThrow) {
-    const auto queue = std::make_shared<OperationQueue>();
-    const std::function<void(TaskPool::Job)> ways[] = {
-        [](auto job) { pool().submitBarrier(job); },
-        [&](auto job) { queue->addOperation(makeWork(job)); }};
-    constexpr int rounds = 300;  // Each may cost its turn on a busy machine.
-    for (const auto& handIn : ways) {
+TEST(LoopTest, ItRunsWhatManyThreadsHandInOneAtATimeInOrderAndWhatThrowsIsDropped) {
+    for (const auto kind : {Work::Kind::step, Work::Kind::barrier, Work::Kind::commit}) {
+        constexpr int rounds = 1000;
         int next[4] = {};  // Plain, as all here: who runs it must order it.
         bool inside = false;
         onThreads(4, [&](int producer) {
             for (int round = 0; round < rounds; ++round)
-                handIn([&, &own = next[producer], round] {
-                    EXPECT_FALSE(std::exchange(inside, true));
-                    std::this_thread::yield();
-                    EXPECT_EQ(own++, round);
-                    inside = false;
-                    throw std::runtime_error("dropped");
-                });
+                loop().submit(
+                    [&, &own = next[producer], round] {
+                        EXPECT_FALSE(std::exchange(inside, true));
+                        EXPECT_EQ(own++, round);
+                        inside = false;
+                        throw std::runtime_error("dropped");
+                    },
+                    kind);
         });
         settle();
         EXPECT_THAT(next, testing::Each(rounds));
     }
 }
 
-TEST(TaskPoolTest, NothingOvertakesABarrierAndIdleMeansThatNoCommitIsLeft) {
-    Signal running{0}, goOn{0};
-    int barriers = 0;
+TEST(LoopTest, WhatIsLaunchedWaitsForPreparationsAndNobodyWaitsForCommits) {
+    Signal running{0}, goOn{0}, stepped{0};
+    int barriers = 0, seen = -1;
     const auto block = [&] { running.release(), goOn.acquire(); };
-    pool().submitBarrier(block);
+    const auto countBarriers = [](int& from, int& to) -> Task<void> {
+        to = from;
+        co_return;
+    };
+    loop().submit(block, Work::Kind::preparation);
+    loop().submit([&] { ++barriers; }, Work::Kind::barrier);
+    launch(nullptr, countBarriers(barriers, seen));
+    loop().submit([&] { stepped.release(); });
     running.acquire();
-    pool().submitBarrier([&] { ++barriers; });
-    pool().submit([&] { EXPECT_EQ(barriers, 1); });
-    pool().submitCommit(block);
-    EXPECT_FALSE(running.try_acquire_for(50ms));
+    stepped.acquire();
+    EXPECT_EQ(seen, -1);
+    loop().submit(block, Work::Kind::commit);
     goOn.release();
     running.acquire();
-    passABarrier();
-    EXPECT_FALSE(pool().waitUntilIdle(50ms));
+    passTheLoop();
+    EXPECT_EQ(seen, 1);
+    EXPECT_FALSE(loop().waitUntilIdle(50ms));
     goOn.release();
     settle();
 }
 
-TEST(TaskPoolTest, AHandoverKeepsWhatItsThreadSubmitsUntilTheOutermostEnds) {
-    bool early = true;
-    int late = 0;
-    const auto submit = [&] {
-        const TaskPool::Handover handover;
-        pool().submitBarrier([&] { late += !early; });
-    };
-    {
-        const TaskPool::Handover outer;
-        submit();
-        std::thread(passABarrier).join();
-        early = false;
-    }
+TEST(LoopTest, WhatTheLoopSubmitsGoesBehindWhatWasHandedInBefore) {
+    std::string order;
+    Signal handedIn{0};
+    loop().submit([&] {
+        std::thread([&] { loop().submit([&] { order += "host "; }), handedIn.release(); }).detach();
+        handedIn.acquire();
+        loop().submit([&] { order += "own"; });
+    });
     settle();
-    EXPECT_EQ(late, 1);
+    EXPECT_EQ(order, "host own");
+}
+
+TEST(LoopTest, TimersAreDueInOrderUnlessTheyAreTakenOut) {
+    std::string order;
+    Signal over{0};
+    struct Ringing {
+        explicit Ringing(std::function<void()> ring) : work(makeWork(std::move(ring))) {}
+        Work& work;
+        Timer timer{work};
+    } second([&] { order += "2", over.release(); }), first([&] { order += "1"; });
+    auto taken = std::make_unique<Ringing>([&] { order += "never"; });
+    loop().submit([&] {
+        const auto now = Loop::Clock::now();
+        loop().schedule(second.timer, now + 20ms);
+        loop().schedule(taken->timer, now + 5ms);
+        loop().schedule(first.timer, now + 10ms);
+        EXPECT_TRUE(loop().unschedule(taken->timer));
+        EXPECT_FALSE(loop().unschedule(taken->timer));
+        loop().submit(taken->work);
+    });
+    over.acquire();
+    EXPECT_EQ(order, "never12");
+}
+
+/// The calling thread's name and the signals that it blocks.
+std::string self() {
+    std::ifstream status("/proc/thread-self/status");
+    std::string told;
+    for (std::string line; std::getline(status, line);)
+        if (line.starts_with("Name:") || line.starts_with("SigBlk:")) told += line;
+    return told;
+}
+
+TEST(LoopTest, TheThreadsAreTwoNamedAndDeafToTheHostsSignals) {
+    const auto before = self();
+    std::string threads[2];
+    loop().submit([&] { threads[0] = self(); });
+    loop().submit([&] { threads[1] = self(); }, Work::Kind::commit);
+    settle();
+    // All but ILL, TRAP, ABRT, BUS, FPE, SEGV, PROF, SYS, and what nobody can block.
+    const std::string blocked = "SigBlk:\tfffffffe3bfbfa07";
+    EXPECT_THAT(threads,
+                testing::ElementsAre("Name:\tkivo-loop" + blocked, "Name:\tkivo-helper" + blocked));
+    EXPECT_EQ(self(), before);
 }
 
 }  // namespace

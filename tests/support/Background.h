@@ -6,37 +6,29 @@
 
 #include <csignal>
 #include <cstdio>
-#include <latch>
 #include <memory>
 #include <semaphore>
 #include <thread>
 #include <vector>
 
-#include "kivo/platform/tasks/TaskPool.h"
+#include "kivo/platform/tasks/Loop.h"
 #include "tests/support/Patience.h"
 
-/// What runs beside a test: jobs on the pool, threads of its own, and child processes.
+/// What runs beside a test: jobs on the loop, threads of its own, and child processes.
 namespace kivo::tests {
 
 using Signal = std::binary_semaphore;
 
-inline platform::TaskPool& pool() { return platform::TaskPool::shared(); }
+inline platform::Loop& loop() { return platform::Loop::shared(); }
 
 /// Waits until nothing in the background is unfinished.
-inline void settle() { EXPECT_TRUE(pool().waitUntilIdle(patience)); }
+inline void settle() { EXPECT_TRUE(platform::Loop::waitUntilIdle(patience)); }
 
-/// Waits until a barrier submitted now has run: whatever was queued before it has then begun.
-inline void passABarrier() {
+/// Waits until the loop has passed what was submitted before.
+inline void passTheLoop() {
     Signal passed{0};
-    pool().submitBarrier([&] { passed.release(); });
+    loop().submit([&] { passed.release(); });
     passed.acquire();
-}
-
-/// Waits until each of the pool's two threads has left the job it was at.
-inline void passBothThreads() {
-    const auto meeting = std::make_shared<std::latch>(3);
-    for (int job = 0; job < 2; ++job) pool().submit([meeting] { meeting->arrive_and_wait(); });
-    meeting->arrive_and_wait();
 }
 
 /// Runs `body(number)` on that many threads at once and waits for all.

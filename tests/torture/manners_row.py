@@ -8,7 +8,7 @@ import signal
 from harness import finish, go_on, host, place, row, start
 from peers import Server
 
-THREADS = ["kivo-network", "kivo-pool-1", "kivo-pool-2"]
+THREADS = ["kivo-helper", "kivo-loop"]
 FAULTS = {signal.Signals[f"SIG{n}"] for n in "SEGV BUS FPE ILL TRAP ABRT SYS PROF".split()}
 OF_THE_C_LIBRARY = 3 << 31  # Signals 32 and 33.
 CLOSES_ON_EXEC = 0o2000000
@@ -53,7 +53,7 @@ def manners(times):
     is_private = rest["modes"] <= {"0o600", "0o700"}
     # What, what is allowed, what was seen, whether that is right.
     facts = [
-        ("own threads, by name", "these 3", rest["threads"], rest["threads"] == THREADS),
+        ("own threads, by name", "these 2", rest["threads"], rest["threads"] == THREADS),
         ("signals open to them", "faults and SIGPROF", rest["open"], rest["open"] <= FAULTS),
         ("dispositions, umask, directory", "as before", settings, settings == "as before"),
         ("descriptors before, at rest, under load", "+20", descriptors, is_modest),

@@ -17,14 +17,15 @@ public:
     /// Receives one whole line without its line feed.
     using Output = std::function<void(std::string_view line)>;
 
-    /// Writes `line`, which has no line feed. Nothing is printed once the process has begun to exit
-    /// or in a forked child.
+    /// Has `line`, which has no line feed, written soon, in the order of the calls; waits for
+    /// nothing. Nothing is printed once the process has begun to exit or in a forked child.
     static void print(std::string line) noexcept;
 
     /// Passes every later line to `output` instead of standard output; an empty `output` restores
-    /// standard output. `output` is called on any thread, on several at once, with no lock held;
-    /// exceptions that it throws are dropped. A line already on its way may still reach the
-    /// previous output. If memory runs out, the previous output stays.
+    /// standard output. `output` is called for one line at a time, on a thread of its own, with no
+    /// lock held; exceptions that it throws are dropped. While it takes its time, lines wait, and
+    /// once a mebibyte of them waits, operations wait too. If memory or threads run out, the
+    /// previous output stays.
     static void setOutput(Output output) noexcept;
 };
 

@@ -48,12 +48,15 @@ private:
     std::atomic<bool> arrived_{false};
 };
 
+/// The exception that is being handled, to be kept.
+KIVO_EXPORT std::exception_ptr caughtError() noexcept;
+
 template <typename T>
 class TaskPromise : public TaskPromiseBase {
 public:
     Task<T> get_return_object() noexcept;
     void return_value(T value) { outcome_.template emplace<T>(std::move(value)); }
-    void unhandled_exception() noexcept { outcome_ = std::current_exception(); }
+    void unhandled_exception() noexcept { outcome_ = caughtError(); }
 
     T result() {
         if (auto* error = std::get_if<std::exception_ptr>(&outcome_))
@@ -70,7 +73,7 @@ class TaskPromise<void> : public TaskPromiseBase {
 public:
     Task<void> get_return_object() noexcept;
     void return_void() noexcept {}
-    void unhandled_exception() noexcept { error_ = std::current_exception(); }
+    void unhandled_exception() noexcept { error_ = caughtError(); }
 
     void result() {
         if (error_) std::rethrow_exception(error_);
@@ -83,8 +86,8 @@ private:
 }  // namespace detail
 
 /// An asynchronous operation that returns a `T` or throws. It is lazy: it starts when it is
-/// awaited, which may happen once, or launched. It runs on the thread that resumes it, which is a
-/// pool thread after every suspension. Destroying a task that has not started drops the operation.
+/// awaited, which may happen once, or launched. It runs on the thread that resumes it, which is the
+/// loop after every suspension. Destroying a task that has not started drops the operation.
 template <typename T = void>
 class [[nodiscard]] Task {
 public:
@@ -131,7 +134,7 @@ inline Task<void> detail::TaskPromise<void>::get_return_object() noexcept {
     return Task<void>(std::coroutine_handle<TaskPromise>::from_promise(*this));
 }
 
-/// Starts `task` on the shared pool and keeps `owner` alive until the task has ended. Nothing waits
+/// Starts `task` on the loop and keeps `owner` alive until the task has ended. Nothing waits
 /// for the task, and an exception that leaves it is dropped. Throws std::bad_alloc or
 /// std::system_error if memory or threads run out; the task has then not started. Does nothing in a
 /// forked child.

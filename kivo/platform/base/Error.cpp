@@ -1,5 +1,9 @@
 #include "kivo/platform/base/Error.h"
 
+#include <cstddef>
+#include <cstdlib>
+#include <new>
+
 namespace kivo::platform {
 
 namespace {
@@ -32,6 +36,28 @@ NSError::NSError(std::string_view domain, int code)
       code_(code) {}
 
 std::string NSError::localizedDescription() const { return localized_.what(); }
+
+std::exception_ptr currentError() noexcept {
+    try {
+        throw;
+    } catch (const std::bad_alloc&) {
+        return lackOfMemory();
+    } catch (...) {
+        return std::current_exception();
+    }
+}
+
+const std::exception_ptr& lackOfMemory() noexcept {
+    static const auto& made = *new std::exception_ptr(std::make_exception_ptr(std::bad_alloc()));
+    return made;
+}
+
+bool hasMemoryForError() noexcept {
+    constexpr std::size_t enough = 512;
+    void* const memory = std::malloc(enough);
+    std::free(memory);
+    return memory != nullptr;
+}
 
 std::string describe(const std::exception& error) {
     return askOrWhat(error, [](const Error& ours) { return ours.description(); });

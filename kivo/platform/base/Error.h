@@ -4,6 +4,7 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <utility>
 
 namespace kivo::platform {
 
@@ -29,6 +30,23 @@ private:
     std::runtime_error localized_;  // Its text is shared by copies, so that copying cannot throw.
     int code_;
 };
+
+/// The exception that is being handled, to be kept. A std::bad_alloc is replaced by one that was
+/// made beforehand: without memory an exception lies in a small reserve of the runtime's, and the
+/// process ends when that is exhausted.
+std::exception_ptr currentError() noexcept;
+
+/// A std::bad_alloc that was made beforehand.
+const std::exception_ptr& lackOfMemory() noexcept;
+
+/// Whether memory for an exception can be allocated.
+bool hasMemoryForError() noexcept;
+
+/// `error`, to be kept; if memory runs out, that is the error.
+template <typename Thrown>
+std::exception_ptr makeError(Thrown error) noexcept {
+    return hasMemoryForError() ? std::make_exception_ptr(std::move(error)) : lackOfMemory();
+}
 
 /// The printed form of `error`; what() if it is not one of the platform's.
 std::string describe(const std::exception& error);

@@ -11,7 +11,7 @@
 namespace kivo::platform {
 
 /// A pool of libcurl's easy handles: creating one costs more than a request does. Only for the
-/// network thread.
+/// loop.
 class EasyHandles {
 public:
     EasyHandles() { idle_.reserve(kept); }
@@ -24,10 +24,10 @@ public:
         return easy;
     }
 
-    /// Takes a handle back; does nothing for null. Needs no memory.
-    void giveBack(CURL* easy) {
+    /// Takes a handle back and keeps it if it is `fit`; does nothing for null. Needs no memory.
+    void giveBack(CURL* easy, bool fit) {
         if (easy == nullptr) return;
-        if (idle_.size() >= kept) return curl_easy_cleanup(easy);
+        if (!fit || idle_.size() >= kept) return curl_easy_cleanup(easy);
         idle_.push_back(easy);
     }
 

@@ -1,15 +1,13 @@
 #include "kivo/platform/http/HTTPTransfer.h"
 
-#include <netinet/in.h>
-#include <netinet/tcp.h>
-#include <sys/socket.h>
-
 #include <array>
 #include <chrono>
 #include <new>
 #include <utility>
 
 #include "kivo/platform/http/CurlError.h"
+#include "kivo/platform/http/Network.h"
+#include "kivo/platform/http/Sockets.h"
 #include "kivo/platform/http/TrustStore.h"
 #include "kivo/platform/system/Environment.h"
 
@@ -18,16 +16,6 @@ namespace kivo::platform {
 namespace {
 
 constexpr long connectTimeoutMilliseconds = 10'000;
-constexpr int unacknowledgedTimeoutMilliseconds = 20'000;
-
-/// A socket that closes on exec and gives up on a peer that no longer acknowledges.
-curl_socket_t openSocket(void* /*context*/, curlsocktype /*purpose*/, curl_sockaddr* address) {
-    const int opened = socket(address->family, address->socktype | SOCK_CLOEXEC, address->protocol);
-    if (opened < 0) return CURL_SOCKET_BAD;
-    setsockopt(opened, IPPROTO_TCP, TCP_USER_TIMEOUT, &unacknowledgedTimeoutMilliseconds,
-               sizeof unacknowledgedTimeoutMilliseconds);
-    return opened;
-}
 
 /// libcurl shares a TLS connection only between transfers with the same TLS options. These three
 /// have no effect with OpenSSL, so their combinations distinguish eight generations of connections.
@@ -62,6 +50,26 @@ void set(CURL* easy, CURLoption option, Value value) {
     if (curl_easy_setopt(easy, option, value) == CURLE_OUT_OF_MEMORY) throw std::bad_alloc();
 }
 
+/// Empty unless it is a plain token: it is printed.
+std::string contentEncodingOf(CURL* easy) {
+    curl_header* field = nullptr;
+    if (curl_easy_header(easy, "Content-Encoding", 0, CURLH_HEADER, -1, &field) != CURLHE_OK)
+        return "";
+    return isHTTPToken(field->value) ? field->value : "";
+}
+
+/// TLS sessions to resume, for all handles: only the first connection to a host costs a full
+/// handshake.
+CURLSH* sharedSessions() {
+    static CURLSH* const sessions = [] {
+        CURLSH* made = curl_share_init();
+        if (made == nullptr) throw std::bad_alloc();
+        curl_share_setopt(made, CURLSHOPT_SHARE, CURL_LOCK_DATA_SSL_SESSION);
+        return made;
+    }();
+    return sessions;
+}
+
 void configureTrust(CURL* easy) {
     const TrustStore& trust = TrustStore::current();
     if (trust.file) set(easy, CURLOPT_CAINFO, trust.file->c_str());
@@ -72,51 +80,61 @@ void configureTrust(CURL* easy) {
 }  // namespace
 
 HTTPTransfer::HTTPTransfer(URLRequest request, Completion completion)
-    : request_(std::move(request)),
-      host_(request_.url().host() + ':' + std::to_string(request_.url().effectivePort())),
+    : Entry(request.url().host() + ':' + std::to_string(request.url().effectivePort()),
+            request.discardsReplyBody()),
+      request_(std::move(request)),
       completion_(std::move(completion)) {}
 
-void HTTPTransfer::prepare(CURL* easy) {
-    set(easy, CURLOPT_PROTOCOLS_STR, "http,https");
-    set(easy, CURLOPT_PATH_AS_IS, 1L);
-    set(easy, CURLOPT_USERAGENT, userAgent().c_str());
-    set(easy, CURLOPT_NOSIGNAL, 1L);
+void HTTPTransfer::prepare(CURL* handle) {
+    set(handle, CURLOPT_PROTOCOLS_STR, "http,https");
+    set(handle, CURLOPT_PATH_AS_IS, 1L);
+    set(handle, CURLOPT_USERAGENT, userAgent().c_str());
+    set(handle, CURLOPT_NOSIGNAL, 1L);
     // A silent name server would hold up every transfer.
-    set(easy, CURLOPT_QUICK_EXIT, 1L);
-    set(easy, CURLOPT_OPENSOCKETFUNCTION, openSocket);
-    set(easy, CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_2TLS));
-    set(easy, CURLOPT_CONNECTTIMEOUT_MS, connectTimeoutMilliseconds);
-    set(easy, CURLOPT_LOW_SPEED_LIMIT, 1L);
-    configureTrust(easy);
+    set(handle, CURLOPT_QUICK_EXIT, 1L);
+    Sockets::shared().serve(handle);
+    set(handle, CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_2TLS));
+    set(handle, CURLOPT_CONNECTTIMEOUT_MS, connectTimeoutMilliseconds);
+    set(handle, CURLOPT_LOW_SPEED_LIMIT, 1L);
+    set(handle, CURLOPT_SHARE, sharedSessions());
+    configureTrust(handle);
     // Always set, like the proxy itself: libcurl would ask the environment otherwise.
-    set(easy, CURLOPT_NOPROXY, Environment::current().noProxy.c_str());
+    set(handle, CURLOPT_NOPROXY, Environment::current().noProxy.c_str());
 
     using Writer = std::size_t (*)(char*, std::size_t, std::size_t, void*);
     const Writer write = [](char* bytes, std::size_t, std::size_t count, void* transfer) {
         return static_cast<HTTPTransfer*>(transfer)->receive(bytes, count) ? count : 0;
     };
-    set(easy, CURLOPT_WRITEFUNCTION, write);
+    set(handle, CURLOPT_WRITEFUNCTION, write);
+    const Writer writeHeader = [](char* line, std::size_t, std::size_t count, void* transfer) {
+        return static_cast<HTTPTransfer*>(transfer)->receiveHeader({line, count}) ? count : 0;
+    };
+    set(handle, CURLOPT_HEADERFUNCTION, writeHeader);
+    set(handle, CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
     const curl_prereq_callback connected = [](void* transfer, char*, char*, int, int) {
-        static_cast<HTTPTransfer*>(transfer)->isConnected_ = true;
+        auto& self = *static_cast<HTTPTransfer*>(transfer);
+        ++self.connections_;
+        Network::shared().connected(self);
         return CURL_PREREQFUNC_OK;
     };
-    set(easy, CURLOPT_PREREQFUNCTION, connected);
+    set(handle, CURLOPT_PREREQFUNCTION, connected);
 }
 
-void HTTPTransfer::configure(CURL* easy, unsigned generation) {
-    generation_ = generation;
+void HTTPTransfer::configure() {
     set(easy, CURLOPT_URL, request_.url().absoluteString().c_str());
-    configureMethod(easy);
-    configureHeaders(easy);
+    configureMethod();
+    configureHeaders();
     const std::string& proxy = Environment::current().proxyFor(request_.url().scheme());
     set(easy, CURLOPT_PROXY, proxy.c_str());
-    set(easy, CURLOPT_SSL_OPTIONS, sharingMark(generation));
+    set(easy, CURLOPT_SSL_OPTIONS, sharingMark(generation()));
     set(easy, CURLOPT_LOW_SPEED_TIME, idleSeconds(request_));
     set(easy, CURLOPT_WRITEDATA, this);
+    set(easy, CURLOPT_HEADERDATA, this);
+    set(easy, CURLOPT_PRIVATE, this);
     set(easy, CURLOPT_PREREQDATA, this);
 }
 
-void HTTPTransfer::configureMethod(CURL* easy) const {
+void HTTPTransfer::configureMethod() const {
     const std::string& method = request_.httpMethod();
     const auto& body = request_.httpBody();
     set(easy, CURLOPT_HTTPGET, 1L);  // Forgets the method of an earlier exchange.
@@ -130,7 +148,7 @@ void HTTPTransfer::configureMethod(CURL* easy) const {
     set(easy, CURLOPT_CUSTOMREQUEST, method.c_str());
 }
 
-void HTTPTransfer::configureHeaders(CURL* easy) {
+void HTTPTransfer::configureHeaders() {
     for (const auto& [name, value] : request_.headerFields())
         isBlank(value) ? headers_.add({name, ";"}) : headers_.add({name, ": ", value});
     headers_.add({"Expect:"});
@@ -138,10 +156,22 @@ void HTTPTransfer::configureHeaders(CURL* easy) {
     set(easy, CURLOPT_HTTPHEADER, headers_.list());
 }
 
+/// Takes a line of a head or of the trailer; returns whether the transfer may go on. libcurl keeps
+/// them all, and takes the end of the connection for the end of a head.
+bool HTTPTransfer::receiveHeader(std::string_view line) {
+    constexpr std::size_t maximumHeaderSize = 1U << 20U;
+    constexpr std::size_t lineOverhead = 128;
+    if (line.starts_with("HTTP/")) headIsWhole_ = false;
+    if (line == "\r\n" || line == "\n") headIsWhole_ = true;
+    headerSize_ += line.size() + lineOverhead;
+    isTooLarge_ = headerSize_ > maximumHeaderSize;
+    return !isTooLarge_;
+}
+
 bool HTTPTransfer::receive(const char* bytes, std::size_t count) {
     if (request_.discardsReplyBody()) return true;
-    bodyIsTooLarge_ = count > maximumBodySize - body_.size();
-    if (bodyIsTooLarge_) return false;
+    isTooLarge_ = count > maximumBodySize - body_.size();
+    if (isTooLarge_) return false;
     try {
         body_.append(bytes, count);
         return true;
@@ -156,13 +186,20 @@ const std::exception_ptr& HTTPTransfer::lackOfMemory() {
     return error;
 }
 
-void HTTPTransfer::conclude(CURL* easy, CURLcode code) try {
+std::exception_ptr HTTPTransfer::errorFor(CURLcode code) const {
+    if (code == CURLE_OUT_OF_MEMORY) return lackOfMemory();
+    return makeError(isTooLarge_ ? URLError(URLError::dataLengthExceedsMaximum) : urlError(code));
+}
+
+Transfers::Ending HTTPTransfer::conclude(CURLcode code) try {
     headers_ = HeaderLines();
+    if (code == CURLE_OK && !headIsWhole_) code = CURLE_GOT_NOTHING;
     if (code != CURLE_OK) {
-        const auto error =
-            bodyIsTooLarge_ ? URLError(URLError::dataLengthExceedsMaximum) : urlError(code);
-        outcome_ = std::make_exception_ptr(error);
-        return;
+        outcome_ = errorFor(code);
+        const bool isTimedOut = code == CURLE_OPERATION_TIMEDOUT;
+        return {
+            .connectionIsSuspect = isTimedOut,
+            .nobodyAnswered = code == CURLE_COULDNT_CONNECT || (isTimedOut && connections_ == 0)};
     }
     long status = 0;
     long version = CURL_HTTP_VERSION_NONE;
@@ -170,12 +207,15 @@ void HTTPTransfer::conclude(CURL* easy, CURLcode code) try {
     curl_easy_getinfo(easy, CURLINFO_RESPONSE_CODE, &status);
     curl_easy_getinfo(easy, CURLINFO_HTTP_VERSION, &version);
     curl_easy_getinfo(easy, CURLINFO_REDIRECT_URL, &location);
-    isMultiplexed_ = version == CURL_HTTP_VERSION_2_0;
     outcome_ = HTTPReply{.statusCode = static_cast<int>(status),
                          .body = std::move(body_),
-                         .location = location != nullptr ? location : ""};
+                         .location = location != nullptr ? location : "",
+                         .contentEncoding = contentEncodingOf(easy)};
+    using Speech = HostNotes::Speech;
+    return {.speech = version == CURL_HTTP_VERSION_2_0 ? Speech::multiplexed : Speech::separate};
 } catch (const std::bad_alloc&) {
     outcome_ = lackOfMemory();
+    return {};
 }
 
 void HTTPTransfer::complete() { std::exchange(completion_, nullptr)(std::move(outcome_)); }

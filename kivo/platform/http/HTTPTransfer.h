@@ -9,6 +9,7 @@
 
 #include "kivo/platform/base/Result.h"
 #include "kivo/platform/http/HeaderLines.h"
+#include "kivo/platform/http/Transfers.h"
 #include "kivo/platform/tasks/Work.h"
 #include "kivo/platform/url/URLRequest.h"
 
@@ -19,12 +20,12 @@ struct HTTPReply {
     int statusCode;
     Data body;             ///< Empty when the request discards it.
     std::string location;  ///< Where a redirect points, absolute; empty for other replies.
+    std::string contentEncoding;
 };
 
-/// One HTTP exchange: a request as libcurl's options, and the reply as it arrives. The network
-/// thread configures, performs and concludes it. Its completion handler runs once on the pool, or
-/// never if the transfer is cancelled.
-class HTTPTransfer {
+/// One HTTP exchange: a request as libcurl's options, and the reply as it arrives. Only for the
+/// loop. Its completion handler runs once, or never if the transfer is cancelled.
+class HTTPTransfer : public Transfers::Entry {
 public:
     using Completion = std::function<void(Result<HTTPReply>)>;
 
@@ -35,51 +36,47 @@ public:
 
     const URLRequest& request() const { return request_; }
 
-    /// The server that is addressed, as "host:port".
-    const std::string& host() const { return host_; }
-
     /// Sets the options that all exchanges share, once for each handle. Throws std::bad_alloc,
     /// which leaves the handle unusable.
-    static void prepare(CURL* easy);
+    static void prepare(CURL* handle);
 
-    /// Sets up a prepared handle for this exchange, whatever it was used for before. It shares TLS
-    /// connections only within `generation`. Throws std::bad_alloc, after which the handle can be
-    /// configured again.
-    void configure(CURL* easy, unsigned generation);
-
-    /// What it was configured with.
-    unsigned generation() const { return generation_; }
+    /// Sets up its handle, a prepared one, for this exchange, whatever it was used for before.
+    /// Throws std::bad_alloc, after which the handle can be configured again.
+    void configure();
 
     /// The outcome if memory runs out, created at the first call.
     static const std::exception_ptr& lackOfMemory();
 
-    /// Takes the outcome from `easy`. If memory runs out, that is the outcome.
-    void conclude(CURL* easy, CURLcode code);
+    /// Takes the outcome from its handle; if memory runs out, or there is no handle, that is the
+    /// outcome. Returns what the transfer taught about its host.
+    Transfers::Ending conclude(CURLcode code);
 
-    /// Whether it has connected, so that others need no longer wait to share its connection.
-    bool isConnected() const { return isConnected_; }
+    /// Whether its handle is as good as new: libcurl counts in it how often a connection was found
+    /// dead, never sets that back, and gives up at the sixth time.
+    bool wentWell() const { return connections_ == 1; }
 
-    /// Whether the reply came over a connection that several transfers share.
-    bool isMultiplexed() const { return isMultiplexed_; }
-
-    /// Hands the outcome over, on the pool.
+    /// Hands the outcome over.
     Step<HTTPTransfer> completing{&HTTPTransfer::complete};
+
+    CURL* easy = nullptr;                ///< While it is with libcurl.
+    std::shared_ptr<HTTPTransfer> kept;  ///< Itself, from its start to its end.
 
 private:
     void complete();
-    void configureMethod(CURL* easy) const;
-    void configureHeaders(CURL* easy);
+    void configureMethod() const;
+    void configureHeaders();
+    bool receiveHeader(std::string_view line);
     bool receive(const char* bytes, std::size_t count);
+    std::exception_ptr errorFor(CURLcode code) const;
 
     URLRequest request_;
-    std::string host_;
-    unsigned generation_ = 0;
     Completion completion_;
     HeaderLines headers_;
     Data body_;
-    bool bodyIsTooLarge_ = false;
-    bool isConnected_ = false;
-    bool isMultiplexed_ = false;
+    std::size_t headerSize_ = 0;
+    bool headIsWhole_ = false;
+    bool isTooLarge_ = false;
+    int connections_ = 0;
     Result<HTTPReply> outcome_;
 };
 

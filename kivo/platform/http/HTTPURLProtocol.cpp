@@ -4,7 +4,7 @@
 #include <utility>
 
 #include "kivo/platform/http/HTTPRedirect.h"
-#include "kivo/platform/http/NetworkThread.h"
+#include "kivo/platform/http/Network.h"
 #include "kivo/platform/url/URLError.h"
 
 namespace kivo::platform {
@@ -27,24 +27,21 @@ bool HTTPURLProtocol::canInit(const URLRequest& request) {
 }
 
 void HTTPURLProtocol::send(const URLRequest& request) {
-    if (const auto error = refusal(request)) return fail(std::make_exception_ptr(*error));
+    if (const auto error = refusal(request)) return fail(makeError(*error));
 
     auto ended = [self = self()](Result<HTTPReply> outcome) {
         try {
             self->transferEnded(std::move(outcome));
         } catch (...) {
-            self->fail(std::current_exception());
+            self->fail(currentError());
         }
     };
-    auto transfer = std::make_shared<HTTPTransfer>(request, std::move(ended));
-    const Lock lock(mutex_);
-    if (stopped_) return;
-    NetworkThread::shared().start(transfer);
-    transfer_ = std::move(transfer);
+    transfer_ = std::make_shared<HTTPTransfer>(request, std::move(ended));
+    Network::shared().start(transfer_);
 }
 
 void HTTPURLProtocol::transferEnded(Result<HTTPReply> outcome) {
-    const auto transfer = takeTransfer();
+    const auto transfer = std::exchange(transfer_, nullptr);
     if (!transfer) return;
     if (auto* error = std::get_if<std::exception_ptr>(&outcome)) return fail(*error);
 
@@ -53,13 +50,14 @@ void HTTPURLProtocol::transferEnded(Result<HTTPReply> outcome) {
     const auto next = redirectedRequest(sent, reply.statusCode, reply.location);
     if (!next) return deliver(sent, std::move(reply));
     if (++redirects_ > maximumRedirects)
-        return fail(std::make_exception_ptr(URLError(URLError::httpTooManyRedirects)));
+        return fail(makeError(URLError(URLError::httpTooManyRedirects)));
     send(*next);
 }
 
 void HTTPURLProtocol::deliver(const URLRequest& sent, HTTPReply reply) {
-    client().urlProtocolDidReceive(std::make_shared<HTTPURLResponse>(sent.url(), reply.statusCode),
-                                   CacheStoragePolicy::notAllowed);
+    client().urlProtocolDidReceive(
+        std::make_shared<HTTPURLResponse>(sent.url(), reply.statusCode, reply.contentEncoding),
+        CacheStoragePolicy::notAllowed);
     client().urlProtocolDidLoad(std::move(reply.body));
     client().urlProtocolDidFinishLoading();
 }
@@ -68,18 +66,8 @@ void HTTPURLProtocol::fail(std::exception_ptr error) {
     client().urlProtocolDidFailWithError(std::move(error));
 }
 
-/// Hands the running transfer, if there is one, over to the caller.
-std::shared_ptr<HTTPTransfer> HTTPURLProtocol::takeTransfer() {
-    const Lock lock(mutex_);
-    return std::exchange(transfer_, nullptr);
-}
-
 void HTTPURLProtocol::stopLoading() {
-    {
-        const Lock lock(mutex_);
-        stopped_ = true;
-    }
-    if (auto running = takeTransfer()) NetworkThread::shared().cancel(std::move(running));
+    if (const auto running = std::exchange(transfer_, nullptr)) Network::shared().cancel(*running);
 }
 
 std::shared_ptr<HTTPURLProtocol> HTTPURLProtocol::self() {

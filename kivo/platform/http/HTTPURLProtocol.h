@@ -2,14 +2,13 @@
 
 #include <memory>
 
-#include "kivo/platform/base/Mutex.h"
 #include "kivo/platform/http/HTTPTransfer.h"
 #include "kivo/platform/url/URLProtocol.h"
 
 namespace kivo::platform {
 
-/// The built-in protocol: serves http and https through the network thread and follows redirects.
-/// It delivers a reply as a whole, the response first, so a transfer that fails delivers nothing.
+/// The built-in protocol: serves http and https and follows redirects. It delivers a reply as a
+/// whole, the response first, so a transfer that fails delivers nothing. Only for the loop.
 class HTTPURLProtocol final : public URLProtocol {
 public:
     using URLProtocol::URLProtocol;
@@ -23,15 +22,12 @@ public:
 private:
     void send(const URLRequest& request);
     void transferEnded(Result<HTTPReply> outcome);
-    std::shared_ptr<HTTPTransfer> takeTransfer();
     void deliver(const URLRequest& sent, HTTPReply reply);
     void fail(std::exception_ptr error);
     std::shared_ptr<HTTPURLProtocol> self();
 
     int redirects_ = 0;
-    Mutex mutex_;  // A time limit may stop the load while it is being sent.
-    std::shared_ptr<HTTPTransfer> transfer_ KIVO_GUARDED_BY(mutex_);
-    bool stopped_ KIVO_GUARDED_BY(mutex_) = false;
+    std::shared_ptr<HTTPTransfer> transfer_;
 };
 
 }  // namespace kivo::platform

@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <cctype>
 #include <filesystem>
+#include <sstream>
+#include <string>
 #include <string_view>
 #include <system_error>
 
@@ -33,9 +35,38 @@ bool holdsHashedLink(const char* directory) {
     return false;
 }
 
+/// Opening anything else, a pipe say, could stop the thread that does. What is missing is not
+/// opened, and fails the request.
+bool isFileOrMissing(const std::filesystem::path& path) {
+    std::error_code failure;
+    const auto found = std::filesystem::status(path, failure).type();
+    return found == std::filesystem::file_type::regular ||
+           found == std::filesystem::file_type::not_found;
+}
+
+bool holdsFilesAlone(const std::string& directory) {
+    std::error_code failure;
+    auto entry = std::filesystem::directory_iterator(directory, failure);
+    for (; !failure && entry != std::filesystem::directory_iterator(); entry.increment(failure))
+        if (isHashedLink(entry->path().filename().string()) && !isFileOrMissing(entry->path()))
+            return false;
+    return true;
+}
+
+/// OpenSSL takes a list.
+bool allHoldFilesAlone(const std::string& directories) {
+    std::istringstream list(directories);
+    for (std::string one; std::getline(list, one, ':');)
+        if (!holdsFilesAlone(one)) return false;
+    return true;
+}
+
 TrustStore find() {
+    constexpr const char* nothing = "/dev/null/unreadable";
     const Environment& environment = Environment::current();
     TrustStore store{.file = environment.sslCertFile, .directory = environment.sslCertDir};
+    if (store.file && !isFileOrMissing(*store.file)) store.file = nothing;
+    if (store.directory && !allHoldFilesAlone(*store.directory)) store.directory = nothing;
     const char* compiledIn = curl_version_info(CURLVERSION_NOW)->capath;
     if (!store.file && !store.directory && compiledIn != nullptr && holdsHashedLink(compiledIn)) {
         store.directory = compiledIn;

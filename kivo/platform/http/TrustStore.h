@@ -14,7 +14,8 @@ struct TrustStore {
 
     /// The machine's: SSL_CERT_FILE and SSL_CERT_DIR where they are set; otherwise libcurl's
     /// built-in directory alone if it holds a hashed link, which saves every new connection from
-    /// parsing the whole bundle.
+    /// parsing the whole bundle. A path that leads to anything but regular files counts as
+    /// unreadable.
     static const TrustStore& current();
 };
 

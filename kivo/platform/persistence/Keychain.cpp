@@ -1,11 +1,16 @@
 #include "kivo/platform/persistence/Keychain.h"
 
+#include <sys/stat.h>
+
 #include <algorithm>
+#include <chrono>
 #include <exception>
+#include <ratio>
 #include <utility>
 
 #include "kivo/platform/system/Environment.h"
 #include "kivo/platform/system/Process.h"
+#include "kivo/platform/tasks/Loop.h"
 
 namespace kivo::platform {
 
@@ -21,6 +26,18 @@ std::optional<std::filesystem::path> standardFile() {
     return directory ? std::optional(*directory / "kivo" / "keychain.db") : std::nullopt;
 }
 
+std::int64_t nanoseconds(const timespec& time) {
+    return std::int64_t{time.tv_sec} * std::nano::den + time.tv_nsec;
+}
+
+/// The kernel stamps files with a clock that stands still for some milliseconds: of two changes
+/// shortly after each other, the second may leave no trace.
+bool isRecent(std::int64_t modified) {
+    using namespace std::chrono_literals;
+    const auto now = std::chrono::system_clock::now().time_since_epoch();
+    return now - std::chrono::nanoseconds(modified) < 20ms;
+}
+
 }  // namespace
 
 Keychain& Keychain::standard() {
@@ -28,33 +45,88 @@ Keychain& Keychain::standard() {
     return user;
 }
 
-Keychain::Keychain(std::optional<std::filesystem::path> file) {
-    if (file) file_.emplace(*std::move(file), schema);
+Keychain::Keychain(std::optional<std::filesystem::path> file) : path_(std::move(file)) {
+    if (path_) file_.emplace(*path_, schema);
 }
 
 std::optional<Data> Keychain::copyMatching(std::string_view service, std::string_view account) {
     if (!Process::isOwn()) return std::nullopt;
     try {
-        const Lock lock(mutex_);
-        if (!file_) return std::nullopt;
-        const Item* item = known(service, account);
-        if (item == nullptr) item = look(service, account);
-        return item != nullptr ? std::optional(item->data) : std::nullopt;
+        {
+            const Lock lock(mutex_);
+            const Item* item = find(service, account);
+            if (item != nullptr && (Loop::isCurrent() || holds(*item))) return item->data;
+        }
+        return look(service, account);
     } catch (const std::exception&) {
         return std::nullopt;
     }
 }
 
-const Keychain::Item* Keychain::known(std::string_view service, std::string_view account) const {
-    const auto matches = [&](const Item& item) {
-        return item.service == service && item.account == account;
-    };
-    const auto found = std::ranges::find_if(known_, matches);
-    return found != known_.end() ? &*found : nullptr;
+bool Keychain::lookAhead(std::string_view service, std::string_view account) {
+    if (!Process::isOwn()) return false;
+    {
+        const Lock lock(mutex_);
+        const Item* item = find(service, account);
+        if (item != nullptr && holds(*item)) return false;
+    }
+    Loop::shared().submit([this, service = std::string(service),
+                           account = std::string(account)] { look(service, account); },
+                          Work::Kind::preparation);
+    return true;
 }
 
-const Keychain::Item* Keychain::look(std::string_view service, std::string_view account) {
+Keychain::Item* Keychain::find(std::string_view service, std::string_view account) {
+    const auto found = std::find_if(items_.begin(), items_.end(), [&](const Item& item) {
+        return item.service == service && item.account == account;
+    });
+    return found == items_.end() ? nullptr : &*found;
+}
+
+Keychain::Item& Keychain::findOrMake(std::string_view service, std::string_view account) {
+    Item* item = find(service, account);
+    if (item != nullptr) return *item;
+    return items_.emplace_back(Item{
+        .service = std::string(service), .account = std::string(account), .data = {}, .seen = {}});
+}
+
+/// Whether the latest look at the disk would find the same today.
+bool Keychain::holds(const Item& item) const {
+    return item.pendingAdditions > 0 || (item.seen && item.seen == fileState());
+}
+
+/// Empty if a later change might not show in it.
+std::optional<Keychain::FileState> Keychain::fileState() const {
+    struct stat found{};
+    if (!path_ || stat(path_->c_str(), &found) != 0) return FileState();
+    const auto modified = nanoseconds(found.st_mtim);
+    if (isRecent(modified)) return std::nullopt;
+    return FileState{
+        .device = found.st_dev, .inode = found.st_ino, .size = found.st_size, .modified = modified};
+}
+
+std::optional<Data> Keychain::look(std::string_view service, std::string_view account) {
+    const Lock file(fileMutex_);
+    const auto state = fileState();
     std::optional<Data> found;
+    bool isFileRead = state == FileState();  // There is none.
+    try {
+        found = read(service, account);
+        isFileRead = true;
+    } catch (const DatabaseError&) {
+    }
+    const Lock lock(mutex_);
+    Item& item = findOrMake(service, account);
+    if (isFileRead && item.pendingAdditions == 0) {
+        item.data = std::move(found);
+        item.seen = state;
+    }
+    return item.data;
+}
+
+std::optional<Data> Keychain::read(std::string_view service, std::string_view account) {
+    std::optional<Data> found;
+    if (!file_) return found;
     file_->read([&](Database& database) {
         Statement items =
             database.prepare("SELECT data FROM items WHERE service = ? AND account = ?");
@@ -62,9 +134,36 @@ const Keychain::Item* Keychain::look(std::string_view service, std::string_view 
         items.bindText(2, account);
         if (items.step() && items.type(0) == Statement::Type::blob) found = items.bytes(0);
     });
-    if (!found) return nullptr;
-    return &known_.emplace_back(
-        Item{std::string(service), std::string(account), *std::move(found)});
+    return found;
+}
+
+void Keychain::addLater(std::string service, std::string account, Data data,
+                        std::function<void(Status)> failed) {
+    auto& addition = makeWork(
+        [this, service, account, data, failed = std::move(failed)] {
+            const Status status = add(service, account, data);
+            noteAdded(service, account, data, status);
+            if (status != success) failed(status);
+        },
+        Work::Kind::commit);
+    noteAddition(service, account, data);
+    Loop::shared().submit(addition);
+}
+
+void Keychain::noteAddition(std::string_view service, std::string_view account, const Data& data) {
+    const Lock lock(mutex_);
+    Item& item = findOrMake(service, account);
+    if (!item.data) item.data = data;
+    ++item.pendingAdditions;
+}
+
+void Keychain::noteAdded(std::string_view service, std::string_view account, const Data& data,
+                         Status status) {
+    const Lock lock(mutex_);
+    Item& item = findOrMake(service, account);
+    --item.pendingAdditions;
+    item.seen.reset();
+    if (status != success && item.data == data) item.data.reset();
 }
 
 Keychain::Status Keychain::add(std::string_view service, std::string_view account,
@@ -79,7 +178,7 @@ Keychain::Status Keychain::add(std::string_view service, std::string_view accoun
         item.run();
     };
     try {
-        const Lock lock(mutex_);
+        const Lock lock(fileMutex_);
         if (!file_) return notAvailable;
         file_->write(insert);
         return success;

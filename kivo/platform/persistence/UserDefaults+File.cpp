@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "kivo/platform/persistence/UserDefaults.h"
+#include "kivo/platform/tasks/Loop.h"
 
 namespace kivo::platform {
 
@@ -25,6 +26,10 @@ bool isFresh(Database& database) {
 
 void UserDefaults::load() {
     std::call_once(loaded_, [this] { readFile(); });
+}
+
+void UserDefaults::loadAhead() {
+    Loop::shared().submit([this] { load(); }, platform::Work::Kind::preparation);
 }
 
 /// A file that is missing, locked, unreadable or has another schema leaves the table empty. Of a

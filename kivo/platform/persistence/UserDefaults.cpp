@@ -4,7 +4,7 @@
 
 #include "kivo/platform/system/ApplicationFolder.h"
 #include "kivo/platform/system/Process.h"
-#include "kivo/platform/tasks/TaskPool.h"
+#include "kivo/platform/tasks/Loop.h"
 
 namespace kivo::platform {
 
@@ -37,10 +37,10 @@ void UserDefaults::Changes::remove(std::string key) {
 }
 
 UserDefaults& UserDefaults::standard() {
-    const auto commitOnPool = [](std::function<void()> commit) {
-        TaskPool::shared().submitCommit(std::move(commit));
+    const auto commitOnHelper = [](std::function<void()> commit) {
+        Loop::shared().submit(std::move(commit), platform::Work::Kind::commit);
     };
-    static UserDefaults& application = *new UserDefaults(standardFile(), commitOnPool);
+    static UserDefaults& application = *new UserDefaults(standardFile(), commitOnHelper);
     return application;
 }
 

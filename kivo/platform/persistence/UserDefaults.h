@@ -48,13 +48,17 @@ public:
     /// Arranges for `commit` to run later, once, on any thread.
     using Schedule = std::function<void(std::function<void()> commit)>;
 
-    /// The application's own, committed on the task pool; never destroyed. The file is
+    /// The application's own, committed on the helper; never destroyed. The file is
     /// <state directory>/kivo/<bundle identifier, or program's name>/defaults.db.
     static UserDefaults& standard();
 
     /// Without a file everything stays in memory. The object must outlive the commits that it has
     /// scheduled.
     UserDefaults(std::optional<std::filesystem::path> file, Schedule scheduleCommit);
+
+    /// Has the helper load the table before anything runs that is launched from now on, so that the
+    /// loop need not wait for the disk.
+    void loadAhead();
 
     /// False when the key is absent or holds no Boolean.
     bool boolean(std::string_view key);

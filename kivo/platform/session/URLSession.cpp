@@ -13,15 +13,14 @@ Result<URLSession::DataAndResponse> result(std::optional<Data> data,
                                            std::shared_ptr<const URLResponse> response,
                                            std::exception_ptr error) {
     if (error) return error;
-    if (!response) return std::make_exception_ptr(URLError(URLError::badServerResponse));
+    if (!response) return makeError(URLError(URLError::badServerResponse));
     return URLSession::DataAndResponse(std::move(data).value_or(Data()), std::move(response));
 }
 
 }  // namespace
 
 URLSession::URLSession(URLSessionConfiguration configuration)
-    : configuration_(std::make_shared<const URLSessionConfiguration>(std::move(configuration))),
-      delegateQueue_(std::make_shared<OperationQueue>()) {}
+    : configuration_(std::make_shared<const URLSessionConfiguration>(std::move(configuration))) {}
 
 URLSession& URLSession::shared() {
     static URLSession& session = *new URLSession(URLSessionConfiguration());
@@ -30,7 +29,7 @@ URLSession& URLSession::shared() {
 
 std::shared_ptr<URLSessionDataTask> URLSession::dataTask(URLRequest request,
                                                          CompletionHandler handler) const {
-    return std::make_shared<URLSessionDataTask>(configuration_, delegateQueue_, std::move(request),
+    return std::make_shared<URLSessionDataTask>(configuration_, std::move(request),
                                                 std::move(handler));
 }
 

@@ -7,7 +7,6 @@
 
 #include "kivo/platform/Task.h"
 #include "kivo/platform/session/URLSessionDataTask.h"
-#include "kivo/platform/tasks/OperationQueue.h"
 #include "kivo/platform/url/URLProtocol.h"
 
 namespace kivo::platform {
@@ -22,8 +21,8 @@ struct URLSessionConfiguration {
 };
 
 /// Creates tasks that load requests through the protocols of its configuration. Completion handlers
-/// of one session run one at a time, on the pool. Any thread may call. A session may be destroyed
-/// before its tasks have ended.
+/// run one at a time, on the loop. Any thread may call. A session may be destroyed before its tasks
+/// have ended.
 class URLSession {
 public:
     using CompletionHandler = URLSessionDataTask::CompletionHandler;
@@ -44,7 +43,6 @@ public:
 
 private:
     std::shared_ptr<const URLSessionConfiguration> configuration_;
-    std::shared_ptr<OperationQueue> delegateQueue_;
 };
 
 }  // namespace kivo::platform

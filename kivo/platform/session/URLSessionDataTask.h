@@ -1,15 +1,12 @@
 #pragma once
 
-#include <chrono>
+#include <atomic>
 #include <exception>
 #include <functional>
 #include <memory>
 #include <optional>
 
-#include "kivo/platform/base/Mutex.h"
-#include "kivo/platform/http/TimerQueue.h"
-#include "kivo/platform/tasks/OperationQueue.h"
-#include "kivo/platform/tasks/TaskPool+Scopes.h"
+#include "kivo/platform/tasks/Loop.h"
 #include "kivo/platform/url/URLProtocol.h"
 
 namespace kivo::platform {
@@ -18,7 +15,7 @@ struct URLSessionConfiguration;
 
 /// One load of a session, and the client of the protocol that serves it. It owns the protocol
 /// object until the load has ended: by the protocol's first terminal call, by the session's time
-/// limit, or by `cancel()`.
+/// limit, or by `cancel()`. Any thread may resume and cancel; all else happens on the loop.
 class URLSessionDataTask final : public URLProtocolClient,
                                  public std::enable_shared_from_this<URLSessionDataTask> {
 public:
@@ -28,12 +25,11 @@ public:
                            std::exception_ptr error)>;
 
     URLSessionDataTask(std::shared_ptr<const URLSessionConfiguration> configuration,
-                       std::shared_ptr<OperationQueue> delegateQueue, URLRequest request,
-                       CompletionHandler handler);
+                       URLRequest request, CompletionHandler handler);
 
     /// Starts the load and its time limit; a second call does nothing. The handler later runs once,
-    /// on the session's queue. Throws std::bad_alloc or std::system_error if memory or threads run
-    /// out; the load has then not started.
+    /// on the loop. Throws std::bad_alloc or std::system_error if memory or threads run out; the
+    /// load has then not started.
     void resume();
 
     /// Ends the load with "cancelled" (-999) unless it has ended already.
@@ -46,31 +42,33 @@ public:
     void urlProtocolDidFailWithError(std::exception_ptr error) override;
 
 private:
-    TimerQueue::Timer scheduleTimeLimit();
+    void start();
     void startLoading();
     std::shared_ptr<URLProtocol> makeProtocol();
-    bool adopt(const std::shared_ptr<URLProtocol>& protocol);
-    bool hasEnded();
+    void cancelIfUnended();
+    void timeOut();
     void end(std::exception_ptr error);
     void complete();
 
-    Step<URLSessionDataTask> start_{&URLSessionDataTask::startLoading};
+    Step<URLSessionDataTask> start_{&URLSessionDataTask::start};
+    Step<URLSessionDataTask> cancel_{&URLSessionDataTask::cancelIfUnended};
+    Step<URLSessionDataTask> timeLimit_{&URLSessionDataTask::timeOut};
     Step<URLSessionDataTask> completion_{&URLSessionDataTask::complete};
+    Timer timer_{timeLimit_};
+    std::atomic<bool> isResumed_{false};
+    std::atomic<bool> isCancelled_{false};
+    Loop::Clock::time_point resumedAt_;
 
     const std::shared_ptr<const URLSessionConfiguration> configuration_;
-    const std::shared_ptr<OperationQueue> delegateQueue_;
     URLRequest request_;  // Until the protocol takes it.
     CompletionHandler handler_;
 
-    Mutex mutex_;  // A protocol, a time limit and a caller may end the load at once.
-    bool resumed_ KIVO_GUARDED_BY(mutex_) = false;
-    bool ended_ KIVO_GUARDED_BY(mutex_) = false;
-    std::optional<TaskPool::Activity> unfinished_ KIVO_GUARDED_BY(mutex_);
-    std::optional<TimerQueue::Timer> timeLimit_ KIVO_GUARDED_BY(mutex_);
-    std::shared_ptr<URLProtocol> protocol_ KIVO_GUARDED_BY(mutex_);
-    std::shared_ptr<const URLResponse> response_ KIVO_GUARDED_BY(mutex_);
-    Data data_ KIVO_GUARDED_BY(mutex_);
-    std::exception_ptr error_ KIVO_GUARDED_BY(mutex_);
+    bool ended_ = false;
+    std::optional<Loop::Activity> unfinished_;
+    std::shared_ptr<URLProtocol> protocol_;
+    std::shared_ptr<const URLResponse> response_;
+    Data data_;
+    std::exception_ptr error_;
 };
 
 }  // namespace kivo::platform

@@ -6,7 +6,9 @@
 #include <array>
 #include <cstdlib>
 
+#include "kivo/platform/system/Output.h"
 #include "kivo/platform/system/OutputSignals.h"
+#include "kivo/platform/system/Process.h"
 
 namespace kivo::platform {
 
@@ -19,7 +21,9 @@ iovec piece(std::string_view text) {
 }  // namespace
 
 void fatalError(std::string_view message, std::string_view remedy) noexcept {
-    const OutputSignals masked;  // A broken standard error must not hide the abort.
+    if (Process::isUsable())
+        Output::shared().drain();  // The lines before it tell how it came to this.
+    const OutputSignals masked;    // A broken standard error must not hide the abort.
     const std::array pieces = {piece("Fatal error: "), piece(message), piece("\n"), piece(remedy),
                                piece(remedy.empty() ? "" : "\n")};
     [[maybe_unused]] const auto written = writev(STDERR_FILENO, pieces.data(), pieces.size());

@@ -2,6 +2,7 @@
 
 #include <curl/curl.h>
 #include <dlfcn.h>
+#include <sys/auxv.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -9,8 +10,10 @@
 #include <cstdint>
 #include <cstdlib>
 #include <new>
+#include <utility>
 
 #include "kivo/platform/system/Environment.h"
+#include "kivo/platform/system/Output.h"
 
 namespace kivo::platform::Process {
 
@@ -68,13 +71,36 @@ void pinLibrary() {
         dlopen(ours.dli_fname, RTLD_LAZY | RTLD_NOLOAD | RTLD_NODELETE);
 }
 
+/// While it lives, libcurl does not find SSLKEYLOGFILE, which it would otherwise honour even in a
+/// process that must not trust its caller's environment, such as a set-user-id one.
+class HiddenKeyLog {
+public:
+    HiddenKeyLog() {
+        if (name_ != nullptr) first_ = std::exchange(*name_, '\0');
+    }
+    ~HiddenKeyLog() {
+        if (name_ != nullptr) *name_ = first_;
+    }
+    HiddenKeyLog(const HiddenKeyLog&) = delete;
+    HiddenKeyLog& operator=(const HiddenKeyLog&) = delete;
+
+private:
+    char* const name_ = getauxval(AT_SECURE) != 0 ? std::getenv("SSLKEYLOGFILE") : nullptr;
+    char first_ = '\0';
+};
+
+void initialiseLibcurl() {
+    const HiddenKeyLog hidden;
+    if (curl_global_init(CURL_GLOBAL_DEFAULT) != CURLE_OK) throw std::bad_alloc();
+}
+
 bool prepareOnce() {
-    owner = getpid();
     mark = makeMark();
     Environment::current();
+    Output::shared();
     keepOpenSSLToTheEnd();
     requireOpenSSL();
-    if (curl_global_init(CURL_GLOBAL_DEFAULT) != CURLE_OK) throw std::bad_alloc();
+    initialiseLibcurl();
     // After libcurl's initialisation, so that the hook runs before OpenSSL's own exit handler.
     std::atexit(endProcess);
     pinLibrary();
@@ -104,6 +130,13 @@ bool isOwn() noexcept {
 
 bool isUsable() noexcept { return !ending.load(std::memory_order_acquire) && isOwn(); }
 
-void prepare() { [[maybe_unused]] static const bool prepared = prepareOnce(); }
+/// The owner is known before the guard of the static is touched: a child that is forked while
+/// another thread holds that guard would wait for it forever.
+void prepare() {
+    pid_t nobody = 0;
+    owner.compare_exchange_strong(nobody, getpid());
+    if (!isOwn()) return;
+    [[maybe_unused]] static const bool prepared = prepareOnce();
+}
 
 }  // namespace kivo::platform::Process

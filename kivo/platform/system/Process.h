@@ -42,7 +42,8 @@ private:
 
 /// Prepares the process once, on the first caller's thread and before any of Kivo's threads exists:
 /// reads the environment, initialises libcurl, registers the exit hook and pins the library in
-/// memory. Throws std::bad_alloc if memory runs out; a later call tries again.
+/// memory. Throws std::bad_alloc if memory runs out; a later call tries again. Does nothing in a
+/// forked child.
 void prepare();
 
 }  // namespace kivo::platform::Process

@@ -3,13 +3,19 @@
 #include <pthread.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <csignal>
-#include <thread>
+#include <cstddef>
+#include <memory>
+#include <system_error>
 #include <utility>
 
 namespace kivo::platform {
 
 namespace {
+
+/// Enough for libraries and the deepest JSON. A host that locks its memory pays for all of it.
+constexpr std::size_t smallStack = 1U << 20U;
 
 thread_local bool startedHere = false;
 
@@ -38,16 +44,42 @@ void avoidPreempting() {
     pthread_setschedparam(pthread_self(), SCHED_BATCH, &noPriority);
 }
 
+struct Start {
+    const char* name;
+    std::function<void()> body;
+};
+
+void* runThread(void* context) {
+    const std::unique_ptr<Start> start(static_cast<Start*>(context));
+    startedHere = true;
+    pthread_setname_np(pthread_self(), start->name);
+    avoidPreempting();
+    start->body();
+    return nullptr;
+}
+
+/// Detached, with a stack of `stackSize` bytes, or the usual one for 0; returns what is wrong.
+int create(Start& start, std::size_t stackSize) {
+    pthread_attr_t attributes;
+    pthread_attr_init(&attributes);
+    pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
+    if (stackSize != 0) pthread_attr_setstacksize(&attributes, stackSize);
+    pthread_t thread{};
+    const int failure = pthread_create(&thread, &attributes, runThread, &start);
+    pthread_attr_destroy(&attributes);
+    return failure;
+}
+
 }  // namespace
 
 void startThread(const char* name, std::function<void()> body) {
     const BlockedSignals inherited;
-    std::thread([name, body = std::move(body)] {
-        startedHere = true;
-        pthread_setname_np(pthread_self(), name);
-        avoidPreempting();
-        body();
-    }).detach();
+    auto start = std::make_unique<Start>(name, std::move(body));
+    int failure = create(*start, smallStack);
+    // The host's variables for each thread lie on the stack, too, and may not leave room.
+    if (failure == EINVAL) failure = create(*start, 0);
+    if (failure != 0) throw std::system_error(failure, std::generic_category());
+    static_cast<void>(start.release());
 }
 
 bool isOwnThread() noexcept { return startedHere; }

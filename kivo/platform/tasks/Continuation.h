@@ -8,16 +8,17 @@
 #include <string>
 #include <utility>
 
+#include "kivo/platform/base/Error.h"
 #include "kivo/platform/base/Result.h"
 #include "kivo/platform/system/FatalError.h"
 #include "kivo/platform/system/Process.h"
-#include "kivo/platform/tasks/TaskPool.h"
+#include "kivo/platform/tasks/Loop.h"
 #include "kivo/platform/tasks/Work.h"
 
 namespace kivo::platform {
 
 /// The right to resume a suspended operation exactly once, on any thread. Copies share it. The
-/// operation continues on the pool. Resuming twice is a programming error and stops the process. An
+/// operation continues on the loop. Resuming twice is a programming error and stops the process. An
 /// operation that is never resumed stays suspended forever, and standard error says so, under the
 /// label that the continuation was created with.
 template <typename T>
@@ -28,12 +29,12 @@ public:
         : shared_(std::make_shared<Shared>(label, suspended, slot)) {}
 
     void resume(Result<T> outcome) const {
-        auto& pool = TaskPool::shared();
+        auto& loop = Loop::shared();
         if (shared_->resumed.exchange(true))
             fatalError(std::string(shared_->label) +
                        " tried to resume its continuation more than once");
         shared_->slot = std::move(outcome);
-        pool.submitNext(shared_->resumption.of(shared_));
+        loop.submit(shared_->resumption.of(shared_));
     }
 
 private:
@@ -75,7 +76,7 @@ public:
         try {
             start(continuation);
         } catch (...) {
-            continuation.resume(std::current_exception());
+            continuation.resume(currentError());
         }
     }
 

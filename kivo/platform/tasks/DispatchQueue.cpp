@@ -2,14 +2,14 @@
 
 #include <utility>
 
-#include "kivo/platform/tasks/TaskPool.h"
+#include "kivo/platform/tasks/Loop.h"
 
 namespace kivo::platform {
 
 DispatchQueue::DispatchQueue(std::string label) : label_(std::move(label)) {}
 
 void DispatchQueue::asyncBarrier(std::function<void()> block) const {
-    TaskPool::shared().submitBarrier(std::move(block));
+    Loop::shared().submit(std::move(block), Work::Kind::barrier);
 }
 
 }  // namespace kivo::platform

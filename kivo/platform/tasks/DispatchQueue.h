@@ -5,9 +5,9 @@
 
 namespace kivo::platform {
 
-/// A concurrent queue on the shared pool that receives only barrier blocks: they run one at a time,
-/// in the order in which they were queued, on either pool thread. A task that is launched after a
-/// block was queued sees its effect.
+/// A concurrent queue that receives only barrier blocks: they run one at a time on the loop, in the
+/// order in which they were queued. A task that is launched after a block was queued sees its
+/// effect.
 class DispatchQueue {
 public:
     explicit DispatchQueue(std::string label);

@@ -11,8 +11,10 @@ namespace kivo::platform {
 /// cannot fail. It owns itself and must not be touched after `run()`.
 class Work {
 public:
-    /// How the pool treats it.
-    enum class Kind : std::uint8_t { task, barrier, commit };
+    /// How it is treated: a `step` runs whenever its turn comes. A `task` and a `barrier` wait for
+    /// the preparations queued before them; a barrier still runs when the process is about to end.
+    /// A `preparation` runs on the helper, and so does a `commit`, which is still run at the end.
+    enum class Kind : std::uint8_t { step, task, barrier, preparation, commit };
 
     virtual void run() = 0;
 
@@ -22,7 +24,7 @@ public:
     const Kind kind;
 
 protected:
-    explicit Work(Kind treated = Kind::task) : kind(treated) {}
+    explicit Work(Kind treated = Kind::step) noexcept : kind(treated) {}
     ~Work() = default;
 
 private:
@@ -45,13 +47,27 @@ public:
     /// The queue must not be empty.
     Work& pop() noexcept { return *std::exchange(first_, first_->behind_); }
 
+    /// Moves all of `others` to the end.
+    void append(WorkQueue& others) noexcept {
+        if (others.isEmpty()) return;
+        (first_ == nullptr ? first_ : last_->behind_) = others.first_;
+        last_ = others.last_;
+        others.first_ = nullptr;
+    }
+
+    /// Moves all of `others` to the front.
+    void prepend(WorkQueue& others) noexcept {
+        others.append(*this);
+        std::swap(*this, others);
+    }
+
 private:
     Work* first_ = nullptr;
     Work* last_ = nullptr;
 };
 
 /// `function` as work that frees itself once it has run.
-inline Work& makeWork(std::function<void()> function, Work::Kind kind = Work::Kind::task) {
+inline Work& makeWork(std::function<void()> function, Work::Kind kind = Work::Kind::step) {
     class Function final : public Work {
     public:
         Function(std::function<void()> function, Kind treated)
@@ -73,11 +89,14 @@ class Step final : public Work {
 public:
     explicit Step(void (Owner::*operation)()) : operation_(operation) {}
 
-    /// Keeps `owner` alive until it has run.
+    /// Keeps `owner` alive until it has run, or until it is dropped.
     Work& of(std::shared_ptr<Owner> owner) noexcept {
         owner_ = std::move(owner);
         return *this;
     }
+
+    /// Lets the owner go, for a step that will not be run.
+    void drop() noexcept { owner_.reset(); }
 
     void run() override {
         const auto owner = std::exchange(owner_, nullptr);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <string>
 #include <utility>
 
 #include "kivo/platform/url/URL.h"
@@ -24,19 +25,31 @@ private:
 /// The reply of an HTTP server.
 class HTTPURLResponse final : public URLResponse {
 public:
-    HTTPURLResponse(URL url, int statusCode)
-        : URLResponse(std::move(url)), statusCode_(statusCode) {}
+    HTTPURLResponse(URL url, int statusCode, std::string contentEncoding = "")
+        : URLResponse(std::move(url)),
+          statusCode_(statusCode),
+          contentEncoding_(std::move(contentEncoding)) {}
 
     int statusCode() const { return statusCode_; }
 
+    /// The token in the Content-Encoding field; empty without one.
+    const std::string& contentEncoding() const { return contentEncoding_; }
+
 private:
     int statusCode_;
+    std::string contentEncoding_;
 };
 
 /// The status of `response` if it is an HTTP response, else 0.
 inline int httpStatusCode(const URLResponse* response) {
     const auto* http = dynamic_cast<const HTTPURLResponse*>(response);
     return http == nullptr ? 0 : http->statusCode();
+}
+
+/// The content encoding of `response` if it is an HTTP response, else the empty text.
+inline std::string contentEncoding(const URLResponse* response) {
+    const auto* http = dynamic_cast<const HTTPURLResponse*>(response);
+    return http == nullptr ? "" : http->contentEncoding();
 }
 
 }  // namespace kivo::platform

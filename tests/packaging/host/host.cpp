@@ -2,7 +2,7 @@
 
 #include "kivo/Kivo.h"
 
-#if __has_include("kivo/platform/tasks/TaskPool.h") || __has_include("tests/support/Patience.h")
+#if __has_include("kivo/platform/tasks/Loop.h") || __has_include("tests/support/Patience.h")
 #error "a host sees more of the repository than the public headers"
 #endif
 

@@ -1,0 +1,97 @@
+#include "kivo/platform/http/Network.h"
+
+#include <new>
+#include <utility>
+
+#include "kivo/platform/http/Sockets.h"
+
+namespace kivo::platform {
+
+Network::Network(Loop& loop) : loop_(loop), multi_(loop.multi()) {
+    HTTPTransfer::lackOfMemory();
+    Sockets::shared();
+    // libcurl's own limit follows the transfers of the moment, and closes what the next ones need.
+    constexpr long keptConnections = 16;
+    curl_multi_setopt(multi_, CURLMOPT_MAXCONNECTS, keptConnections);
+    loop.carry(*this);
+}
+
+Network& Network::shared() {
+    static Network& network = *new Network(Loop::shared());
+    return network;
+}
+
+void Network::start(const std::shared_ptr<HTTPTransfer>& transfer) noexcept {
+    transfer->kept = transfer;
+    try {
+        transfers_.add(*transfer);
+    } catch (const std::bad_alloc&) {
+        transfer->conclude(CURLE_OUT_OF_MEMORY);
+        return loop_.submit(transfer->completing.of(std::move(transfer->kept)));
+    }
+    beginDue();
+}
+
+void Network::beginDue() noexcept {
+    while (auto* entry = transfers_.next()) {
+        auto& transfer = static_cast<HTTPTransfer&>(*entry);
+        if (!begin(transfer)) conclude(transfer, CURLE_OUT_OF_MEMORY);
+    }
+}
+
+/// False when there is no memory for it.
+bool Network::begin(HTTPTransfer& transfer) noexcept {
+    transfer.easy = handles_.take();
+    if (transfer.easy == nullptr) return false;
+    try {
+        transfer.configure();
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
+    constexpr long keptSeconds = 60;
+    const bool isStale = transfers_.takeStaleAddress(transfer);
+    curl_easy_setopt(transfer.easy, CURLOPT_DNS_CACHE_TIMEOUT, isStale ? 0L : keptSeconds);
+    loop_.wireHasWork();
+    return curl_multi_add_handle(multi_, transfer.easy) == CURLM_OK;
+}
+
+void Network::perform() {
+    int running = 0;
+    curl_multi_perform(multi_, &running);
+    collectEnded();
+    beginDue();
+}
+
+void Network::collectEnded() {
+    int left = 0;
+    while (const CURLMsg* message = curl_multi_info_read(multi_, &left)) {
+        CURL* easy = message->easy_handle;
+        const CURLcode code = message->data.result;
+        curl_multi_remove_handle(multi_, easy);
+        void* transfer = nullptr;
+        curl_easy_getinfo(easy, CURLINFO_PRIVATE, &transfer);
+        conclude(*static_cast<HTTPTransfer*>(transfer), code);
+    }
+}
+
+void Network::conclude(HTTPTransfer& transfer, CURLcode code) noexcept {
+    const auto ending = transfer.conclude(code);
+    handles_.giveBack(std::exchange(transfer.easy, nullptr), transfer.wentWell());
+    transfers_.ended(transfer, ending);
+    loop_.submit(transfer.completing.of(std::move(transfer.kept)));
+}
+
+void Network::cancel(HTTPTransfer& transfer) noexcept {
+    const auto self = std::move(transfer.kept);
+    if (!self || transfers_.withdraw(transfer)) return;
+    CURL* easy = std::exchange(transfer.easy, nullptr);
+    curl_easy_setopt(easy, CURLOPT_FORBID_REUSE, 1L);
+    curl_multi_remove_handle(multi_, easy);
+    curl_easy_cleanup(easy);
+    transfers_.ended(transfer, {.connectionIsSuspect = true});
+    beginDue();
+}
+
+void Network::cutOff() noexcept { Sockets::shared().shutDownBusiest(); }
+
+}  // namespace kivo::platform

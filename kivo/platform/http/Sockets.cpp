@@ -1,0 +1,102 @@
+#include "kivo/platform/http/Sockets.h"
+
+#include <fcntl.h>
+#include <linux/tcp.h>
+#include <netinet/in.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdint>
+#include <map>
+#include <new>
+#include <thread>
+
+namespace kivo::platform {
+
+namespace {
+
+constexpr int unacknowledgedTimeoutMilliseconds = 20'000;
+constexpr std::chrono::milliseconds observed{50};
+
+/// One that closes on exec, gives up on a peer that no longer acknowledges, and is none of the
+/// three standard streams, which the host may have closed.
+int openSocket(const curl_sockaddr& address) {
+    int opened = socket(address.family, address.socktype | SOCK_CLOEXEC, address.protocol);
+    if (opened >= 0 && opened <= STDERR_FILENO) {
+        const int taken = opened;
+        opened = fcntl(taken, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+        ::close(taken);
+    }
+    if (opened >= 0)
+        setsockopt(opened, IPPROTO_TCP, TCP_USER_TIMEOUT, &unacknowledgedTimeoutMilliseconds,
+                   sizeof unacknowledgedTimeoutMilliseconds);
+    return opened;
+}
+
+/// How many bytes have been read from it since it was opened.
+std::uint64_t bytesRead(int socket) {
+    tcp_info told{};
+    socklen_t size = sizeof told;
+    int unread = 0;
+    if (getsockopt(socket, IPPROTO_TCP, TCP_INFO, &told, &size) != 0 ||
+        ioctl(socket, FIONREAD, &unread) != 0)
+        return 0;
+    return told.tcpi_bytes_received - static_cast<std::uint64_t>(unread);
+}
+
+}  // namespace
+
+Sockets& Sockets::shared() {
+    static Sockets& sockets = *new Sockets;
+    return sockets;
+}
+
+void Sockets::serve(CURL* easy) {
+    curl_easy_setopt(easy, CURLOPT_OPENSOCKETFUNCTION, open);
+    curl_easy_setopt(easy, CURLOPT_OPENSOCKETDATA, this);
+    curl_easy_setopt(easy, CURLOPT_CLOSESOCKETFUNCTION, close);
+    curl_easy_setopt(easy, CURLOPT_CLOSESOCKETDATA, this);
+}
+
+curl_socket_t Sockets::open(void* sockets, curlsocktype /*purpose*/, curl_sockaddr* address) {
+    auto& self = *static_cast<Sockets*>(sockets);
+    const int opened = openSocket(*address);
+    if (opened < 0) return CURL_SOCKET_BAD;
+    const Lock lock(self.mutex_);
+    try {
+        self.open_.push_back(opened);
+        return opened;
+    } catch (const std::bad_alloc&) {  // Must not unwind through libcurl.
+        ::close(opened);
+        return CURL_SOCKET_BAD;
+    }
+}
+
+/// Under the lock, so that nobody shuts down whatever takes its number next.
+int Sockets::close(void* sockets, curl_socket_t socket) {
+    auto& self = *static_cast<Sockets*>(sockets);
+    const Lock lock(self.mutex_);
+    std::erase(self.open_, socket);
+    return ::close(socket);
+}
+
+/// What others have sent lies unread meanwhile, so only one has been read from.
+void Sockets::shutDownBusiest() noexcept try {
+    const Lock lock(mutex_);
+    std::map<int, std::uint64_t> before;
+    for (const int socket : open_) before[socket] = bytesRead(socket);
+    std::this_thread::sleep_for(observed);
+    int busiest = -1;
+    std::uint64_t most = 0;
+    for (const auto& [socket, earlier] : before) {
+        const std::uint64_t meanwhile = bytesRead(socket) - earlier;
+        if (meanwhile > most) busiest = socket;
+        if (meanwhile > most) most = meanwhile;
+    }
+    if (busiest >= 0) shutdown(busiest, SHUT_RDWR);
+} catch (const std::bad_alloc&) {  // The watch comes again.
+}
+
+}  // namespace kivo::platform

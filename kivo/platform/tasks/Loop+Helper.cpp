@@ -1,0 +1,80 @@
+// The helper's part of the loop: what may block, and the watch over the loop's turns.
+
+#include "kivo/platform/tasks/Loop.h"
+
+namespace kivo::platform {
+
+namespace {
+
+constexpr std::chrono::seconds longestPerform{1};
+
+}  // namespace
+
+void Loop::handToHelper(Work& work) noexcept {
+    const Lock lock(mutex_);
+    helpWanted_.push(work);
+    ++helperJobs_;
+    if (work.kind == Work::Kind::preparation) ++preparations_;
+    helperWoken_.notifyOne();
+}
+
+void Loop::help() {
+    while (Work* const work = awaitHelpWanted()) {
+        const bool isPreparation = work->kind == Work::Kind::preparation;
+        try {
+            work->run();
+        } catch (...) {  // Nobody is left to tell.
+        }
+        Lock lock(mutex_);
+        if (--helperJobs_ == 0 && isIdle_) idleReached_.notifyAll();
+        const bool isNeeded = isPreparation && --preparations_ == 0 && mustBeWoken();
+        lock.unlock();
+        if (isNeeded) wake();
+    }
+    sem_post(&helperHasParked_);
+}
+
+/// Null once the process ends and no commit is left.
+Work* Loop::awaitHelpWanted() {
+    Lock lock(mutex_);
+    for (;;) {
+        if (Work* const work = takeHelpWanted()) return work;
+        if (loopHasEnded_) return nullptr;
+        if (!hasStuckWhileWaiting(lock)) continue;
+        lock.unlock();
+        wire_->cutOff();
+        lock.lock();
+    }
+}
+
+Work* Loop::takeHelpWanted() {
+    while (!helpWanted_.isEmpty()) {
+        Work& work = helpWanted_.pop();
+        if (!stopping_ || work.kind == Work::Kind::commit) return &work;
+    }
+    return nullptr;
+}
+
+/// Sleeps until there may be something to do. While the loop moves bytes, that is a second at most;
+/// returns whether the loop has been inside libcurl all the time. A server can send what keeps
+/// libcurl reading, and never lets it return.
+bool Loop::hasStuckWhileWaiting(Lock& lock) {
+    if (!isWatched_) {
+        helperWoken_.wait(lock);
+        return false;
+    }
+    const unsigned before = passage_;
+    if (helperWoken_.waitUntil(lock, Clock::now() + longestPerform) || passage_ != before)
+        return false;
+    const bool isInside = before % 2 == 1;
+    if (!isInside) isWatched_ = false;  // A quiet second. The next bytes begin the watch anew.
+    return isInside;
+}
+
+void Loop::startWatch() {
+    const Lock lock(mutex_);
+    isWatched_ = true;
+    helperWoken_.notifyOne();
+}
+
+}  // namespace kivo::platform

@@ -1,0 +1,261 @@
+#include "kivo/platform/tasks/Loop.h"
+
+#include <curl/curl.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <new>
+#include <optional>
+#include <thread>
+#include <utility>
+
+#include "kivo/platform/system/Output.h"
+#include "kivo/platform/system/Thread.h"
+
+namespace kivo::platform {
+
+namespace {
+
+thread_local bool onLoop = false;
+
+/// Nobody is left to tell of what leaves it; the host must not be harmed.
+void runDroppingErrors(Work& work) noexcept {
+    try {
+        work.run();
+    } catch (...) {
+    }
+}
+
+/// Without descriptors libcurl makes a handle that nobody can wake.
+CURLM* makeMulti() {
+    CURLM* multi = curl_multi_init();
+    if (multi != nullptr && curl_multi_wakeup(multi) == CURLM_OK) return multi;
+    curl_multi_cleanup(multi);
+    throw std::bad_alloc();
+}
+
+/// Takes no lock. False once `deadline` has passed.
+bool waitFor(sem_t& semaphore, Loop::Clock::time_point deadline) noexcept {
+    using std::chrono::nanoseconds;
+    const auto sinceStart = std::chrono::duration_cast<nanoseconds>(deadline.time_since_epoch());
+    const timespec end{.tv_sec = sinceStart.count() / std::nano::den,
+                       .tv_nsec = sinceStart.count() % std::nano::den};
+    while (sem_clockwait(&semaphore, CLOCK_MONOTONIC, &end) != 0)
+        if (errno != EINTR) return false;
+    return true;
+}
+
+}  // namespace
+
+Loop::Loop() : multi_(makeMulti()) {
+    sem_init(&loopHasParked_, 0, 0);
+    sem_init(&helperHasParked_, 0, 0);
+}
+
+Loop& Loop::shared() {
+    static Loop& loop = begin();
+    return loop;
+}
+
+/// What has been made stays for the next attempt when a thread cannot be started.
+Loop& Loop::begin() {
+    Process::prepare();
+    static Loop& loop = *new Loop;
+    [[maybe_unused]] static const bool helps = [] {
+        startThread("kivo-helper", [] { loop.help(), parkThread(); });
+        return true;
+    }();
+    startThread("kivo-loop", [] { loop.run(), parkThread(); });
+    loop.stopAtExit();
+    running_.store(&loop, std::memory_order_release);
+    Output::shared().setWaker(wakeForOutput);
+    return loop;
+}
+
+bool Loop::isCurrent() noexcept { return onLoop; }
+
+void Loop::submit(Job job, Work::Kind kind) {
+    if (Process::isOwn()) submit(makeWork(std::move(job), kind));
+}
+
+/// First come, first served, whoever comes: what others handed in before goes before.
+void Loop::submit(Work& work) noexcept {
+    if (!Process::isOwn()) return;
+    if (work.kind == Work::Kind::commit) return handToHelper(work);
+    if (onLoop) {
+        if (hasHandedIn_.load(std::memory_order_relaxed)) takeHandedIn();
+        return queue_.push(work);
+    }
+    Lock lock(mutex_);
+    handedIn_.push(work);
+    hasHandedIn_.store(true, std::memory_order_relaxed);
+    const bool isNeeded = mustBeWoken();
+    lock.unlock();  // The loop needs it at once.
+    if (isNeeded) wake();
+}
+
+/// Awake, the loop looks by itself before it sleeps.
+bool Loop::mustBeWoken() {
+    isIdle_ = false;
+    return std::exchange(isAsleep_, false);
+}
+
+/// The kernel may refuse a byte if it lacks memory. If it does so twice, whoever hands something in
+/// next tries again.
+void Loop::wake() {
+    if (curl_multi_wakeup(multi_) == CURLM_OK || curl_multi_wakeup(multi_) == CURLM_OK) return;
+    const Lock lock(mutex_);
+    isAsleep_ = true;
+}
+
+void Loop::wakeForOutput() {
+    Loop& loop = *running_.load(std::memory_order_acquire);
+    Lock lock(loop.mutex_);
+    const bool isNeeded = loop.mustBeWoken();
+    lock.unlock();
+    if (isNeeded) loop.wake();
+}
+
+void Loop::run() {
+    onLoop = true;
+    Output::gatherOnThisThread();
+    while (!stopping_.load(std::memory_order_relaxed)) {
+        turn();
+        sleep();
+    }
+    finish();
+}
+
+/// Work first, then the wire, then the lines: an operation that ends in this turn is printed in it,
+/// and what it began is on its way.
+void Loop::turn() {
+    takeHandedIn();
+    timers_.takeDue(Clock::now(), queue_);
+    if (wireIsDue_) perform();
+    runWorks();
+    if (wireIsDue_) perform();
+    Output::shared().write();
+}
+
+void Loop::takeHandedIn() {
+    const Lock lock(mutex_);
+    isAsleep_ = false;
+    hasHandedIn_.store(false, std::memory_order_relaxed);
+    isHolding_ = preparations_ > 0;
+    if (!isHolding_) queue_.prepend(held_);
+    queue_.append(handedIn_);
+}
+
+/// A few, so that the wire is not kept waiting. Nothing runs that may print while lines wait in
+/// numbers.
+void Loop::runWorks() {
+    constexpr int atOnce = 64;
+    for (int left = atOnce; left > 0 && !queue_.isEmpty(); --left) {
+        if (stopping_.load(std::memory_order_relaxed) || Output::shared().isFull()) return;
+        fruitlessTurns_ = 0;
+        take(queue_.pop());
+    }
+}
+
+void Loop::take(Work& work) noexcept {
+    if (work.kind == Work::Kind::preparation) {
+        isHolding_ = true;
+        handToHelper(work);
+    } else if (isHolding_ && work.kind != Work::Kind::step) {
+        held_.push(work);
+    } else {
+        runDroppingErrors(work);
+    }
+}
+
+void Loop::perform() {
+    wireIsDue_ = false;
+    if (!isWatched_.load(std::memory_order_relaxed)) startWatch();
+    ++passage_;
+    wire_->perform();
+    ++passage_;
+}
+
+void Loop::sleep() {
+    const auto obstacle = Output::shared().obstacle();
+    curl_waitfd output{.fd = obstacle.descriptor, .events = CURL_WAIT_POLLOUT, .revents = 0};
+    int timeout = millisecondsToSleep();
+    if (timeout == 0 && queue_.isEmpty()) return;
+    if (obstacle.milliseconds >= 0) timeout = std::min(timeout, obstacle.milliseconds);
+    int ready = 0;
+    curl_multi_poll(multi_, &output, obstacle.descriptor >= 0 ? 1 : 0, timeout, &ready);
+    long curlTimeout = -1;
+    curl_multi_timeout(multi_, &curlTimeout);
+    wireIsDue_ = wire_ != nullptr && (wireIsDue_ || ready > 0 || curlTimeout == 0);
+    pauseIfFruitless();
+}
+
+/// From here on, unless it is 0, the loop must be woken for what is handed in.
+int Loop::millisecondsToSleep() {
+    const Lock lock(mutex_);
+    const bool mayRun = !queue_.isEmpty() && !Output::shared().isFull();
+    const bool isReleased = !held_.isEmpty() && preparations_ == 0;
+    if (mayRun || isReleased || wireIsDue_ || !handedIn_.isEmpty() || stopping_) return 0;
+    isAsleep_ = true;
+    isIdle_ = activities_ == 0 && queue_.isEmpty() && held_.isEmpty() && Output::shared().isIdle();
+    if (isIdleLocked()) idleReached_.notifyAll();
+    return millisecondsToNextTimer();
+}
+
+int Loop::millisecondsToNextTimer() const {
+    const auto earliest = timers_.earliest();
+    if (!earliest) return INT_MAX;
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(*earliest - Clock::now());
+    return static_cast<int>(std::clamp<long long>(left.count(), 0, INT_MAX));
+}
+
+/// A host that has closed our descriptors, or a kernel that refuses to poll them, must not make the
+/// loop spin.
+void Loop::pauseIfFruitless() {
+    constexpr int tolerated = 256;
+    if (++fruitlessTurns_ > tolerated) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+}
+
+/// The end: barriers still run, whatever they wait for, and everything else is left as it is.
+void Loop::finish() {
+    takeHandedIn();
+    queue_.prepend(held_);
+    while (!queue_.isEmpty()) {
+        Work& work = queue_.pop();
+        work.kind == Work::Kind::barrier ? runDroppingErrors(work) : abandoned_.push(work);
+    }
+    Output::shared().write();
+    {
+        const Lock lock(mutex_);
+        loopHasEnded_ = true;
+        helperWoken_.notifyOne();
+    }
+    sem_post(&loopHasParked_);
+}
+
+/// A thread that `exit` was called on, in a signal handler perhaps, may hold any lock of ours: none
+/// is taken here.
+void Loop::stop(Deadline deadline) noexcept {
+    stopping_ = true;
+    if (onLoop) {
+        finish();
+    } else {
+        curl_multi_wakeup(multi_);
+    }
+    if (waitFor(loopHasParked_, deadline)) waitFor(helperHasParked_, deadline);
+}
+
+bool Loop::waitUntilIdle(std::chrono::milliseconds timeout) noexcept {
+    if (!Process::isOwn() || onLoop) return false;
+    Loop* loop = running_.load(std::memory_order_acquire);
+    if (loop == nullptr) return true;
+    constexpr std::chrono::milliseconds longest = std::chrono::hours(24 * 365);
+    const auto deadline = Clock::now() + std::min(timeout, longest);
+    Lock lock(loop->mutex_);
+    while (!loop->isIdleLocked())
+        if (!loop->idleReached_.waitUntil(lock, deadline)) return loop->isIdleLocked();
+    return true;
+}
+
+}  // namespace kivo::platform
