@@ -97,6 +97,7 @@ void printIntoAFullPipe() {
     int ends[2] = {-1, -1};
     ASSERT_EQ(pipe(ends), 0);
     dup2(ends[1], STDOUT_FILENO);
+    ASSERT_NE(std::freopen("/dev/fd/1", "w", stdout), nullptr);  // It has no orientation now.
     tests::loop();
     for (int lines = 0; lines < 500; ++lines) Console::print(std::string(1000, 'x'));
     Console::print(testLine(200));

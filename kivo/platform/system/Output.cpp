@@ -1,5 +1,6 @@
 #include "kivo/platform/system/Output.h"
 
+#include <fcntl.h>
 #include <poll.h>
 #include <stdio_ext.h>
 #include <sys/ioctl.h>
@@ -39,11 +40,13 @@ void writeThroughStream(const std::string& text) {
     if ((!isWritten || fflush_unlocked(stdout) != 0) && !isHostsToo) clearerr_unlocked(stdout);
 }
 
-bool isPipeWithContent(int descriptor) {
-    const auto file = fileAt(descriptor);
+/// Whether `size` bytes fit into a pipe, or it is empty, or this is not a pipe.
+bool takesWhole(int descriptor, std::size_t size) {
+    const int capacity = fcntl(descriptor, F_GETPIPE_SZ);
     int unread = 0;
-    return file && S_ISFIFO(file->st_mode) && ioctl(descriptor, FIONREAD, &unread) == 0 &&
-           unread > 0;
+    if (capacity < 0 || ioctl(descriptor, FIONREAD, &unread) != 0 || unread == 0) return true;
+    const auto taken = static_cast<std::size_t>(unread) + piece;  // The last page may be half full.
+    return taken + size <= static_cast<std::size_t>(capacity);
 }
 
 }  // namespace
@@ -69,11 +72,11 @@ void Output::add(std::string line) {
     lock.unlock();
     if (gathersHere) return;
     if (!isForSink) write();
-    if (!isIdle()) wake();
+    if (!isIdle()) callWaker();
 }
 
-void Output::wake() {
-    if (auto* wake = wake_.load(std::memory_order_acquire)) wake();
+void Output::callWaker() {
+    if (auto* waker = waker_.load(std::memory_order_acquire)) waker();
 }
 
 void Output::setSink(std::shared_ptr<const Console::Output> sink) {
@@ -94,7 +97,7 @@ void Output::serveSink() {
         } catch (...) {  // The host's own error.
         }
         line.sink.reset();
-        if (noteSinkReturned(line.text.size() + 1)) wake();
+        if (noteSinkReturned(line.text.size() + 1)) callWaker();
     }
 }
 
@@ -195,15 +198,16 @@ bool Output::writeSome(int descriptor) {
     return true;
 }
 
-/// Whether `size` bytes can be written without waiting. More than a piece needs an empty pipe, so
-/// that nothing of the host's comes into the middle of a long line.
+/// Whether a text of `size` bytes can be begun without waiting. One that takes several pieces
+/// begins only where all of them fit, so that nothing of the host's comes into the middle of a long
+/// line.
 bool Output::hasRoom(int descriptor, std::size_t size) {
     pollfd output{.fd = descriptor, .events = POLLOUT, .revents = 0};
     if (poll(&output, 1, 0) == 0) {
         obstacle_.descriptor = descriptor;
         return false;
     }
-    if (size <= piece || !isPipeWithContent(descriptor)) return true;
+    if (size <= piece || takesWhole(descriptor, size)) return true;
     obstacle_.milliseconds = retryMilliseconds;
     return false;
 }

@@ -32,8 +32,8 @@ public:
     /// Lines of the calling thread only queue from now on: that thread calls `write` itself.
     static void gatherOnThisThread() noexcept { gathersHere = true; }
 
-    /// Has `wake` called when lines are left after a write, or when they no longer hold up work.
-    void setWaker(void (*wake)()) noexcept { wake_ = wake; }
+    /// Has `waker` called when lines are left after a write, or when they no longer hold up work.
+    void setWaker(void (*waker)()) noexcept { waker_ = waker; }
 
     /// Where later lines go instead of standard output, or null. Throws, with nothing changed, if
     /// memory or threads run out.
@@ -68,7 +68,7 @@ private:
 
     Output();
 
-    void wake();
+    void callWaker();
     void serveSink();
     LineForSink takeLineForSink() KIVO_EXCLUDES(mutex_);
     bool noteSinkReturned(std::size_t size) KIVO_EXCLUDES(mutex_);
@@ -85,7 +85,7 @@ private:
     static inline thread_local bool gathersHere = false;
 
     std::optional<struct stat> standardOutput_;  // As it was at the beginning.
-    std::atomic<void (*)()> wake_{nullptr};
+    std::atomic<void (*)()> waker_{nullptr};
     std::atomic<std::size_t> queued_{0};  // Bytes.
 
     Mutex mutex_;
