@@ -17,15 +17,18 @@ public:
     /// Receives one whole line without its line feed.
     using Output = std::function<void(std::string_view line)>;
 
-    /// Has `line`, which has no line feed, written soon, in the order of the calls; waits for
-    /// nothing. Nothing is printed once the process has begun to exit or in a forked child.
+    /// Prints `line`, which has no line feed, behind what the calling thread has printed before. It
+    /// never waits: lines that standard output does not take at once follow in the background.
+    /// Lines go to the standard output that the process had when it first used Kivo; they are lost
+    /// if its descriptor is closed or redirected later, once the process has begun to exit, and in
+    /// a forked child.
     static void print(std::string line) noexcept;
 
     /// Passes every later line to `output` instead of standard output; an empty `output` restores
     /// standard output. `output` is called for one line at a time, on a thread of its own, with no
-    /// lock held; exceptions that it throws are dropped. While it takes its time, lines wait, and
-    /// once a mebibyte of them waits, operations wait too. If memory or threads run out, the
-    /// previous output stays.
+    /// lock held; exceptions that it throws are dropped. While it is slow, lines queue up; beyond
+    /// 1 MiB of them operations wait too. Lines that are queued when the process exits are lost. If
+    /// memory or threads run out, the previous output stays.
     static void setOutput(Output output) noexcept;
 };
 

@@ -199,7 +199,7 @@ Transfers::Ending HTTPTransfer::conclude(CURLcode code) try {
         const bool isTimedOut = code == CURLE_OPERATION_TIMEDOUT;
         return {
             .connectionIsSuspect = isTimedOut,
-            .nobodyAnswered = code == CURLE_COULDNT_CONNECT || (isTimedOut && connections_ == 0)};
+            .hasNotConnected = code == CURLE_COULDNT_CONNECT || (isTimedOut && connections_ == 0)};
     }
     long status = 0;
     long version = CURL_HTTP_VERSION_NONE;

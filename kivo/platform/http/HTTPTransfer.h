@@ -51,14 +51,14 @@ public:
     /// outcome. Returns what the transfer taught about its host.
     Transfers::Ending conclude(CURLcode code);
 
-    /// Whether its handle is as good as new: libcurl counts in it how often a connection was found
-    /// dead, never sets that back, and gives up at the sixth time.
-    bool wentWell() const { return connections_ == 1; }
+    /// Whether its handle is as good as new. libcurl counts in it how often a reused connection was
+    /// found dead, never resets the count, and fails at the sixth time.
+    bool handleIsFit() const { return connections_ == 1; }
 
     /// Hands the outcome over.
     Step<HTTPTransfer> completing{&HTTPTransfer::complete};
 
-    CURL* easy = nullptr;                ///< While it is with libcurl.
+    CURL* easy = nullptr;                ///< While it runs.
     std::shared_ptr<HTTPTransfer> kept;  ///< Itself, from its start to its end.
 
 private:

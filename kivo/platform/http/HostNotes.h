@@ -8,20 +8,20 @@
 
 namespace kivo::platform {
 
-/// What is remembered of the hosts that were asked, in little memory: hosts with the same hash
-/// share a note, which costs them time and nothing else.
+/// What is remembered about hosts, in a fixed amount of memory: hosts whose names collide share a
+/// note, which costs some time and nothing else.
 class HostNotes {
 public:
     enum class Speech : std::uint8_t { unknown, separate, multiplexed };
 
     struct Note {
-        /// How often its connections have fallen out of favour. An HTTP/2 connection outlives the
-        /// transfer that a limit ended on it; one that has gone silent would swallow every later
-        /// request. Transfers of a newer generation do not share the connections of an older one.
+        /// How often its connections have been given up. An HTTP/2 connection outlives a transfer
+        /// that timed out on it, and if it has gone silent, it swallows every later request. So
+        /// transfers of a newer generation do not share the connections of an older one.
         unsigned generation = 0;
-        /// Whether transfers share a connection.
+        /// Whether its transfers share a connection.
         Speech speech = Speech::unknown;
-        /// Whether its address led nowhere, and is to be looked up anew.
+        /// Whether no connection to its address could be made, so that it must be looked up again.
         bool addressIsStale = false;
     };
 

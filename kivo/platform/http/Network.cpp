@@ -10,7 +10,8 @@ namespace kivo::platform {
 Network::Network(Loop& loop) : loop_(loop), multi_(loop.multi()) {
     HTTPTransfer::lackOfMemory();
     Sockets::shared();
-    // libcurl's own limit follows the transfers of the moment, and closes what the next ones need.
+    // libcurl's own limit follows the number of running transfers and closes connections that the
+    // next ones need.
     constexpr long keptConnections = 16;
     curl_multi_setopt(multi_, CURLMOPT_MAXCONNECTS, keptConnections);
     loop.carry(*this);
@@ -39,7 +40,7 @@ void Network::beginDue() noexcept {
     }
 }
 
-/// False when there is no memory for it.
+/// Returns false if memory runs out.
 bool Network::begin(HTTPTransfer& transfer) noexcept {
     transfer.easy = handles_.take();
     if (transfer.easy == nullptr) return false;
@@ -76,7 +77,7 @@ void Network::collectEnded() {
 
 void Network::conclude(HTTPTransfer& transfer, CURLcode code) noexcept {
     const auto ending = transfer.conclude(code);
-    handles_.giveBack(std::exchange(transfer.easy, nullptr), transfer.wentWell());
+    handles_.giveBack(std::exchange(transfer.easy, nullptr), transfer.handleIsFit());
     transfers_.ended(transfer, ending);
     loop_.submit(transfer.completing.of(std::move(transfer.kept)));
 }

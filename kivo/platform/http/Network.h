@@ -11,21 +11,20 @@
 
 namespace kivo::platform {
 
-/// What moves bytes: transfers as libcurl's easy handles in the loop's multi handle. For the loop
-/// alone, but for `cutOff`.
+/// The network: runs transfers as libcurl's easy handles in the loop's multi handle. Only for the
+/// loop, except `cutOff`.
 class Network final : public Loop::Wire {
 public:
-    /// Never destroyed. Made on the loop.
+    /// Created on the loop; never destroyed.
     static Network& shared();
 
-    /// Begins `transfer` when its turn comes. Never fails: without memory that is its outcome.
+    /// Starts `transfer` when its turn comes. If memory runs out, that is its outcome.
     void start(const std::shared_ptr<HTTPTransfer>& transfer) noexcept;
 
-    /// Ends `transfer` without an outcome if it is still going on. Its connection is not used
-    /// again.
+    /// Ends `transfer` without an outcome if it has not ended. Its connection is not reused.
     void cancel(HTTPTransfer& transfer) noexcept;
 
-    /// Says that `transfer` has a connection, for others to share.
+    /// Notes that `transfer` has a connection, which others may share.
     void connected(const HTTPTransfer& transfer) noexcept { transfers_.connected(transfer); }
 
     void perform() override;

@@ -20,8 +20,8 @@ namespace {
 constexpr int unacknowledgedTimeoutMilliseconds = 20'000;
 constexpr std::chrono::milliseconds observed{50};
 
-/// One that closes on exec, gives up on a peer that no longer acknowledges, and is none of the
-/// three standard streams, which the host may have closed.
+/// A socket that closes on exec, gives up on a peer that no longer acknowledges, and does not take
+/// the number of a standard stream that the host has closed.
 int openSocket(const curl_sockaddr& address) {
     int opened = socket(address.family, address.socktype | SOCK_CLOEXEC, address.protocol);
     if (opened >= 0 && opened <= STDERR_FILENO) {
@@ -35,7 +35,7 @@ int openSocket(const curl_sockaddr& address) {
     return opened;
 }
 
-/// How many bytes have been read from it since it was opened.
+/// The number of bytes read from `socket` since it was opened.
 std::uint64_t bytesRead(int socket) {
     tcp_info told{};
     socklen_t size = sizeof told;
@@ -74,7 +74,7 @@ curl_socket_t Sockets::open(void* sockets, curlsocktype /*purpose*/, curl_sockad
     }
 }
 
-/// Under the lock, so that nobody shuts down whatever takes its number next.
+/// Closes it under the lock, so that the next file with its number is not shut down.
 int Sockets::close(void* sockets, curl_socket_t socket) {
     auto& self = *static_cast<Sockets*>(sockets);
     const Lock lock(self.mutex_);
@@ -82,7 +82,7 @@ int Sockets::close(void* sockets, curl_socket_t socket) {
     return ::close(socket);
 }
 
-/// What others have sent lies unread meanwhile, so only one has been read from.
+/// The loop reads from one socket alone while it is stuck; data on the others lies unread.
 void Sockets::shutDownBusiest() noexcept try {
     const Lock lock(mutex_);
     std::map<int, std::uint64_t> before;
@@ -96,7 +96,7 @@ void Sockets::shutDownBusiest() noexcept try {
         if (meanwhile > most) most = meanwhile;
     }
     if (busiest >= 0) shutdown(busiest, SHUT_RDWR);
-} catch (const std::bad_alloc&) {  // The watch comes again.
+} catch (const std::bad_alloc&) {  // Tried again a second later.
 }
 
 }  // namespace kivo::platform

@@ -8,18 +8,18 @@
 
 namespace kivo::platform {
 
-/// The sockets that libcurl has open, so that another thread can end one while the loop is inside
-/// libcurl.
+/// The sockets that libcurl has open, so that another thread can shut one down while the loop is
+/// inside libcurl.
 class Sockets {
 public:
     /// Never destroyed.
     static Sockets& shared();
 
-    /// Has `easy` open and close its connections here. Throws std::bad_alloc.
+    /// Has `easy` open and close its sockets here.
     void serve(CURL* easy);
 
-    /// Shuts down the one that is being read from at this moment, if there is one: libcurl then
-    /// finds its end. Takes a twentieth of a second.
+    /// Shuts down the socket that is being read from at this moment, if there is one, so that
+    /// libcurl finds its end. Takes 50 ms.
     void shutDownBusiest() noexcept;
 
 private:

@@ -8,7 +8,7 @@ using Speech = HostNotes::Speech;
 
 constexpr int separateLimit = 6;
 constexpr int multiplexedLimit = 24;
-constexpr int unreadShare = 3;  // One in so many.
+constexpr int unreadShare = 3;  // A third of a host's places.
 constexpr int mostUnread = 16;
 
 }  // namespace
@@ -64,7 +64,7 @@ void Transfers::connected(const Entry& entry) noexcept {
 void Transfers::ended(Entry& entry, const Ending& ending) noexcept {
     auto& note = notes_.of(entry.host_);
     if (ending.speech != Speech::unknown) note.speech = ending.speech;
-    if (ending.nobodyAnswered) note.addressIsStale = true;
+    if (ending.hasNotConnected) note.addressIsStale = true;
     // Many transfers on one connection end its generation once.
     if (ending.connectionIsSuspect && note.generation == entry.generation_) ++note.generation;
     leave(entry);
@@ -89,7 +89,7 @@ bool Transfers::takeStaleAddress(const Entry& entry) noexcept {
     return std::exchange(notes_.of(entry.host_).addressIsStale, false);
 }
 
-/// Gives the place of `entry` to others.
+/// Passes the place of `entry` on.
 void Transfers::leave(Entry& entry) noexcept {
     const auto found = hosts_.find(entry.host_);
     Host& host = found->second;
@@ -103,7 +103,7 @@ void Transfers::leave(Entry& entry) noexcept {
     if (entry.isUnread_ && waitingUnread_ > 0) advanceUnread();
 }
 
-/// Others wait only while some run.
+/// Entries that are read wait only while others run.
 void Transfers::forgetIfIdle(Hosts::iterator host) noexcept {
     if (host->second.running == 0 && host->second.waitingUnread.isEmpty()) hosts_.erase(host);
 }
@@ -127,7 +127,7 @@ void Transfers::advance(const std::string& name, Host& host) noexcept {
     }
 }
 
-/// Takes the next one for whom there is a place out of its waiting list.
+/// Takes the next entry for which there is a place from its waiting list.
 Transfers::Entry* Transfers::pick(const std::string& name, Host& host) noexcept {
     const int limit = limitOf(name);
     if (host.first != nullptr || host.running >= limit) return nullptr;

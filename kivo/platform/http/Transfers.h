@@ -9,15 +9,15 @@
 
 namespace kivo::platform {
 
-/// Decides which transfers run: six at a time to one host, or 24 once it has answered over a
-/// connection that it shares among them. To a host that is unknown, or that shares its connections,
-/// the first goes alone until it has connected, for the others to share what it finds. Transfers
-/// whose reply nobody reads have a third of a host's places, and 16 over all hosts; they never go
-/// ahead of others. The rest wait their turn here and not inside libcurl, whose own waiting list
-/// can miss a connection that has become free. Plain data: its owner guards it.
+/// Decides which transfers run: six at a time to one host, or 24 to a host that has multiplexed its
+/// replies. The first transfer to a host that is unknown, or that multiplexes, goes alone until it
+/// has connected, so that the others can share its connection. Transfers whose reply body is
+/// discarded have a third of a host's places and 16 over all hosts, and never go ahead of others.
+/// The rest wait here, not inside libcurl, whose own waiting list can miss a connection that has
+/// become free. Plain data, without threads or I/O.
 class Transfers {
 public:
-    /// A transfer as far as its turn goes. Whoever owns it keeps it until it has ended.
+    /// A transfer's place among the others. Its owner keeps it until it has ended.
     class Entry {
     public:
         /// `host` is the server, as "host:port".
@@ -27,7 +27,7 @@ public:
 
         const std::string& host() const { return host_; }
 
-        /// Sets apart the connections that it may share. Settled when its turn comes.
+        /// Marks the connections that it may share. Set when its turn comes.
         unsigned generation() const { return generation_; }
 
     protected:
@@ -45,33 +45,33 @@ public:
         Entry* behind_ = nullptr;
     };
 
-    /// What the end of a transfer tells of its host.
+    /// What the end of a transfer says about its host.
     struct Ending {
         HostNotes::Speech speech = HostNotes::Speech::unknown;
-        bool connectionIsSuspect = false;  ///< It ended by a limit or a cancel.
-        bool nobodyAnswered = false;       ///< It could not connect.
+        bool connectionIsSuspect = false;  ///< A time limit or a cancel ended it.
+        bool hasNotConnected = false;      ///< The address may be out of date.
     };
 
-    /// Takes `entry` in. Throws std::bad_alloc: it is then not taken in.
+    /// Adds `entry`. Throws std::bad_alloc; it is then not added.
     void add(Entry& entry);
 
-    /// One whose turn has come, which begins now, or null.
+    /// Returns an entry whose turn has come, and counts it as running; null if there is none.
     Entry* next() noexcept;
 
-    /// Notes that `entry` has a connection. Calls of a transfer that has one do nothing.
+    /// Notes that `entry` has connected; further calls for the same entry do nothing.
     void connected(const Entry& entry) noexcept;
 
-    /// Takes `entry` out, which has begun.
+    /// Removes `entry`, which was running.
     void ended(Entry& entry, const Ending& ending) noexcept;
 
-    /// Takes `entry` out if it has not begun; returns whether that is so.
+    /// Removes `entry` unless it is running; returns whether it has.
     bool withdraw(Entry& entry) noexcept;
 
-    /// Whether the address of the host of `entry` is to be looked up anew; says so once.
+    /// Returns, once, whether the host's address must be looked up again.
     bool takeStaleAddress(const Entry& entry) noexcept;
 
 private:
-    /// Entries chained through themselves: to wait takes no memory.
+    /// An intrusive list, so that waiting needs no memory.
     class List {
     public:
         bool isEmpty() const noexcept { return first_ == nullptr; }

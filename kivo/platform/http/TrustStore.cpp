@@ -35,8 +35,7 @@ bool holdsHashedLink(const char* directory) {
     return false;
 }
 
-/// Opening anything else, a pipe say, could stop the thread that does. What is missing is not
-/// opened, and fails the request.
+/// Opening anything else, such as a pipe, could block. A missing file fails the request.
 bool isFileOrMissing(const std::filesystem::path& path) {
     std::error_code failure;
     const auto found = std::filesystem::status(path, failure).type();
@@ -53,7 +52,7 @@ bool holdsFilesAlone(const std::string& directory) {
     return true;
 }
 
-/// OpenSSL takes a list.
+/// OpenSSL accepts a list.
 bool allHoldFilesAlone(const std::string& directories) {
     std::istringstream list(directories);
     for (std::string one; std::getline(list, one, ':');)

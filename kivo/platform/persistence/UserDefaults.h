@@ -56,8 +56,8 @@ public:
     /// scheduled.
     UserDefaults(std::optional<std::filesystem::path> file, Schedule scheduleCommit);
 
-    /// Has the helper load the table before anything runs that is launched from now on, so that the
-    /// loop need not wait for the disk.
+    /// Has the helper load the table before anything that is launched from now on runs, so that the
+    /// loop does not wait for the disk.
     void loadAhead();
 
     /// False when the key is absent or holds no Boolean.

@@ -14,7 +14,7 @@ namespace kivo::platform {
 
 namespace {
 
-/// Enough for libraries and the deepest JSON. A host that locks its memory pays for all of it.
+/// Enough for the libraries and the deepest JSON. A host that locks its memory pays for all of it.
 constexpr std::size_t smallStack = 1U << 20U;
 
 thread_local bool startedHere = false;
@@ -58,7 +58,8 @@ void* runThread(void* context) {
     return nullptr;
 }
 
-/// Detached, with a stack of `stackSize` bytes, or the usual one for 0; returns what is wrong.
+/// Creates a detached thread with a stack of `stackSize` bytes, or of the default size for 0;
+/// returns an error number or 0.
 int create(Start& start, std::size_t stackSize) {
     pthread_attr_t attributes;
     pthread_attr_init(&attributes);
@@ -76,7 +77,7 @@ void startThread(const char* name, std::function<void()> body) {
     const BlockedSignals inherited;
     auto start = std::make_unique<Start>(name, std::move(body));
     int failure = create(*start, smallStack);
-    // The host's variables for each thread lie on the stack, too, and may not leave room.
+    // The host's thread-local variables lie on the stack too and may not leave enough room.
     if (failure == EINVAL) failure = create(*start, 0);
     if (failure != 0) throw std::system_error(failure, std::generic_category());
     static_cast<void>(start.release());

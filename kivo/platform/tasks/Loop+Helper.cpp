@@ -1,4 +1,4 @@
-// The helper's part of the loop: what may block, and the watch over the loop's turns.
+// The helper's part: work that may block, and the watch over the loop.
 
 #include "kivo/platform/tasks/Loop.h"
 
@@ -23,7 +23,7 @@ void Loop::help() {
         const bool isPreparation = work->kind == Work::Kind::preparation;
         try {
             work->run();
-        } catch (...) {  // Nobody is left to tell.
+        } catch (...) {  // Nobody is left to handle it.
         }
         Lock lock(mutex_);
         if (--helperJobs_ == 0 && isIdle_) idleReached_.notifyAll();
@@ -34,7 +34,7 @@ void Loop::help() {
     sem_post(&helperHasParked_);
 }
 
-/// Null once the process ends and no commit is left.
+/// Returns null once the process ends and no commit is left.
 Work* Loop::awaitHelpWanted() {
     Lock lock(mutex_);
     for (;;) {
@@ -55,9 +55,9 @@ Work* Loop::takeHelpWanted() {
     return nullptr;
 }
 
-/// Sleeps until there may be something to do. While the loop moves bytes, that is a second at most;
-/// returns whether the loop has been inside libcurl all the time. A server can send what keeps
-/// libcurl reading, and never lets it return.
+/// Sleeps until there may be something to do, or, while bytes move, for a second; returns whether
+/// the loop has been inside libcurl all that time. A server can send data that keeps libcurl
+/// reading and never lets it return.
 bool Loop::hasStuckWhileWaiting(Lock& lock) {
     if (!isWatched_) {
         helperWoken_.wait(lock);
@@ -67,7 +67,7 @@ bool Loop::hasStuckWhileWaiting(Lock& lock) {
     if (helperWoken_.waitUntil(lock, Clock::now() + longestPerform) || passage_ != before)
         return false;
     const bool isInside = before % 2 == 1;
-    if (!isInside) isWatched_ = false;  // A quiet second. The next bytes begin the watch anew.
+    if (!isInside) isWatched_ = false;  // A quiet second; the next bytes start the watch again.
     return isInside;
 }
 

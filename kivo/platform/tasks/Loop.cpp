@@ -19,7 +19,7 @@ namespace {
 
 thread_local bool onLoop = false;
 
-/// Nobody is left to tell of what leaves it; the host must not be harmed.
+/// Nobody is left to handle the error, and the host must not be harmed.
 void runDroppingErrors(Work& work) noexcept {
     try {
         work.run();
@@ -27,7 +27,7 @@ void runDroppingErrors(Work& work) noexcept {
     }
 }
 
-/// Without descriptors libcurl makes a handle that nobody can wake.
+/// If descriptors run out, libcurl makes a handle that cannot be woken.
 CURLM* makeMulti() {
     CURLM* multi = curl_multi_init();
     if (multi != nullptr && curl_multi_wakeup(multi) == CURLM_OK) return multi;
@@ -58,7 +58,7 @@ Loop& Loop::shared() {
     return loop;
 }
 
-/// What has been made stays for the next attempt when a thread cannot be started.
+/// If a thread cannot be started, the next call goes on from there.
 Loop& Loop::begin() {
     Process::prepare();
     static Loop& loop = *new Loop;
@@ -79,7 +79,7 @@ void Loop::submit(Job job, Work::Kind kind) {
     if (Process::isOwn()) submit(makeWork(std::move(job), kind));
 }
 
-/// First come, first served, whoever comes: what others handed in before goes before.
+/// On the loop it goes behind what other threads have submitted before.
 void Loop::submit(Work& work) noexcept {
     if (!Process::isOwn()) return;
     if (work.kind == Work::Kind::commit) return handToHelper(work);
@@ -91,18 +91,18 @@ void Loop::submit(Work& work) noexcept {
     handedIn_.push(work);
     hasHandedIn_.store(true, std::memory_order_relaxed);
     const bool isNeeded = mustBeWoken();
-    lock.unlock();  // The loop needs it at once.
+    lock.unlock();  // The loop takes it as soon as it wakes.
     if (isNeeded) wake();
 }
 
-/// Awake, the loop looks by itself before it sleeps.
+/// A loop that is awake looks for new work before it sleeps.
 bool Loop::mustBeWoken() {
     isIdle_ = false;
     return std::exchange(isAsleep_, false);
 }
 
-/// The kernel may refuse a byte if it lacks memory. If it does so twice, whoever hands something in
-/// next tries again.
+/// The kernel may refuse the byte if it lacks memory. If it does so twice, the next submission
+/// tries again.
 void Loop::wake() {
     if (curl_multi_wakeup(multi_) == CURLM_OK || curl_multi_wakeup(multi_) == CURLM_OK) return;
     const Lock lock(mutex_);
@@ -127,8 +127,8 @@ void Loop::run() {
     finish();
 }
 
-/// Work first, then the wire, then the lines: an operation that ends in this turn is printed in it,
-/// and what it began is on its way.
+/// Work, then the wire, then the lines: when the loop sleeps, what was begun is on its way and what
+/// ended is printed.
 void Loop::turn() {
     takeHandedIn();
     timers_.takeDue(Clock::now(), queue_);
@@ -147,8 +147,8 @@ void Loop::takeHandedIn() {
     queue_.append(handedIn_);
 }
 
-/// A few, so that the wire is not kept waiting. Nothing runs that may print while lines wait in
-/// numbers.
+/// Runs a limited number, so that the wire gets its share, and none while too many lines are
+/// queued.
 void Loop::runWorks() {
     constexpr int atOnce = 64;
     for (int left = atOnce; left > 0 && !queue_.isEmpty(); --left) {
@@ -191,7 +191,7 @@ void Loop::sleep() {
     pauseIfFruitless();
 }
 
-/// From here on, unless it is 0, the loop must be woken for what is handed in.
+/// Unless it returns 0, the loop must be woken from now on for whatever is submitted.
 int Loop::millisecondsToSleep() {
     const Lock lock(mutex_);
     const bool mayRun = !queue_.isEmpty() && !Output::shared().isFull();
@@ -210,14 +210,14 @@ int Loop::millisecondsToNextTimer() const {
     return static_cast<int>(std::clamp<long long>(left.count(), 0, INT_MAX));
 }
 
-/// A host that has closed our descriptors, or a kernel that refuses to poll them, must not make the
-/// loop spin.
+/// If the host has closed our descriptors, or the kernel refuses to poll them, the loop must not
+/// spin.
 void Loop::pauseIfFruitless() {
     constexpr int tolerated = 256;
     if (++fruitlessTurns_ > tolerated) std::this_thread::sleep_for(std::chrono::milliseconds(1));
 }
 
-/// The end: barriers still run, whatever they wait for, and everything else is left as it is.
+/// The last turn: barriers run, even if they wait for a preparation; everything else stays undone.
 void Loop::finish() {
     takeHandedIn();
     queue_.prepend(held_);
@@ -234,8 +234,8 @@ void Loop::finish() {
     sem_post(&loopHasParked_);
 }
 
-/// A thread that `exit` was called on, in a signal handler perhaps, may hold any lock of ours: none
-/// is taken here.
+/// The thread that calls `exit`, in a signal handler perhaps, may hold any of our locks, so none is
+/// taken here.
 void Loop::stop(Deadline deadline) noexcept {
     stopping_ = true;
     if (onLoop) {

@@ -13,21 +13,21 @@
 
 namespace kivo::platform {
 
-/// The process's two background threads and the one queue they take their work from. The loop runs
-/// everything, turn by turn, and never waits but in libcurl's poll; the helper runs what may block.
-/// Any thread may hand work in, and nothing blocks but `waitUntilIdle`. Work that throws is
-/// dropped. In a forked child every call does nothing.
+/// The process's two background threads and the queue that feeds them. The loop runs everything,
+/// turn by turn, and waits only in libcurl's poll; the helper runs what may block. Any thread may
+/// submit work; only `waitUntilIdle` blocks. What work throws is dropped. In a forked child every
+/// call does nothing.
 class Loop final : public Process::Stoppable {
 public:
     using Clock = Timers::Clock;
     using Job = std::function<void()>;
 
-    /// What moves bytes. It gets its share of every turn that has something for it.
+    /// The network, which has its share of every turn in which there is something for it to do.
     class Wire {
     public:
-        /// Moves what is ready, and takes up what has ended. On the loop.
+        /// Moves the bytes that are ready and takes up what has ended. Called on the loop.
         virtual void perform() = 0;
-        /// Cuts off whoever keeps the loop inside `perform`. On the helper.
+        /// Cuts off the peer that keeps the loop inside `perform`. Called on the helper.
         virtual void cutOff() noexcept = 0;
 
         Wire(const Wire&) = delete;
@@ -38,43 +38,43 @@ public:
         ~Wire() = default;
     };
 
-    /// Starts the threads on first use; throws std::system_error when one cannot be started, and
-    /// std::bad_alloc when there is no memory or no descriptor to begin with.
+    /// Starts the threads on first use. Throws std::system_error if one cannot be started, and
+    /// std::bad_alloc if memory or descriptors run out; a later call tries again.
     static Loop& shared();
 
     /// Whether the calling thread is the loop's.
     static bool isCurrent() noexcept;
 
-    /// Has `work` run where its kind belongs, after everything of that kind that was submitted
-    /// before. Wakes the loop if it sleeps. Never fails.
+    /// Runs `work` on the thread that its kind belongs to, after all work of that kind that was
+    /// submitted before. Wakes the loop if it sleeps. Cannot fail.
     void submit(Work& work) noexcept;
     void submit(Job job, Work::Kind kind = Work::Kind::step);
 
     /// Waits until no launched task is unfinished, no load runs, and nothing is uncommitted or
-    /// unprinted, at most `timeout`, and returns whether that was reached. Starts no threads: where
-    /// none were started nothing is under way. The loop does not wait for itself: false there.
+    /// unprinted, for at most `timeout`; returns whether that was reached. True if the threads have
+    /// not been started; false on the loop, which cannot wait for itself.
     static bool waitUntilIdle(std::chrono::milliseconds timeout) noexcept;
 
-    /// The threads park once queued barriers and commits are done. Takes no lock.
+    /// Has the threads park once the queued barriers and commits are done. Takes no lock.
     void stop(Deadline deadline) noexcept override;
 
-    // What follows is for the loop's own thread.
+    // The rest is for the loop's own thread.
 
     void schedule(Timer& timer, Clock::time_point deadline) noexcept {
         timers_.add(timer, deadline);
     }
-    /// False where the work of `timer` has been taken already.
+    /// Returns false if the work of `timer` is queued already.
     bool unschedule(Timer& timer) noexcept { return timers_.remove(timer); }
 
-    /// libcurl's multi handle, in whose poll the loop sleeps.
+    /// libcurl's multi handle. The loop sleeps in its poll.
     void* multi() const noexcept { return multi_; }
 
     void carry(Wire& wire) noexcept { wire_ = &wire; }
 
-    /// Has the wire perform in this turn still.
+    /// Has the wire perform within this turn.
     void wireHasWork() noexcept { wireIsDue_ = true; }
 
-    /// One unfinished piece of work that `waitUntilIdle` waits for.
+    /// While one exists, something is under way that `waitUntilIdle` waits for.
     class Activity {
     public:
         Activity() noexcept { ++shared().activities_; }
@@ -123,8 +123,8 @@ private:
 
     // The loop's own.
     WorkQueue queue_;
-    WorkQueue held_;       // Until the helper has made what it depends on.
-    WorkQueue abandoned_;  // Kept, not freed: at the process end nothing is torn down.
+    WorkQueue held_;       // Waits for the helper's preparations.
+    WorkQueue abandoned_;  // Not freed: nothing is torn down when the process ends.
     Timers timers_;
     Wire* wire_ = nullptr;
     bool wireIsDue_ = false;

@@ -8,8 +8,8 @@
 
 namespace kivo::platform {
 
-/// Work that becomes due. It brings its place among the others along, so that waiting takes no
-/// memory. Its owner takes it out before it ends.
+/// Work with a time at which it is due. It owns its place in the order, so that waiting needs no
+/// memory. Its owner removes it before destroying it.
 class Timer {
 public:
     explicit Timer(Work& work) : work_(work) {
@@ -29,7 +29,7 @@ private:
     Places::iterator waits_;
 };
 
-/// Timers by when they are due, the earliest first. For one thread.
+/// The waiting timers, the earliest first. For one thread.
 class Timers {
 public:
     using Clock = Timer::Clock;
@@ -39,7 +39,7 @@ public:
         timer.waits_ = waiting_.insert(std::move(timer.place_));
     }
 
-    /// False where `timer` does not wait: its work has been taken, if it was ever added.
+    /// Returns false if `timer` does not wait: it was never added, or its work has been taken.
     bool remove(Timer& timer) noexcept {
         const bool isWaiting = timer.place_.empty();
         if (isWaiting) timer.place_ = waiting_.extract(timer.waits_);

@@ -11,9 +11,9 @@ namespace kivo::platform {
 /// cannot fail. It owns itself and must not be touched after `run()`.
 class Work {
 public:
-    /// How it is treated: a `step` runs whenever its turn comes. A `task` and a `barrier` wait for
-    /// the preparations queued before them; a barrier still runs when the process is about to end.
-    /// A `preparation` runs on the helper, and so does a `commit`, which is still run at the end.
+    /// A `step` runs on the loop when its turn comes. A `task` and a `barrier` also wait for the
+    /// preparations that were queued before them. A `preparation` and a `commit` run on the helper.
+    /// When the process ends, queued barriers and commits are still run.
     enum class Kind : std::uint8_t { step, task, barrier, preparation, commit };
 
     virtual void run() = 0;
