@@ -49,7 +49,7 @@ private:
             case 'e': return transfers_.ended(at(number), {.speech = Speech::separate});
             case 'm': return transfers_.ended(at(number), {.speech = Speech::multiplexed});
             case 'l': return transfers_.ended(at(number), {.connectionIsSuspect = true});
-            default: return transfers_.ended(at(number), {.nobodyAnswered = true});
+            default: return transfers_.ended(at(number), {.hasNotConnected = true});
         }
     }
     Entry& at(int number) { return entries_.at(static_cast<std::size_t>(number - 1)); }

@@ -40,18 +40,9 @@ std::string escaped(std::string_view sequence) {
 }  // namespace
 
 void appendDescription(std::string& output, std::string_view text) {
-    output += '"';
-    for (;;) {
-        const auto plain = UTF8::plainPrefix(text);
-        output += text.substr(0, plain);
-        text.remove_prefix(plain);
-        if (text.empty()) break;
-        const auto sequence = UTF8::firstSequence(text);
-        output += sequence.isWellFormed ? escaped(text.substr(0, sequence.length))
-                                        : UTF8::replacementCharacter;
-        text.remove_prefix(sequence.length);
-    }
-    output += '"';
+    UTF8::appendQuoted(output, text, [](std::string& quoted, std::string_view sequence) {
+        quoted += escaped(sequence);
+    });
 }
 
 }  // namespace kivo::platform

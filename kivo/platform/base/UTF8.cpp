@@ -75,4 +75,23 @@ void append(std::string& text, char32_t codePoint) {
     putContinuation(0);
 }
 
+void appendQuoted(std::string& output, std::string_view text,
+                  void (*appendEscaped)(std::string& output, std::string_view sequence)) {
+    output += '"';
+    for (;;) {
+        const auto plain = plainPrefix(text);
+        output += text.substr(0, plain);
+        text.remove_prefix(plain);
+        if (text.empty()) break;
+        const auto sequence = firstSequence(text);
+        if (sequence.isWellFormed) {
+            appendEscaped(output, text.substr(0, sequence.length));
+        } else {
+            output += replacementCharacter;
+        }
+        text.remove_prefix(sequence.length);
+    }
+    output += '"';
+}
+
 }  // namespace kivo::platform::UTF8

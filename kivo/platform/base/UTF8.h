@@ -25,6 +25,11 @@ bool isWellFormed(std::string_view text);
 /// Appends `codePoint`, at most U+10FFFF, encoded; that of a surrogate is not well-formed.
 void append(std::string& text, char32_t codePoint);
 
+/// Appends `text` between quotation marks. `appendEscaped` appends each well-formed sequence that a
+/// format might escape; malformed ones are replaced.
+void appendQuoted(std::string& output, std::string_view text,
+                  void (*appendEscaped)(std::string& output, std::string_view sequence));
+
 /// U+FFFD, which replaces a malformed sequence where a text must be well-formed.
 inline constexpr std::string_view replacementCharacter = "\xEF\xBF\xBD";
 

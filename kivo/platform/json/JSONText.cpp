@@ -19,7 +19,8 @@ constexpr std::string_view meanings = "\"\\/\b\f\n\r\t";
 constexpr std::size_t shortLength = 2;
 constexpr std::size_t longLength = 6;
 
-void appendASCII(Data& output, char character) {
+void appendEscaped(Data& output, std::string_view sequence) {
+    const char character = sequence.front();
     if (const auto found = meanings.find(character); found != std::string_view::npos) {
         output += '\\';
         output += shortEscapes[found];
@@ -27,7 +28,7 @@ void appendASCII(Data& output, char character) {
         output += character < 0x10 ? "\\u000" : "\\u001";
         output += "0123456789abcdef"[character & 0xF];
     } else {
-        output += character;
+        output += sequence;
     }
 }
 
@@ -63,23 +64,7 @@ std::size_t appendMeaning(std::string& output, std::string_view text) {
 }  // namespace
 
 void append(Data& output, std::string_view text) {
-    output += '"';
-    for (;;) {
-        const auto plain = UTF8::plainPrefix(text);
-        output += text.substr(0, plain);
-        text.remove_prefix(plain);
-        if (text.empty()) break;
-        const auto sequence = UTF8::firstSequence(text);
-        if (!sequence.isWellFormed) {
-            output += UTF8::replacementCharacter;
-        } else if (sequence.length == 1) {
-            appendASCII(output, text.front());
-        } else {
-            output += text.substr(0, sequence.length);
-        }
-        text.remove_prefix(sequence.length);
-    }
-    output += '"';
+    UTF8::appendQuoted(output, text, appendEscaped);
 }
 
 std::optional<std::string> unescaped(std::string_view quoted) {

@@ -13,7 +13,7 @@ namespace {
 constexpr int busyMilliseconds = 1000;
 constexpr int primaryCodeMask = 0xFF;
 constexpr std::chrono::seconds mostProcessorTime{1};
-constexpr int instructionsBetweenLooks = 100;
+constexpr int instructionsBetweenLooks = 1000;
 
 void check(int code) {
     if (code != SQLITE_OK) throw DatabaseError(code);
