@@ -108,6 +108,7 @@ void printIntoAFullPipe() {
         at += static_cast<std::size_t>(::read(ends[0], &read[at], read.size() - at));
     EXPECT_EQ(std::count(read.begin(), read.end(), '\n'), 501);
     EXPECT_TRUE(read.ends_with("x\n" + testLine(200) + "\n"));
+    tests::settle();
     EXPECT_EQ(std::fwide(stdout, 0), 0) << "the stream's orientation stays the host's";
     close(STDOUT_FILENO);
     const int others = memfd_create("others", 0);
