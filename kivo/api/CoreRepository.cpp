@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "kivo/network/NetworkClient.h"
+#include "kivo/platform/system/Process.h"
 #include "kivo/platform/tasks/Continuation.h"
 #include "kivo/platform/tasks/OnLoop.h"
 #include "kivo/storage/AppKeychainManager.h"
@@ -41,7 +42,8 @@ constexpr Endpoint<UnsetUserResponseData> userUnset{
 template <typename Payload>
 CoreRepository::Reply<Payload> send(Endpoint<Payload> endpoint,
                                     std::optional<NetworkClient::Parameters> parameters) {
-    // The store and the keychain are read from disk by the helper, not on the caller's thread.
+    if (!platform::Process::isUsable()) co_await std::suspend_always();  // Dropped.
+    // The helper reads the store and the keychain from disk, not the caller's thread.
     CacheManager::instance();
     const bool isLookedUp = AppKeychainManager().lookAhead();
     if (isLookedUp || !platform::Loop::isCurrent()) co_await platform::OnLoop();
