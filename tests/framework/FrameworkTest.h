@@ -71,9 +71,14 @@ private:
         return messageReply("ok");
     }
 
+    static Lines& lines() {
+        static Lines& kept = *new Lines;  // Never destroyed: background work may still print.
+        return kept;
+    }
+
     TemporaryDirectory home_;
     ScriptedBackend backend_{home_.path(), {"api.kivo.example"}};
-    Lines& output_ = *new Lines;  ///< Never destroyed: background work may still print.
+    Lines& output_ = lines();
 };
 
 }  // namespace kivo::tests

@@ -202,6 +202,7 @@ bool Output::writeSome(int descriptor) {
 /// begins only where all of them fit, so that nothing of the host's comes into the middle of a long
 /// line.
 bool Output::hasRoom(int descriptor, std::size_t size) {
+    if (standardOutput_ && S_ISREG(standardOutput_->st_mode)) return true;
     pollfd output{.fd = descriptor, .events = POLLOUT, .revents = 0};
     if (poll(&output, 1, 0) == 0) {
         obstacle_.descriptor = descriptor;
