@@ -47,7 +47,7 @@ std::exception_ptr currentError() noexcept {
     }
 }
 
-const std::exception_ptr& lackOfMemory() noexcept {
+const std::exception_ptr& lackOfMemory() {
     static const auto& made = *new std::exception_ptr(std::make_exception_ptr(std::bad_alloc()));
     return made;
 }

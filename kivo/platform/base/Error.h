@@ -37,7 +37,7 @@ private:
 std::exception_ptr currentError() noexcept;
 
 /// A std::bad_alloc that was made beforehand.
-const std::exception_ptr& lackOfMemory() noexcept;
+const std::exception_ptr& lackOfMemory();
 
 /// Whether memory for an exception can be allocated.
 bool hasMemoryForError() noexcept;

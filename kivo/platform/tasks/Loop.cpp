@@ -68,7 +68,7 @@ Loop& Loop::begin() {
     }();
     startThread("kivo-loop", [] { loop.run(), parkThread(); });
     loop.stopAtExit();
-    running_.store(&loop, std::memory_order_release);
+    running.store(&loop, std::memory_order_release);
     Output::shared().setWaker(wakeForOutput);
     return loop;
 }
@@ -76,12 +76,15 @@ Loop& Loop::begin() {
 bool Loop::isCurrent() noexcept { return onLoop; }
 
 void Loop::submit(Job job, Work::Kind kind) {
-    if (Process::isOwn()) submit(makeWork(std::move(job), kind));
+    if (Process::isOwn()) enqueue(makeWork(std::move(job), kind));
+}
+
+void Loop::submit(Work& work) noexcept {
+    if (Process::isOwn()) enqueue(work);
 }
 
 /// On the loop it goes behind what other threads have submitted before.
-void Loop::submit(Work& work) noexcept {
-    if (!Process::isOwn()) return;
+void Loop::enqueue(Work& work) noexcept {
     if (work.kind == Work::Kind::commit) return handToHelper(work);
     if (onLoop) {
         if (hasHandedIn_.load(std::memory_order_relaxed)) takeHandedIn();
@@ -110,7 +113,7 @@ void Loop::wake() {
 }
 
 void Loop::wakeForOutput() {
-    Loop& loop = *running_.load(std::memory_order_acquire);
+    Loop& loop = *running.load(std::memory_order_acquire);
     Lock lock(loop.mutex_);
     const bool isNeeded = loop.mustBeWoken();
     lock.unlock();
@@ -248,7 +251,7 @@ void Loop::stop(Deadline deadline) noexcept {
 
 bool Loop::waitUntilIdle(std::chrono::milliseconds timeout) noexcept {
     if (!Process::isOwn() || onLoop) return false;
-    Loop* loop = running_.load(std::memory_order_acquire);
+    Loop* loop = running.load(std::memory_order_acquire);
     if (loop == nullptr) return true;
     constexpr std::chrono::milliseconds longest = std::chrono::hours(24 * 365);
     const auto deadline = Clock::now() + std::min(timeout, longest);

@@ -89,6 +89,7 @@ private:
     static Loop& begin();
     static void wakeForOutput();
 
+    void enqueue(Work& work) noexcept;
     void run();
     void turn();
     void takeHandedIn();
@@ -111,7 +112,7 @@ private:
     void startWatch();
     bool isIdleLocked() const KIVO_REQUIRES(mutex_) { return isIdle_ && helperJobs_ == 0; }
 
-    static inline std::atomic<Loop*> running_{nullptr};
+    static inline std::atomic<Loop*> running{nullptr};
 
     void* const multi_;
     std::atomic<bool> stopping_{false};
