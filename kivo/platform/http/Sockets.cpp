@@ -9,9 +9,9 @@
 
 #include <chrono>
 #include <cstdint>
-#include <map>
 #include <new>
 #include <thread>
+#include <utility>
 
 namespace kivo::platform {
 
@@ -85,8 +85,8 @@ int Sockets::close(void* sockets, curl_socket_t socket) {
 /// The loop reads from one socket alone while it is stuck; data on the others lies unread.
 void Sockets::shutDownBusiest() noexcept try {
     const Lock lock(mutex_);
-    std::map<int, std::uint64_t> before;
-    for (const int socket : open_) before[socket] = bytesRead(socket);
+    std::vector<std::pair<int, std::uint64_t>> before;
+    for (const int socket : open_) before.emplace_back(socket, bytesRead(socket));
     std::this_thread::sleep_for(observed);
     int busiest = -1;
     std::uint64_t most = 0;

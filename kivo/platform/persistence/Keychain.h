@@ -3,9 +3,9 @@
 #include <sys/types.h>
 
 #include <cstdint>
-#include <deque>
 #include <filesystem>
 #include <functional>
+#include <list>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -87,7 +87,7 @@ private:
     std::optional<DatabaseFile> file_ KIVO_GUARDED_BY(fileMutex_);
 
     Mutex mutex_;
-    std::deque<Item> items_ KIVO_GUARDED_BY(mutex_);
+    std::list<Item> items_ KIVO_GUARDED_BY(mutex_);
 };
 
 }  // namespace kivo::platform

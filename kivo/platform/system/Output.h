@@ -5,7 +5,7 @@
 #include <atomic>
 #include <chrono>
 #include <cstddef>
-#include <deque>
+#include <list>
 #include <memory>
 #include <optional>
 #include <string>
@@ -91,12 +91,12 @@ private:
     Mutex mutex_;
     Condition sinkWoken_;
     Condition sinkReturned_;
-    std::deque<std::string> lines_ KIVO_GUARDED_BY(mutex_);
+    std::list<std::string> lines_ KIVO_GUARDED_BY(mutex_);
     std::string batch_ KIVO_GUARDED_BY(mutex_);  // Whole lines that are being written.
     std::size_t written_ KIVO_GUARDED_BY(mutex_) = 0;
     Obstacle obstacle_ KIVO_GUARDED_BY(mutex_);
     std::shared_ptr<const Console::Output> sink_ KIVO_GUARDED_BY(mutex_);
-    std::deque<LineForSink> sinkLines_ KIVO_GUARDED_BY(mutex_);
+    std::list<LineForSink> sinkLines_ KIVO_GUARDED_BY(mutex_);
     bool sinkHasThread_ KIVO_GUARDED_BY(mutex_) = false;
     bool sinkIsCalled_ KIVO_GUARDED_BY(mutex_) = false;
 };
