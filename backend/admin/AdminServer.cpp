@@ -17,6 +17,7 @@ ServerOptions serverOptions(AdminContext& context, std::uint16_t port) {
     return {.port = port,
             .handler = [&context](const Request& request) { return adminReply(context, request); },
             .tunnelPolicy = [](const std::string&) { return TunnelPolicy::refuse; },
+            .onlyOwnUser = true,
             .limits = {.bodyBytes = Images::largest, .connections = connectionLimit}};
 }
 

@@ -100,7 +100,9 @@ ServerOptions Desk::serverOptions() {
             .chooseHandshake = [this] { return handshakeAction(); },
             .tunnelPolicy = [this](const std::string& target) { return tunnelPolicy(target); },
             .onHandshakeFailed = [this](const std::string& reason) { handshakeFailed(reason); },
-            .onExchange = [this](Exchange exchange) { finished(std::move(exchange)); }};
+            .onExchange = [this](Exchange exchange) { finished(std::move(exchange)); },
+            .upstreamProxy = options_.upstreamProxy,
+            .onlyOwnUser = options_.onlyOwnUser};
 }
 
 HandshakeAction Desk::handshakeAction() {

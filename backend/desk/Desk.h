@@ -31,7 +31,10 @@ struct DeskOptions {
     bool showSecrets = false;
     Identity identity = {};
     std::function<TunnelPolicy(const std::string&)> tunnelPolicy = {};
+    std::function<std::optional<UpstreamProxy>(const std::string&)> upstreamProxy = {};
     std::function<void(const std::string&)> onHandshakeFailed = {};
+    /// Whether programs of other users are turned away.
+    bool onlyOwnUser = false;
 };
 
 /// The whole development backend: a server in front of the service, with faults, latency, the

@@ -198,7 +198,9 @@ asio::awaitable<Connection::Next> Connection::openTunnel(std::string authority) 
     const auto tunnelPolicy = shared_.options.tunnelPolicy ? shared_.options.tunnelPolicy(authority)
                                                            : TunnelPolicy::intercept;
     if (tunnelPolicy == TunnelPolicy::forward) {
-        co_await tunnel(stream_, buffer_, std::move(authority));
+        auto upstream =
+            shared_.options.upstreamProxy ? shared_.options.upstreamProxy(authority) : std::nullopt;
+        co_await tunnel(stream_, buffer_, std::move(authority), std::move(upstream));
         co_return Next::close;
     }
     authority_ = std::move(authority);

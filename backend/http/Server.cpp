@@ -18,6 +18,7 @@
 
 #include "backend/http/Connection.h"
 #include "backend/http/Listeners.h"
+#include "backend/http/PeerUser.h"
 
 namespace kivo::backend {
 
@@ -95,6 +96,8 @@ private:
             if (error) {
                 asio::steady_timer timer(context_, acceptPause);
                 co_await timer.async_wait(asio::use_awaitable);
+            } else if (shared_.options.onlyOwnUser && !isOwnUser(socket)) {
+                report("rejected: a program of another user tried to connect");
             } else if (open_.size() < shared_.options.limits.connections) {
                 full_ = false;
                 asio::co_spawn(context_, serve(std::move(socket)), asio::detached);
@@ -106,9 +109,12 @@ private:
 
     /// Reported once until there is room again.
     void reject() {
-        if (std::exchange(full_, true) || !shared_.options.onHandshakeFailed) return;
-        shared_.options.onHandshakeFailed("rejected: " + std::to_string(open_.size()) +
-                                          " clients are already connected");
+        if (!std::exchange(full_, true))
+            report("rejected: " + std::to_string(open_.size()) + " clients are already connected");
+    }
+
+    void report(const std::string& reason) const {
+        if (shared_.options.onHandshakeFailed) shared_.options.onHandshakeFailed(reason);
     }
 
     asio::awaitable<void> serve(tcp::socket socket) {

@@ -5,7 +5,10 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
+#include <string>
 
+#include "backend/base/HostAndPort.h"
 #include "backend/http/Exchange.h"
 #include "backend/http/HandshakeAction.h"
 #include "backend/tls/Authority.h"
@@ -17,6 +20,13 @@ enum class TunnelPolicy {
     intercept,  ///< Answer as if this server were that host.
     forward,    ///< Connect the client to that host.
     refuse,
+};
+
+/// Another proxy, which connects to the hosts that this one forwards to.
+struct UpstreamProxy {
+    HostAndPort address;
+    /// "user:password" or empty.
+    std::string credentials = {};
 };
 
 /// Limits on what clients can make the server hold.
@@ -44,6 +54,11 @@ struct ServerOptions {
     std::function<void(const std::string& reason)> onHandshakeFailed = {};
     /// Called on the server's thread after every exchange; may be empty.
     std::function<void(Exchange)> onExchange = {};
+    /// The proxy through which a CONNECT to "host:port" is forwarded; std::nullopt or an empty
+    /// function: none.
+    std::function<std::optional<UpstreamProxy>(const std::string& authority)> upstreamProxy = {};
+    /// Whether clients of other users of this machine are turned away, except root's.
+    bool onlyOwnUser = false;
     ServerLimits limits = {};
 };
 

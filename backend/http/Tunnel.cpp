@@ -6,6 +6,7 @@
 #include <boost/asio/redirect_error.hpp>
 #include <boost/asio/use_awaitable.hpp>
 #include <boost/asio/write.hpp>
+#include <openssl/evp.h>
 
 #include <string_view>
 #include <utility>
@@ -26,6 +27,21 @@ constexpr std::size_t pieceSize = 16 * 1024;
 constexpr std::string_view established = "HTTP/1.1 200 Connection established\r\n\r\n";
 constexpr std::string_view unreachable =
     "HTTP/1.1 502 Bad Gateway\r\nContent-Length: 0\r\nConnection: close\r\n\r\n";
+
+std::string base64(const std::string& text) {
+    std::string encoded(4 * ((text.size() + 2) / 3) + 1, '\0');
+    EVP_EncodeBlock(reinterpret_cast<unsigned char*>(encoded.data()),
+                    reinterpret_cast<const unsigned char*>(text.data()),
+                    static_cast<int>(text.size()));
+    encoded.pop_back();
+    return encoded;
+}
+
+std::string connectRequest(const std::string& authority, const std::string& credentials) {
+    auto text = "CONNECT " + authority + " HTTP/1.1\r\nHost: " + authority + "\r\n";
+    if (!credentials.empty()) text += "Proxy-Authorization: Basic " + base64(credentials) + "\r\n";
+    return text + "\r\n";
+}
 
 asio::awaitable<bool> reach(boost::beast::tcp_stream& far, const HostAndPort& target) {
     error_code error;
@@ -62,14 +78,19 @@ asio::awaitable<void> carry(tcp::socket& from, tcp::socket& to) {
 }  // namespace
 
 asio::awaitable<void> tunnel(boost::beast::tcp_stream& client, boost::beast::flat_buffer& early,
-                             std::string authority) {
+                             std::string authority, std::optional<UpstreamProxy> upstream) {
     using asio::experimental::awaitable_operators::operator&&;
-    const auto target = hostAndPort(authority);
+    const auto target = upstream ? upstream->address : hostAndPort(authority);
     boost::beast::tcp_stream far(client.get_executor());
     bool reached = false;
     if (target) reached = co_await reach(far, *target);
-    const auto answer = asio::buffer(reached ? established : unreachable);
-    co_await asio::async_write(client, answer, asio::use_awaitable);
+    if (reached && upstream) {
+        const auto request = connectRequest(authority, upstream->credentials);
+        co_await asio::async_write(far, asio::buffer(request), asio::use_awaitable);
+    } else {
+        const auto answer = asio::buffer(reached ? established : unreachable);
+        co_await asio::async_write(client, answer, asio::use_awaitable);
+    }
     if (!reached) co_return;
     client.expires_never();
     co_await asio::async_write(far, early.data(), asio::use_awaitable);

@@ -16,11 +16,11 @@ namespace {
 
 constexpr std::size_t pathLimit = 200;
 
-std::string printable(std::string_view text) {
-    std::string shown(text);
-    const auto isStrange = [](char letter) { return letter < ' ' || letter > '~'; };
-    std::ranges::replace_if(shown, isStrange, '?');
-    return shown;
+std::tm localParts(std::chrono::system_clock::time_point time) {
+    const auto seconds = std::chrono::system_clock::to_time_t(time);
+    std::tm parts{};
+    localtime_r(&seconds, &parts);
+    return parts;
 }
 
 std::string methodAndPath(const Request& request) {
@@ -72,15 +72,30 @@ std::string verdictOn(const Entry& entry) {
 }
 
 std::string localTime(std::chrono::system_clock::time_point time) {
-    const auto seconds = std::chrono::system_clock::to_time_t(time);
     const auto milliseconds =
         std::chrono::floor<std::chrono::milliseconds>(time.time_since_epoch()).count() % 1000;
-    std::tm parts{};
-    localtime_r(&seconds, &parts);
+    const auto parts = localParts(time);
     std::array<char, 32> text{};
     std::snprintf(text.data(), text.size(), "%02d:%02d:%02d.%03d", parts.tm_hour, parts.tm_min,
                   parts.tm_sec, static_cast<int>(milliseconds));
     return text.data();
+}
+
+std::string isoTime(std::chrono::system_clock::time_point time) {
+    const auto parts = localParts(time);
+    std::array<char, 32> date{};
+    std::array<char, 16> zone{};
+    std::strftime(date.data(), date.size(), "%Y-%m-%dT", &parts);
+    std::strftime(zone.data(), zone.size(), "%z", &parts);
+    const std::string offset = zone.data();
+    return date.data() + localTime(time) + offset.substr(0, 3) + ":" + offset.substr(3);
+}
+
+std::string printable(std::string_view text) {
+    std::string shown(text);
+    const auto isStrange = [](char letter) { return letter < ' ' || letter > '~'; };
+    std::ranges::replace_if(shown, isStrange, '?');
+    return shown;
 }
 
 std::string requestLine(const Entry& entry, bool showSecrets) {

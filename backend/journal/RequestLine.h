@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <string>
+#include <string_view>
 
 #include "backend/journal/Journal.h"
 
@@ -17,5 +18,11 @@ std::string verdictOn(const Entry& entry);
 
 /// The local time of day, to the millisecond.
 std::string localTime(std::chrono::system_clock::time_point time);
+
+/// Local date and time with its offset from UTC, as in 2026-03-01T09:30:00.250+01:00.
+std::string isoTime(std::chrono::system_clock::time_point time);
+
+/// The text with "?" for each byte that could control a terminal or is not ASCII.
+std::string printable(std::string_view text);
 
 }  // namespace kivo::backend

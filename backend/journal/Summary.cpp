@@ -19,21 +19,21 @@ bool isDistrust(const std::string& reason) {
 
 }  // namespace
 
+bool isRejection(const std::string& reason) { return reason.starts_with("rejected"); }
+
 std::string summaryOf(const Totals& totals) {
     std::string text;
     for (const auto& [endpoint, count] : totals.requests)
         text += "  " + endpoint + "  " + std::to_string(count) + "\n";
-    if (totals.requests.empty())
-        text =
-            "  no requests arrived; is the base URL's host among those answered here? A program "
-            "that ignores https_proxy cannot be intercepted\n";
     return text + "  " + counted(totals.refreshes, "refresh", "refreshes") + ", " +
            counted(totals.violations, "request", "requests") + " that broke the contract\n";
 }
 
 std::string handshakeLine(const std::string& reason) {
-    const auto line = localTime(std::chrono::system_clock::now()) +
-                      "  (no request)  TLS handshake failed: " + reason;
+    const auto line = localTime(std::chrono::system_clock::now()) + "  (no request)  " +
+                      (isRejection(reason) ? "" : "TLS handshake failed: ") + reason;
+    if (reason.find("expired") != reason.npos)
+        return line + "; is the client's clock right? A new backend has a new certificate\n";
     if (!isDistrust(reason)) return line + "\n";
     return line + "; the client does not trust this backend: does it use SSL_CERT_FILE?\n";
 }

@@ -19,6 +19,20 @@ void addRun(CLI::App& program, Command& selected) {
         ->add_option("--host", options->hosts,
                      "Another https host to answer for, NAME or NAME:PORT; may be repeated")
         ->allow_extra_args(false);
+    command->add_flag("--quiet", options->quiet,
+                      "Leave the program's output and terminal as they are, and print nothing");
+    command->add_option("--log", options->log, "Write the request lines into this file")
+        ->type_name("FILE");
+    command
+        ->add_option_function<std::string>(
+            "--report", [options](const auto& file) { options->reports.emplace_back(file); },
+            "Write a report at the end; .json, .har or .xml (JUnit) chooses the format; may be "
+            "repeated")
+        ->trigger_on_parse()
+        ->type_name("FILE");
+    command->add_flag("--fresh", options->fresh,
+                      "Give the program an empty state folder of its own (XDG_STATE_HOME and "
+                      "XDG_DATA_HOME), removed afterwards");
     command->add_option("program", options->command, "The program and its arguments, after --");
     command->allow_extras();
     command->parse_complete_callback([command] {

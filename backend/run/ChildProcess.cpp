@@ -7,6 +7,7 @@
 
 #include <array>
 #include <cerrno>
+#include <cstring>
 #include <system_error>
 
 #include "backend/base/ExitStatus.h"
@@ -70,13 +71,13 @@ private:
 
 }  // namespace
 
-ChildProcess::ChildProcess(const std::vector<std::string>& command,
-                           const std::vector<std::string>& environment, const sigset_t& mask)
-    : output_(makePipe()), errors_(makePipe()) {
-    start(command, environment, mask);
+ChildProcess::ChildProcess(const ChildOptions& options) : output_(makePipe()), errors_(makePipe()) {
+    start(options);
     output_.writing.close();
     errors_.writing.close();
 }
+
+void ChildProcess::close(int file) { (file == STDOUT_FILENO ? output_ : errors_).reading.close(); }
 
 ChildProcess::Pipe ChildProcess::makePipe() {
     std::array<int, 2> ends{-1, -1};
@@ -86,24 +87,39 @@ ChildProcess::Pipe ChildProcess::makePipe() {
             .writing = FileDescriptor(ends[1], "a pipe")};
 }
 
-void ChildProcess::start(const std::vector<std::string>& command,
-                         const std::vector<std::string>& environment, const sigset_t& mask) {
-    SpawnOptions options(mask);
-    options.redirect(output_.writing, STDOUT_FILENO);
-    options.redirect(errors_.writing, STDERR_FILENO);
+void ChildProcess::start(const ChildOptions& options) {
+    SpawnOptions spawning(options.mask);
+    if (options.hasPipes) spawning.redirect(output_.writing, STDOUT_FILENO);
+    if (options.hasPipes) spawning.redirect(errors_.writing, STDERR_FILENO);
+    const auto& program = options.command.front();
     const int error =
-        posix_spawnp(&id_, command.front().c_str(), options.actions(), options.attributes(),
-                     pointersTo(command).data(), pointersTo(environment).data());
+        posix_spawnp(&id_, program.c_str(), spawning.actions(), spawning.attributes(),
+                     pointersTo(options.command).data(), pointersTo(options.environment).data());
     if (error == 0) return;
-    throw CannotStart("cannot start " + command.front() + ": " +
-                          std::generic_category().message(error) + hintFor(error),
-                      error == ENOENT ? exitStatus::notFound : exitStatus::notExecutable);
+    throw CannotStart(
+        "cannot start " + program + ": " + std::generic_category().message(error) + hintFor(error),
+        error == ENOENT ? exitStatus::notFound : exitStatus::notExecutable);
 }
 
-std::optional<int> reap(pid_t id) {
+bool ChildState::hasStopped() const { return WIFSTOPPED(waitStatus_); }
+
+int ChildState::exitStatus() const {
+    return WIFSIGNALED(waitStatus_) ? exitStatus::signalled + WTERMSIG(waitStatus_)
+                                    : WEXITSTATUS(waitStatus_);
+}
+
+std::string ChildState::description() const {
+    if (!WIFSIGNALED(waitStatus_))
+        return "ended with status " + std::to_string(WEXITSTATUS(waitStatus_));
+    const int signal = WTERMSIG(waitStatus_);
+    const char* name = sigabbrev_np(signal);
+    return "was ended by signal " + std::to_string(signal) + " (SIG" + (name ? name : "?") + ")";
+}
+
+std::optional<ChildState> changeOf(pid_t id) {
     int status = 0;
-    if (waitpid(id, &status, WNOHANG) != id) return std::nullopt;
-    return WIFSIGNALED(status) ? exitStatus::signalled + WTERMSIG(status) : WEXITSTATUS(status);
+    if (waitpid(id, &status, WNOHANG | WUNTRACED) != id) return std::nullopt;
+    return ChildState(status);
 }
 
 }  // namespace kivo::backend

@@ -25,13 +25,20 @@ private:
     int status_;
 };
 
-/// A program started with its standard output and standard error on pipes. It shares our standard
-/// input and process group.
+/// How to start a program.
+struct ChildOptions {
+    std::vector<std::string> command;
+    std::vector<std::string> environment;
+    sigset_t mask{};
+    /// Whether its standard output and standard error are pipes to us; otherwise they are ours.
+    bool hasPipes = true;
+};
+
+/// A program that shares our standard input and process group.
 class ChildProcess {
 public:
-    /// `mask` is its signal mask. Throws CannotStart.
-    ChildProcess(const std::vector<std::string>& command,
-                 const std::vector<std::string>& environment, const sigset_t& mask);
+    /// Throws CannotStart.
+    explicit ChildProcess(const ChildOptions& options);
 
     pid_t id() const { return id_; }
 
@@ -39,22 +46,40 @@ public:
     const FileDescriptor& output() const { return output_.reading; }
     const FileDescriptor& errors() const { return errors_.reading; }
 
+    /// Closes our end of its standard output or standard error.
+    void close(int file);
+
 private:
     struct Pipe {
         FileDescriptor reading;
         FileDescriptor writing;
     };
     static Pipe makePipe();
-    void start(const std::vector<std::string>& command, const std::vector<std::string>& environment,
-               const sigset_t& mask);
+    void start(const ChildOptions& options);
 
     Pipe output_;
     Pipe errors_;
     pid_t id_ = -1;
 };
 
-/// The exit status of a program that has ended, as shells report it: 128 plus the signal number if
-/// a signal ended it. std::nullopt while it runs. Reaps the process.
-std::optional<int> reap(pid_t id);
+/// A change that waitpid(2) reports: that a program has ended, or that it has stopped itself.
+class ChildState {
+public:
+    explicit ChildState(int waitStatus) : waitStatus_(waitStatus) {}
+
+    bool hasStopped() const;
+
+    /// As shells report it: 128 plus the signal's number if a signal ended it.
+    int exitStatus() const;
+
+    /// For users, as in "ended with status 7" or "was ended by signal 11 (SEGV)".
+    std::string description() const;
+
+private:
+    int waitStatus_;
+};
+
+/// std::nullopt if nothing has changed since the last call. Reaps a program that has ended.
+std::optional<ChildState> changeOf(pid_t id);
 
 }  // namespace kivo::backend

@@ -6,15 +6,25 @@
 #include <chrono>
 #include <cstdint>
 #include <cstdlib>
+#include <fstream>
+#include <iterator>
+#include <string>
 #include <thread>
-
-#include "backend/run/ChildProcess.h"
+#include <utility>
 
 namespace kivo::backend {
 
 namespace {
 
 constexpr std::chrono::milliseconds exitGrace(150);
+constexpr std::chrono::milliseconds stopGrace(50);
+
+bool isStopped(pid_t id) {
+    std::ifstream file("/proc/" + std::to_string(id) + "/stat");
+    const std::string text{std::istreambuf_iterator<char>(file), {}};
+    const auto name = text.rfind(") ");
+    return name != text.npos && text[name + 2] == 'T';
+}
 
 }  // namespace
 
@@ -26,10 +36,9 @@ GuardedSignals::GuardedSignals() {
     pthread_sigmask(SIG_BLOCK, &set_, &before_);
 }
 
-ChildWatch::ChildWatch(pid_t child, const GuardedSignals& signals, std::function<void()> cleanUp)
-    : child_(child),
+ChildWatch::ChildWatch(Options options, const GuardedSignals& signals)
+    : options_(std::move(options)),
       signals_(signals.set()),
-      cleanUp_(std::move(cleanUp)),
       ended_(eventfd(0, EFD_CLOEXEC), "an event") {
     sigpending(&early_);
     std::thread([this] { watch(); }).detach();
@@ -41,25 +50,27 @@ void ChildWatch::exitWith(int status) {
 }
 
 void ChildWatch::watch() {
-    status_ = awaitChild();
+    state_ = awaitChild();
+    status_ = state_.exitStatus();
     eventfd_write(ended_.number(), 1);
-    while (!shouldExit_) awaitSignal();
+    while (!shouldExit_) shouldExit_ = awaitSignal().si_signo != SIGCHLD;
     std::this_thread::sleep_for(exitGrace);
-    cleanUp_();
+    options_.cleanUp();
     std::_Exit(status_);
 }
 
-int ChildWatch::awaitChild() {
+ChildState ChildWatch::awaitChild() {
     for (;;) {
         forward(awaitSignal());
-        if (const auto status = reap(child_)) return *status;
+        const auto change = changeOf(options_.child);
+        if (change && !change->hasStopped()) return *change;
+        if (change) stopWithChild();
     }
 }
 
 siginfo_t ChildWatch::awaitSignal() {
     siginfo_t signal{};
     while (sigwaitinfo(&signals_, &signal) < 0) continue;
-    shouldExit_ = shouldExit_ || signal.si_signo != SIGCHLD;
     return signal;
 }
 
@@ -67,11 +78,24 @@ siginfo_t ChildWatch::awaitSignal() {
 /// group.
 void ChildWatch::forward(const siginfo_t& signal) {
     if (signal.si_signo == SIGCHLD) return;
+    const bool insists = std::exchange(shouldExit_, true);
     const bool fromTerminal = signal.si_code > 0;
-    const bool sharesGroup = getpgid(child_) == getpgrp();
+    const bool sharesGroup = getpgid(options_.child) == getpgrp();
     const bool early = sigismember(&early_, signal.si_signo) == 1;
     sigdelset(&early_, signal.si_signo);
-    if (early || !fromTerminal || !sharesGroup) kill(child_, signal.si_signo);
+    if (insists && options_.endsDeafChild)
+        kill(options_.child, SIGKILL);
+    else if (early || !fromTerminal || !sharesGroup)
+        kill(options_.child, signal.si_signo);
+}
+
+/// Ctrl-Z stops both, and both go on together; by then the child no longer counts as stopped. A
+/// signal to this very thread stops the process before the next line.
+void ChildWatch::stopWithChild() const {
+    std::this_thread::sleep_for(stopGrace);
+    if (!isStopped(options_.child)) return;
+    pthread_kill(pthread_self(), SIGSTOP);
+    kill(options_.child, SIGCONT);
 }
 
 }  // namespace kivo::backend

@@ -7,6 +7,7 @@
 #include <functional>
 
 #include "backend/base/FileDescriptor.h"
+#include "backend/run/ChildProcess.h"
 
 namespace kivo::backend {
 
@@ -28,32 +29,41 @@ private:
 
 /// Waits for a child on a thread of its own and forwards termination signals to it. If the process
 /// does not end soon after it was asked to, by a signal or by exitWith(), the thread ends it: a
-/// stalled reader of standard output or a slow name look-up could otherwise block it. There is one
-/// per process, and it is never destroyed, since its thread runs to the end.
+/// stalled reader of standard output or a slow name look-up could otherwise block it. A program
+/// that stops itself stops this process too, so that the shell learns of it. There is one watch per
+/// process, and it is never destroyed, since its thread runs to the end.
 class ChildWatch {
 public:
-    /// `cleanUp` is called before the thread ends the process.
-    ChildWatch(pid_t child, const GuardedSignals& signals, std::function<void()> cleanUp);
+    struct Options {
+        pid_t child = -1;
+        /// Whether the second request to end kills a child that ignored the first.
+        bool endsDeafChild = true;
+        /// Called before the thread ends the process.
+        std::function<void()> cleanUp;
+    };
+
+    ChildWatch(Options options, const GuardedSignals& signals);
 
     /// Becomes readable when the child has ended.
     const FileDescriptor& ended() const { return ended_; }
 
-    /// The exit status of the child, once it has ended.
-    int status() const { return status_; }
+    /// How the child ended. Only after `ended()` has become readable.
+    const ChildState& state() const { return state_; }
 
     /// Makes the process end with this status, even if its main thread is blocked.
     void exitWith(int status);
 
 private:
     void watch();
-    int awaitChild();
+    ChildState awaitChild();
     siginfo_t awaitSignal();
     void forward(const siginfo_t& signal);
+    void stopWithChild() const;
 
-    const pid_t child_;
+    const Options options_;
     const sigset_t signals_;
-    const std::function<void()> cleanUp_;
     const FileDescriptor ended_;
+    ChildState state_{0};
     std::atomic<int> status_ = 0;
     sigset_t early_{};  ///< Pending before the child was started.
     bool shouldExit_ = false;

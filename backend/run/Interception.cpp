@@ -3,11 +3,14 @@
 #include <algorithm>
 #include <stdexcept>
 
+#include "backend/run/UpstreamProxies.h"
+
 namespace kivo::backend {
 
 namespace {
 
 constexpr std::uint16_t anyPort = 1;
+constexpr std::uint16_t httpsPort = 443;
 
 bool isName(const std::string& host) { return !isAddress(host) && isDnsName(host); }
 
@@ -37,6 +40,12 @@ bool Interception::covers(std::string_view authority) const {
                return target.host == wanted->host &&
                       target.port.value_or(wanted->port) == wanted->port;
            });
+}
+
+bool Interception::isCoveredBy(std::string_view noProxyEntry) const {
+    return std::ranges::any_of(targets_, [&](const Target& target) {
+        return isCovered(noProxyEntry, {target.host, target.port.value_or(httpsPort)});
+    });
 }
 
 std::vector<std::string> Interception::names() const {

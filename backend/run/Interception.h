@@ -23,6 +23,9 @@ public:
     /// Whether "host:port" is intercepted.
     bool covers(std::string_view authority) const;
 
+    /// Whether an entry of a no_proxy list covers a host that is intercepted.
+    bool isCoveredBy(std::string_view noProxyEntry) const;
+
     /// The names of hosts outside loopback.
     std::vector<std::string> names() const;
 

@@ -1,70 +1,41 @@
 #include "backend/run/Run.h"
 
-#include <poll.h>
-#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
+#include <chrono>
 #include <cstdlib>
 #include <iterator>
+#include <memory>
 #include <optional>
 #include <set>
 #include <string>
-#include <string_view>
 #include <utility>
 
 #include "backend/admin/AdminServer.h"
+#include "backend/base/ExitStatus.h"
 #include "backend/base/Terminal.h"
 #include "backend/journal/RequestLine.h"
 #include "backend/journal/Summary.h"
+#include "backend/run/AppOutput.h"
+#include "backend/run/Cause.h"
 #include "backend/run/ChildEnvironment.h"
 #include "backend/run/ChildProcess.h"
 #include "backend/run/ChildWatch.h"
 #include "backend/run/Descriptors.h"
+#include "backend/run/Guardian.h"
 #include "backend/run/Interception.h"
-#include "backend/run/LineSplitter.h"
+#include "backend/run/Narrator.h"
+#include "backend/run/RunFolder.h"
+#include "backend/run/UpstreamProxies.h"
 #include "backend/tls/Authority.h"
-#include "backend/tls/TrustFile.h"
+#include "backend/tls/TrustedAlready.h"
 
 namespace kivo::backend {
 
 namespace {
 
-constexpr const char* fromApp = "app     | ";
-constexpr const char* fromAppErrors = "app err | ";
-constexpr const char* fromBackend = "backend | ";
-
-/// One of the program's pipes, split into lines.
-class OutputPipe {
-public:
-    OutputPipe(const FileDescriptor& pipe, LineSplitter::Callback callback)
-        : pipe_(pipe.number()), lines_(std::move(callback)) {}
-
-    /// poll(2) skips a pipe that has ended.
-    pollfd pollEntry() const { return {.fd = open_ ? pipe_ : -1, .events = POLLIN, .revents = 0}; }
-
-    /// Reads only what is available now: the program may never stop printing.
-    void drain() {
-        int waiting = 0;
-        ioctl(pipe_, FIONREAD, &waiting);
-        std::string piece(static_cast<std::size_t>(std::max(waiting, 1)), '\0');
-        const auto size = open_ ? read(pipe_, piece.data(), piece.size()) : 0;
-        if (size < 0) return;
-        open_ = size > 0;
-        lines_.add(std::string_view(piece).substr(0, static_cast<std::size_t>(size)));
-    }
-
-    void finish() {
-        drain();
-        lines_.finish();
-    }
-
-private:
-    const int pipe_;
-    LineSplitter lines_;
-    bool open_ = true;
-};
+using SteadyClock = std::chrono::steady_clock;
 
 Interception interceptionOf(const RunOptions& options) {
     Interception interception;
@@ -78,97 +49,170 @@ Identity identityFor(const Authority& authority, std::vector<std::string> names)
     return authority.issue(names);
 }
 
-/// Prints the program's lines until it ends, then what is left in the pipes. It does not wait for
-/// their end, since a process that the program left behind may hold them open.
-void follow(const ChildProcess& child, const FileDescriptor& ended) {
-    OutputPipe output(child.output(), [](std::string_view line) {
-        print(std::string(fromApp).append(line) + "\n");
-    });
-    OutputPipe errors(child.errors(), [](std::string_view line) {
-        printError(std::string(fromAppErrors).append(line) + "\n");
-    });
-    pollfd end{.fd = ended.number(), .events = POLLIN, .revents = 0};
-    while (end.revents == 0) {
-        std::array entries{output.pollEntry(), errors.pollEntry(), end};
-        if (poll(entries.data(), entries.size(), -1) < 0) continue;
-        output.drain();
-        errors.drain();
-        end = entries.back();
-    }
-    output.finish();
-    errors.finish();
-}
-
-std::string readyText(const Desk& desk, const std::optional<AdminServer>& admin,
-                      const Interception& interception, const std::string& program) {
-    auto text = "kivo-dev runs " + program +
-                "; its https goes through this backend\n  answered here  " +
-                interception.description() + "\n  base URL       " + desk.baseUrl() + "\n";
-    if (!admin) return text;
-    return text + "  page           " + admin->pageUrl() +
-           "\n  admin          kivo-dev state --admin-port " + std::to_string(admin->port()) + "\n";
-}
-
-AdminInfo adminInfo(const Desk& desk, const Interception& interception,
-                    const std::string& trustFile) {
-    return {.hosts = interception.description(),
-            .environment = "https_proxy=http://127.0.0.1:" + std::to_string(desk.port()) +
-                           " SSL_CERT_FILE=" + trustFile,
-            .trustFile = trustFile};
-}
-
-int verdict(const Tally& tally, int childStatus, bool strict) {
-    print("kivo-dev: the program ended with status " + std::to_string(childStatus) + "\n" +
-          summaryOf(tally.totals()));
-    const bool broken = strict && tally.violationsEver() > 0;
-    return broken && childStatus == 0 ? EXIT_FAILURE : childStatus;
-}
-
 /// Intercepts the covered hosts and forwards to all others. Each of those is reported once, since
 /// it may be one that was meant to be intercepted.
 class TunnelRouter {
 public:
-    explicit TunnelRouter(Interception interception) : interception_(std::move(interception)) {}
+    TunnelRouter(Interception interception, const Narrator& narrator, Traffic& traffic)
+        : interception_(std::move(interception)), narrator_(narrator), traffic_(traffic) {}
 
     TunnelPolicy operator()(const std::string& target) {
         if (interception_.covers(target)) return TunnelPolicy::intercept;
+        ++traffic_.forwarded;
         if (logged_.size() < logLimit && logged_.insert(target).second)
-            print(std::string(fromBackend) + "forwards to " + target + advice(target) + "\n");
+            narrator_.log("forwards to " + printable(target) + advice(target) + "\n");
         return TunnelPolicy::forward;
     }
 
 private:
     static std::string advice(const std::string& target) {
         const auto host = hostAndPort(target);
-        if (!host || isAddress(host->host)) return "";
+        if (!host || isAddress(host->host) || !isDnsName(host->host)) return "";
         return "; to answer it here: --host " + target;
     }
 
     static constexpr std::size_t logLimit = 100;
 
     Interception interception_;
+    const Narrator& narrator_;
+    Traffic& traffic_;
     std::set<std::string> logged_;
 };
 
-void prepare(DeskOptions& desk, const Authority& authority, const Interception& interception) {
-    desk.identity = identityFor(authority, interception.names());
-    desk.tunnelPolicy = TunnelRouter(interception);
-    desk.onHandshakeFailed = [](const auto& reason) { print(fromBackend + handshakeLine(reason)); };
+/// One run, from its parts to its verdict.
+class ProgramRun {
+public:
+    ProgramRun(RunOptions options, const RunFolder& folder, const Guardian& guardian,
+               const GuardedSignals& signals, const std::set<int>& inherited);
+
+    int supervise();
+
+private:
+    DeskOptions deskOptions();
+    AdminInfo adminInfo() const;
+    ChildOptions childOptions() const;
+    std::string readyText() const;
+    void follow(ChildProcess& child, const ChildWatch& watch);
+    int conclude(const ChildState& state);
+
+    RunOptions options_;
+    const RunFolder& folder_;
+    const Guardian& guardian_;
+    const GuardedSignals& signals_;
+    const std::vector<std::string> environment_ = ownEnvironment();
+    const Interception interception_;
+    const Authority authority_;
+    const std::string trustFile_;
+    Output output_;
+    const Narrator narrator_;
+    Traffic traffic_;
+    Desk desk_;
+    std::optional<AdminServer> admin_;
+    SteadyClock::time_point start_;
+};
+
+ProgramRun::ProgramRun(RunOptions options, const RunFolder& folder, const Guardian& guardian,
+                       const GuardedSignals& signals, const std::set<int>& inherited)
+    : options_(std::move(options)),
+      folder_(folder),
+      guardian_(guardian),
+      signals_(signals),
+      interception_(interceptionOf(options_)),
+      authority_(Authority::make(interception_.names())),
+      trustFile_(folder.writeTrustFile(trustedAlready() + authority_.certificate())),
+      narrator_(output_, options_.quiet, options_.log),
+      desk_(deskOptions(), [this](const Entry& entry) {
+          narrator_.log(requestLine(entry, options_.common.desk.showSecrets));
+      }) {
+    desk_.open();
+    if (options_.common.adminPort) admin_.emplace(desk_, *options_.common.adminPort, adminInfo());
+    keepFromPrograms(inherited);
 }
 
-/// Runs the program from start to end.
-int supervise(Desk& desk, const RunOptions& options, const BackendAddress& backend,
-              const GuardedSignals& signals, const std::string& readyMessage) {
-    const ChildProcess child(options.command, childEnvironment(ownEnvironment(), backend),
-                             signals.maskBefore());
-    print(readyMessage);
-    const auto tidyUp = [path = backend.trustFile] { unlink(path.c_str()); };
-    auto& watch = *new ChildWatch(child.id(), signals, tidyUp);
-    follow(child, watch.ended());
-    desk.awaitDisconnects();
-    const int status = verdict(desk.tally(), watch.status(), options.common.strict);
+DeskOptions ProgramRun::deskOptions() {
+    auto desk = options_.common.desk;
+    desk.identity = identityFor(authority_, interception_.names());
+    desk.onlyOwnUser = true;
+    desk.tunnelPolicy = TunnelRouter(interception_, narrator_, traffic_);
+    desk.upstreamProxy = upstreamProxies(
+        environment_, [this](const std::string& warning) { narrator_.log(warning + "\n"); });
+    desk.onHandshakeFailed = [this](const std::string& reason) {
+        if (!isRejection(reason)) ++traffic_.failedHandshakes;
+        narrator_.log(handshakeLine(reason));
+    };
+    return desk;
+}
+
+AdminInfo ProgramRun::adminInfo() const {
+    return {.hosts = interception_.description(),
+            .environment = "https_proxy=http://127.0.0.1:" + std::to_string(desk_.port()) +
+                           " SSL_CERT_FILE=" + trustFile_,
+            .trustFile = trustFile_};
+}
+
+ChildOptions ProgramRun::childOptions() const {
+    BackendAddress backend{.port = desk_.port(), .trustFile = trustFile_};
+    if (admin_) backend.adminPort = admin_->port();
+    if (options_.fresh) backend.stateFolder = folder_.path();
+    backend.isAnsweredHere = [this](const std::string& entry) {
+        return interception_.isCoveredBy(entry);
+    };
+    return {.command = options_.command,
+            .environment = childEnvironment(environment_, backend),
+            .mask = signals_.maskBefore(),
+            .hasPipes = !options_.quiet};
+}
+
+std::string ProgramRun::readyText() const {
+    auto text = "kivo-dev runs " + options_.command.front() +
+                "; its https goes through this backend\n  answered here  " +
+                interception_.description() + "\n  base URL       " + desk_.baseUrl() + "\n";
+    if (!admin_) return text;
+    return text + "  page           " + admin_->pageUrl() +
+           "\n  admin          kivo-dev state --admin-port " + std::to_string(admin_->port()) +
+           "\n";
+}
+
+int ProgramRun::supervise() {
+    start_ = SteadyClock::now();
+    ChildProcess child(childOptions());
+    guardian_.watch(child.id());
+    narrator_.tell(readyText());
+    auto& watch = *new ChildWatch({.child = child.id(),
+                                   .endsDeafChild = !options_.quiet,
+                                   .cleanUp = [path = folder_.path()] { removeFolder(path); }},
+                                  signals_);
+    follow(child, watch);
+    desk_.awaitDisconnects();
+    const int status = conclude(watch.state());
+    output_.finish();
     watch.exitWith(status);
     return status;
+}
+
+void ProgramRun::follow(ChildProcess& child, const ChildWatch& watch) {
+    if (!options_.quiet) return showOutputOf(child, watch.ended(), output_);
+    std::uint64_t count = 0;
+    while (read(watch.ended().number(), &count, sizeof count) < 0) continue;
+}
+
+int ProgramRun::conclude(const ChildState& state) {
+    const auto totals = desk_.tally().totals();
+    auto text = "kivo-dev: the program " + state.description() + "\n" + summaryOf(totals);
+    if (totals.requests.empty())
+        text += "  no requests arrived; most likely " +
+                likelyCause(traffic_, state.exitStatus(), SteadyClock::now() - start_) + "\n";
+    narrator_.tell(text);
+    const bool broken = options_.common.strict && desk_.tally().violationsEver() > 0;
+    const int status = state.exitStatus();
+    for (const auto& report : options_.reports)
+        report.write({.entries = desk_.journal().after(),
+                      .totals = totals,
+                      .program = options_.command.front(),
+                      .ending = state.description(),
+                      .exitStatus = status,
+                      .showSecrets = desk_.showsSecrets()});
+    return broken && status == exitStatus::success ? exitStatus::failure : status;
 }
 
 }  // namespace
@@ -176,24 +220,9 @@ int supervise(Desk& desk, const RunOptions& options, const BackendAddress& backe
 int run(RunOptions options) {
     const auto inherited = openDescriptors();
     const GuardedSignals signals;
-    const auto interception = interceptionOf(options);
-    const auto authority = Authority::make(interception.names());
-    prepare(options.common.desk, authority, interception);
-    Desk desk(options.common.desk,
-              [showSecrets = options.common.desk.showSecrets](const auto& entry) {
-                  print(fromBackend + requestLine(entry, showSecrets));
-              });
-    desk.open();
-    const TrustFile trust(trustedAlready() + authority.certificate());
-    std::optional<AdminServer> admin;
-    if (options.common.adminPort)
-        admin.emplace(desk, *options.common.adminPort, adminInfo(desk, interception, trust.path()));
-    keepFromPrograms(inherited);
-    const BackendAddress address{.port = desk.port(),
-                                 .trustFile = trust.path(),
-                                 .adminPort = admin ? std::optional(admin->port()) : std::nullopt};
-    return supervise(desk, options, address, signals,
-                     readyText(desk, admin, interception, options.command.front()));
+    const RunFolder folder;
+    const Guardian guardian(folder.path());
+    return ProgramRun(std::move(options), folder, guardian, signals, inherited).supervise();
 }
 
 }  // namespace kivo::backend

@@ -139,12 +139,12 @@ END
     expectSteps(
         preparation,
         {{"(kivo run --host extra.example -- sh app) >out; echo $?", "^app err . oops\n7\n$"},
-         {"ls $PWD | grep trust", "^$"},
+         {"ls $PWD | grep kivo-dev-run", "^$"},
          {"grep -c /img/a log; kill $!", "^1\n$"},
          {"grep -c '^backend .*GET /img/a  200' out", "^2\n$"},
          {"grep -c '^app     | HTTP/1.1 200 OK' out", "^3\n$"},
          {"grep 'answered here' out", "api.kivo.example:443[^\n]*, extra.example\n"},
-         {"grep -ic 'proxy=' out", "^2\n$"},
+         {"grep -c '^app.*_proxy=\\?x$' out; grep -c NO_PROXY out", "^1\n0\n$"},
          {"grep HTTPS_PROXY out", "^app     . HTTPS_PROXY=http://127.0.0.1:[0-9]+\n$"},
          {"grep https_proxy out", "^app     . https_proxy=http://127.0.0.1:[0-9]+\n$"},
          {"grep expected out", " 1\n$"},
@@ -165,7 +165,44 @@ TEST_F(ProgramTest, RunEndsAsTheProgramEnds) {
                  {strict + "; echo $?; grep -c BROKEN log", "^1\n1\n$"},
                  {"(kivo run -- sh -c 'setsid yes & exit 3') >log; echo $?", "^3\n$"},
                  {"grep -c 'with status 3' log", "^1\n$"},
-                 {"ls $PWD | grep trust", "^$"}});
+                 {"ls $PWD | grep kivo-dev-run", "^$"}});
+}
+
+TEST_F(ProgramTest, RunIsNotInTheWay) {
+    const std::string preparation = ask + R"(
+        background() { $dev run "$@" >out 2>&1 & read -r pid <ready; }
+        gone() { for i in $(seq 200); do [ -d /proc/$1 ] || break; sleep .02; done
+                 grep -qs State:.Z /proc/$1/status || [ ! -d /proc/$1 ] && echo gone; }
+        other() { [ $(id -u) = 0 ] || { echo 0; return; }
+            setpriv --reuid 65534 --clear-groups bash -c "exec 3<>/dev/tcp/${1%:*}/${1#*:}
+                printf 'CONNECT a:1 HTTP/1.1\r\n\r\n' >&3; cat <&3" 2>&1 | grep -c HTTP; })";
+    expectSteps(
+        preparation,
+        {{"(kivo run -- sh -c 'while echo ready; do :; done') | grep -m1 -o ready; echo left",
+          "^ready\nleft\n$"},
+         {"mkfifo line; (kivo run -- sh -c 'printf name?; read -r x; echo $x' <line >out &)\n"
+          "exec 5>line; until grep -qs name out; do sleep .05; done; echo shown; echo Ana >&5",
+          "^shown\n$"},
+         {"background -- sh -c 'trap \"\" INT; echo $$ >ready; while :; do sleep 1; done'\n"
+          "kill -INT $!; sleep .1; kill -INT $!; wait $!; echo $?; grep -o 'ended by.*' out",
+          "^137\nended by signal 9 .SIGKILL.\n$"},
+         {"background -- sh -c 'echo $$ >ready; exec sleep 60'\n"
+          "until grep -qs page out; do sleep .02; done; kill -KILL $!; gone $pid; until [ ! -e "
+          "kivo-dev-run* ]; do sleep .02; done",
+          "^gone\n$"},
+         {"(kivo run --quiet --log log --report a.xml --report b.har --fresh -- sh -c '"
+          "sh ask api.kivo.example:443; sh ask api.kivo.example:443 PUT /api/communication/x; "
+          "ls $XDG_STATE_HOME; grep -c BEGIN.CERT $SSL_CERT_FILE'); cat log",
+          "^HTTP/1.1 200 OK.\nHTTP/1.1 404 Not Found.\n[^\n]*\n[0-9]+\n[^\n]* GET /img/a  200 "
+          ".*BROKEN"},
+         {"cat a.xml b.har",
+          "tests=\"3\" failures=\"1\".*<failure message=\"BROKEN: .*\"version\": \"1.2\""},
+         {"(kivo run -- sh -c 'kill -ABRT $$'); echo $?",
+          "aborted, .*KIVO_BUNDLE_IDENTIFIER.*\n134\n$"},
+         {"(kivo run -- true)", "no requests arrived; most likely it ended before"},
+         {"background -- sh -c 'echo ${https_proxy#http://} >ready; exec sleep 20'\n"
+          "other $pid; kill -INT $!; wait $!",
+          "^0\n$"}});
 }
 
 TEST(InterceptionTest, CoversItsHostsAndPorts) {
