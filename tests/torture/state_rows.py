@@ -8,6 +8,7 @@ import re
 import sqlite3
 import subprocess
 import threading
+import time
 
 from harness import await_line, brief, defaults, defaults_file, finish, go_on, home, host
 from harness import in_parallel, is_clean, judge, keychain_file, query, require, row, small_disk
@@ -151,13 +152,14 @@ def locked(times):
         at, server = home(), Server()
         process = start("init user await pause user 5:token await pause user await", server, at)
         holders = go_on(process, lambda _: [lock(defaults_file(at)), lock(keychain_file(at))])
+        locked_at = time.monotonic()
         release = threading.Timer(5, lambda: [holder.close() for holder in holders])
         release.start()
-        go_on(process, lambda _: release.join())
+        waited = go_on(process, lambda _: (release.join(), server.requests[-1].time - locked_at)[1])
         ended = finish(process)
-        require(is_clean(ended) and ended.outcomes == 9, brief(ended))
+        require(is_clean(ended) and ended.outcomes == 9 and waited < 2, waited, brief(ended))
         require(user_token(at) >= server.issued - 2, defaults(at))
-    return "nothing lost", True
+    return f"nothing lost, the last requests within {waited * 1000:.0f} ms", True
 
 
 def fill(at):

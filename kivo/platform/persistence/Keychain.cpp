@@ -95,14 +95,13 @@ bool Keychain::holds(const Item& item) const {
     return item.pendingAdditions > 0 || (item.seen && item.seen == fileState());
 }
 
-/// Empty if a later change might not show in it.
-std::optional<Keychain::FileState> Keychain::fileState() const {
+Keychain::FileState Keychain::fileState() const {
     struct stat found{};
     if (!path_ || stat(path_->c_str(), &found) != 0) return FileState();
-    const auto modified = nanoseconds(found.st_mtim);
-    if (isRecent(modified)) return std::nullopt;
-    return FileState{
-        .device = found.st_dev, .inode = found.st_ino, .size = found.st_size, .modified = modified};
+    return FileState{.device = found.st_dev,
+                     .inode = found.st_ino,
+                     .size = found.st_size,
+                     .modified = nanoseconds(found.st_mtim)};
 }
 
 std::optional<Data> Keychain::look(std::string_view service, std::string_view account) {
@@ -119,7 +118,8 @@ std::optional<Data> Keychain::look(std::string_view service, std::string_view ac
     Item& item = findOrMake(service, account);
     if (isFileRead && item.pendingAdditions == 0) {
         item.data = std::move(found);
-        item.seen = state;
+        item.seen.reset();
+        if (!isRecent(state.modified)) item.seen = state;
     }
     return item.data;
 }
@@ -163,6 +163,8 @@ void Keychain::noteAdded(std::string_view service, std::string_view account, con
     Item& item = findOrMake(service, account);
     --item.pendingAdditions;
     item.seen.reset();
+    // What is known need not be looked up, which a lock of another process could hold up.
+    if (status == success) item.seen = fileState();
     if (status != success && item.data == data) item.data.reset();
 }
 

@@ -73,7 +73,7 @@ private:
     Item* find(std::string_view service, std::string_view account) KIVO_REQUIRES(mutex_);
     Item& findOrMake(std::string_view service, std::string_view account) KIVO_REQUIRES(mutex_);
     bool holds(const Item& item) const KIVO_REQUIRES(mutex_);
-    std::optional<FileState> fileState() const;
+    FileState fileState() const;
     std::optional<Data> look(std::string_view service, std::string_view account);
     std::optional<Data> read(std::string_view service, std::string_view account)
         KIVO_REQUIRES(fileMutex_);
