@@ -48,7 +48,9 @@ std::exception_ptr currentError() noexcept {
 }
 
 const std::exception_ptr& lackOfMemory() {
-    static const auto& made = *new std::exception_ptr(std::make_exception_ptr(std::bad_alloc()));
+    alignas(std::exception_ptr) static std::byte place[sizeof(std::exception_ptr)];
+    static const auto& made =
+        *new (place) std::exception_ptr(std::make_exception_ptr(std::bad_alloc()));
     return made;
 }
 

@@ -12,6 +12,7 @@
 #include <new>
 #include <utility>
 
+#include "kivo/platform/base/Error.h"
 #include "kivo/platform/system/Environment.h"
 #include "kivo/platform/system/Output.h"
 
@@ -96,6 +97,7 @@ void initialiseLibcurl() {
 
 bool prepareOnce() {
     mark = makeMark();
+    lackOfMemory();
     Environment::current();
     Output::shared();
     keepOpenSSLToTheEnd();
