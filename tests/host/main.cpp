@@ -19,6 +19,8 @@
 #include <thread>
 #include <vector>
 
+#include "kivo/api/CoreRepository.h"
+#include "kivo/core/KivoCore.h"
 #include "kivo/platform/Bundle.h"
 #include "kivo/platform/Console.h"
 #include "kivo/sdk/KivoSDK.h"
@@ -63,6 +65,32 @@ void await() {
     if (!KivoSDK::waitUntilIdle(std::chrono::seconds(60))) say("not idle");
 }
 
+/// A host's own coroutine, which nobody awaits.
+struct Unawaited {
+    struct promise_type {
+        Unawaited get_return_object() { return {}; }
+        std::suspend_never initial_suspend() { return {}; }
+        std::suspend_never final_suspend() noexcept { return {}; }
+        void return_void() {}
+        void unhandled_exception() { std::abort(); }
+    };
+};
+
+/// Asks the repository directly, on the host's thread, as soon as there is a core.
+Unawaited askAsProduction() {
+    const kivo::KivoCore core({"key", /*isProduction*/ true});
+    kivo::CoreRepository repository;
+    const kivo::SdkAuthRequest request{.apiKey = "key"};
+    co_await repository.authenticateSdk(request);
+}
+
+/// Each time at another host, one that shares the end of its name.
+void askForAnImageElsewhere() {
+    static int number = 0;
+    const auto name = "http://n" + std::to_string(++number) + "." + getenv("HOST_IMAGE");
+    made->onMessageReceived(messageWithImage(name));
+}
+
 bool inChild = false;
 
 /// A child of a process whose threads it does not have: every call must come back and do nothing.
@@ -80,6 +108,14 @@ void inAForkedChild() {
     int status = 0;
     waitpid(child, &status, 0);
     say("child ended with " + std::to_string(status));
+}
+
+/// Forks at some moment of the first call, which is made on another thread.
+void forkAmidTheFirstCall() {
+    std::thread first(everyOperation);
+    std::this_thread::sleep_for(std::chrono::microseconds(getpid() % 16 * 50));
+    inAForkedChild();
+    first.join();
 }
 
 /// Threads that are cancelled before they enter: each call runs to its end, and then they go.
@@ -179,6 +215,13 @@ void timeExit() {
     std::atexit([] { std::fprintf(stderr, "hook %ld\n", microsecondsSince(exitBegan)); });
 }
 
+/// In a signal handler that interrupts the wait, 20 ms after its beginning.
+void exitInAHandler() {
+    std::signal(SIGALRM, [](int) { std::exit(0); });
+    ualarm(20'000, 0);
+    await();
+}
+
 bool exitsInDestructor = false;
 
 /// A host's own farewell: after Kivo's exit hook, and before it where a command makes one.
@@ -203,6 +246,8 @@ const std::map<std::string, void (*)()> commands = {
     {"user", [] { made->setUser("40", "711", "ana@example.com", "Ana"); }},
     {"token", [] { made->updateDeviceToken("t"); }},
     {"image", [] { made->onMessageReceived(messageWithImage(getenv("HOST_IMAGE"))); }},
+    {"image-elsewhere", askForAnImageElsewhere},
+    {"ask-production", [] { askAsProduction(); }},
     {"unset", [] { made->unsetUser(); }},
     {"everything", everyOperation},
     {"storm", storm},
@@ -215,6 +260,8 @@ const std::map<std::string, void (*)()> commands = {
     // What it does to its own process.
     {"cancel-threads", cancelThreads},
     {"fork", inAForkedChild},
+    {"fork-early", forkAmidTheFirstCall},
+    {"close-all", [] { close_range(STDERR_FILENO + 1, ~0U, 0); }},
     {"spawn", [] { say("spawned " + std::to_string(WEXITSTATUS(std::system("exit 7")))); }},
     {"signals", handleSignals},
     {"signals-handled", [] { say("handled " + std::to_string(signalsHandled)); }},
@@ -227,6 +274,7 @@ const std::map<std::string, void (*)()> commands = {
     {"quick-exit", [] { std::quick_exit(0); }},
     {"exit-elsewhere", [] { std::thread([] { std::exit(0); }).join(); }},
     {"exit-static", exitInDestructors},
+    {"exit-in-handler", exitInAHandler},
     {"abort", [] { std::abort(); }},
     {"return", [] {}},
 };

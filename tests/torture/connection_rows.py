@@ -1,14 +1,16 @@
 """What a network may do, and what much work comes to."""
 
+import functools
 import os
 import re
 import socket
+import time
 from types import SimpleNamespace
 
-from harness import EVERYTHING, PATIENCE, Skip, brief, ended_well, finish, go_on, host, is_clean
-from harness import judge, peak_memory, place, require, row, start
-from peers import Mute, Server, Wire, black_hole, dying, half_close, nginx, reset, two_addresses
-from peers import within
+from harness import EVERYTHING, PATIENCE, Skip, brief, ended_well, finish, go_on, home, host
+from harness import is_clean, judge, peak_memory, place, require, row, start
+from peers import Flood, Mute, Server, Wire, black_hole, dying, half_close, hang, nginx, reset
+from peers import two_addresses, within
 
 BOTH, IMAGE = "init user await", "init image await"
 STEP = " fail" + " token await" * 20  # On the connection that is there.
@@ -35,6 +37,17 @@ def image_at_two_addresses():
     return {"image": "https://two.example:{}/i", "around": within("hosts", TWO_HOSTS)}
 
 
+def fifo(name):
+    """The name of a pipe in a folder of its own."""
+    os.mkfifo(path := os.path.join(home(), name))
+    return path
+
+
+def pipe_among_certificates():
+    directory = os.path.dirname(fifo("0123abcd.0"))
+    return {"SSL_CERT_FILE": None, "SSL_CERT_DIR": directory}
+
+
 TAKEN = b"HTTP/1.1 200 OK\r\n\r\n"  # To CONNECT.
 REFUSED = b"HTTP/1.1 407 No\r\nContent-Length: 0\r\n\r\n"
 FEW_DESCRIPTORS = ("sh", "-c", 'ulimit -n 8; exec "$@"', "sh")
@@ -57,6 +70,8 @@ CONNECTIONS = {
     "a clock put back": (Server, clock_steps(-3600), BOTH + STEP, GOOD),
     "no trust store": (Server, lambda: {"SSL_CERT_FILE": "/nowhere"}, BOTH, BAD),
     "an empty trust store": (Server, lambda: {"SSL_CERT_FILE": "/dev/null"}, BOTH, BAD),
+    "a pipe as trust store": (Server, lambda: {"SSL_CERT_FILE": fifo("pem")}, BOTH, BAD),
+    "a pipe in the trust store": (Server, pipe_among_certificates, BOTH, BAD),
     "closed after each reply": (lambda: dying(lambda _: None), dict, RESTING, GOOD),
     "a pooled connection that died": (lambda: dying(reset), dict, RESTING, GOOD),
     "one half closed": (lambda: dying(half_close), dict, RESTING, GOOD),
@@ -105,17 +120,95 @@ def requests_take(address, around):
     return round((moments[-1] - moments[0]) * 1000)
 
 
-@row("dead DNS")
-def dead_dns(times):
-    around = within("resolv.conf", "nameserver 127.0.0.9\n")
+@functools.cache
+def within_dead_dns():
+    """Has a program ask a name server that never answers."""
     silent = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
     place.children.append(silent)
     silent.bind(("127.0.0.9", 53))
+    return within("resolv.conf", "nameserver 127.0.0.9\n")
+
+
+@row("dead DNS")
+def dead_dns(times):
+    around = within_dead_dns()
     dead = sorted(requests_take("http://nowhere.example/i", around) for _ in range(times))
     alive = sorted(requests_take("http://127.0.0.1:1/i", around) for _ in range(times))
     seen = f"20 requests within {dead} ms, {alive} ms where the name server is not asked"
     # The slower runs measure the machine, too.
     return f"{seen}; the images failed at last", dead[0] <= alive[0] + 50
+
+
+def a_thousand_hosts():
+    names = " ".join(f"n{i}.test" for i in range(1, 1101))
+    return within("hosts", "".join(f"127.0.0.1 {name}\n" for name in names.split()))
+
+
+# Where the images are, how the host is started, its commands.
+UNANSWERED = {
+    "1,100 names": ("nowhere.test/i", within_dead_dns, "1100:image-elsewhere"),
+    "1,100 hosts": ("test:{}/i", a_thousand_hosts, "1100:image-elsewhere"),
+    "the backend's host": ("https://localhost:8443/i", tuple, "6:image"),
+}
+
+
+@row("images without an answer", UNANSWERED)
+def unanswered_images(times):
+    seen, is_right = [], True
+    for name, (images, around, commands) in UNANSWERED.items():
+        server, variables = Server({"/i": hang}), {"no_proxy": "test"}
+        variables["HOST_IMAGE"] = images.format(Mute().port)
+        commands = f"init user await {commands} 5:sleep pause 20:token 20:sleep pause exit"
+        process = start(commands, server, around=around(), **variables)
+        began = go_on(process, lambda _: time.monotonic())
+        _, descriptors, threads = go_on(process, size_of)
+        ended = finish(process)
+        calls = [r.time - began for r in server.requests if r.path.endswith("token")]
+        last = f"{max(calls, default=0) * 1000:.0f} ms"
+        seen.append(f"{name}: {threads} threads, {descriptors} descriptors, calls within {last}")
+        is_modest = threads <= 40 and descriptors <= 64 and len(calls) == 20
+        is_right = is_right and is_modest and is_clean(ended)
+    return "; ".join(seen), is_right
+
+
+@row("a name that moves")
+def moved(times):
+    server, around = Server(), within("hosts", "127.0.0.3 two.example\n")
+    variables = {"HOST_IMAGE": f"https://two.example:{server.port}/i", "no_proxy": "*"}
+    process = start("init image await pause image await", around=around, **variables)
+
+    def move(_):
+        with open(around[-1], "w") as hosts:
+            hosts.write("127.0.0.1 two.example\n")
+
+    go_on(process, move)
+    output = finish(process).output
+    return f"{output.count(HIT)} of 1 hits", output.count(HIT) == 1
+
+
+@row("a flooding server")
+def flood(times):
+    server, image = Server(), f"https://127.0.0.1:{Flood().port}/i"
+    variables = {"HOST_IMAGE": image, "no_proxy": "127.0.0.1"}
+    ended = host("init user await image 20:token await", server, **variables)
+    moments = [r.time - server.requests[0].time for r in server.requests]
+    seen = f"{ended.outcomes} outcomes, the last call after {moments[-1]:.1f} s"
+    return seen, is_clean(ended) and ended.outcomes == 23 and moments[-1] < 5
+
+
+@row("connections that end")
+def connections_that_end(times):
+    seen, is_right = [], True
+    for limit in (100, 1000):
+        server = nginx(limit, 8443)  # Where the development backend is.
+        commands = "init user await " + "100:token await " * (times // 100)
+        ended = host(commands, no_proxy="*", patience=3600)
+        lost = times - ended.output.count(TOKEN_KEPT)
+        seen.append(f"after {limit} requests each: {lost} of {times} lost")
+        is_right = is_right and is_clean(ended) and lost == 0
+        server.process.terminate()
+        server.process.wait()
+    return "; ".join(seen), is_right
 
 
 @row("threads")

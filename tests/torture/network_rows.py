@@ -27,6 +27,7 @@ def without_end(start, more):
 
 SECOND = reply('{"success":true,"message":"second","data":null}')
 BROKEN_CHUNK = HEAD + b"Transfer-Encoding: chunked\r\n\r\nzz\r\nboo"
+EMPTY_CHUNKS = HEAD + b"Transfer-Encoding: chunked\r\n\r\n0\r\n"
 LENGTH_OF_4_GB = HEAD + b"Content-Length: 4294967296\r\n\r\n"
 MANY_HEADERS = "".join(f'X-{i}: {"v" * 200}\r\n' for i in range(400))
 
@@ -39,6 +40,7 @@ REPLIES = {
     "400 headers": (reply(extra=MANY_HEADERS), WORKS),
     "a header of 1 MB": (reply(extra="X: " + "v" * (1 << 20) + "\r\n"), FAILS),
     "headers without end": (without_end(HEAD, b"X: y\r\n" * 1000), FAILS),
+    "trailers without end": (without_end(EMPTY_CHUNKS, b"X: y\r\n" * 1000), FAILS),
     "not HTTP": (breaks_off(b"SSH-2.0-Something\r\n" * 50), FAILS),
     "HTTP 0.9": (breaks_off(b'{"success":true,"message":"ok"}'), FAILS),
     "two lengths": (reply(extra="Content-Length: 3\r\n"), FAILS),

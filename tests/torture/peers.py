@@ -169,26 +169,27 @@ class Wire(Listener):
 NGINX = """daemon off; error_log stderr crit; pid {at}/pid; events {{}}
 http {{ access_log off; server {{
     listen 127.0.0.1:{port} ssl http2; ssl_certificate {cert}; ssl_certificate_key {cert};
-    keepalive_requests 1000000;
+    keepalive_requests {keepalive};
     location / {{ return 200 '{{"success":true,"message":"ok","data":{{
         "merchantToken":"m-1","sessionId":"s-1","userToken":"u-2","message":"ok"}}}}'; }}
 }} }}"""
 
 
-def nginx():
-    """A foreign peer that speaks HTTP/2 and answers everything with both kinds of token."""
+def nginx(keepalive=1000000, port=0):
+    """A foreign peer that speaks HTTP/2 and answers everything with both kinds of token, and so
+    many requests a connection."""
     at = home()
-    with socket.create_server(("127.0.0.1", 0)) as free:
+    with socket.create_server(("127.0.0.1", port)) as free:
         port = free.getsockname()[1]
     with open(f"{at}/nginx.conf", "w") as conf:
-        conf.write(NGINX.format(at=at, port=port, cert=place.cert))
+        conf.write(NGINX.format(at=at, port=port, cert=place.cert, keepalive=keepalive))
     command = ["nginx", "-c", f"{at}/nginx.conf", "-p", at]
     process = subprocess.Popen(command, stderr=subprocess.DEVNULL)
     place.children.append(process)
     while process.poll() is None:
         with contextlib.suppress(OSError):
             socket.create_connection(("127.0.0.1", port)).close()
-            return SimpleNamespace(port=port)
+            return SimpleNamespace(port=port, process=process)
         time.sleep(0.02)
     raise Skip("nginx does not start")
 
@@ -204,6 +205,25 @@ class Mute(Listener):
         connection.recv(4096)
         connection.sendall(self.answer)
         silence(connection)
+
+
+def frame(kind, stream, payload=b"", flags=0):
+    return struct.pack(">I", len(payload))[1:] + struct.pack(">BBI", kind, flags, stream) + payload
+
+
+class Flood(Listener):
+    """Sends empty pieces of an HTTP/2 body without end."""
+
+    def serve(self, plain):
+        context = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
+        context.load_cert_chain(place.cert)
+        context.set_alpn_protocols(["h2"])
+        with contextlib.suppress(OSError):
+            connection = context.wrap_socket(plain, server_side=True)
+            connection.recv(65536)
+            connection.sendall(frame(4, 0) + frame(1, 1, b"\x88", 4))  # Settings, 200.
+            while True:
+                connection.sendall(frame(0, 1) * 1500)
 
 
 def black_hole(address=("127.0.0.1", 0)):
@@ -234,12 +254,12 @@ def dying(end):
 
 
 def within(file, content):
-    """Has a program see another file of /etc."""
-    source = os.path.join(place.work, file)
+    """Has a program see another file of /etc, the last of what is returned."""
+    source = os.path.join(home(), file)
     with open(source, "w") as out:
         out.write(content)
     os.chmod(source, 0o644)
     if subprocess.run(["unshare", "-m", "true"], capture_output=True).returncode:
         raise Skip("needs the right to mount")
-    mount = f'mount --bind {source} /etc/{file} && exec "$@"'
-    return ("unshare", "-m", "sh", "-c", mount, "sh")
+    mount = f'mount --bind "$1" /etc/{file} && shift && exec "$@"'
+    return ("unshare", "-m", "sh", "-c", mount, "sh", source)

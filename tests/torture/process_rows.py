@@ -9,12 +9,13 @@ import subprocess
 import sys
 import time
 
-from harness import EVERYTHING, ROOT, brief, ended_well, finish, go_on, host, in_parallel, is_clean
-from harness import place, require, row, spread, start, told
-from peers import Server, hang, in_background
+from harness import EVERYTHING, ROOT, await_line, brief, ended_well, finish, go_on, host
+from harness import in_parallel, is_clean, place, require, row, spread, start, told
+from peers import Server, Wire, hang, in_background, nginx
 
 # Each with the status that the process ends with.
-ENDINGS = dict.fromkeys(["return", "exit", "quick-exit", "exit-elsewhere", "exit-static"], 0)
+NORMAL = "return", "exit", "quick-exit", "exit-elsewhere", "exit-static", "exit-in-handler"
+ENDINGS = dict.fromkeys(NORMAL, 0)
 ENDINGS["abort"] = -signal.SIGABRT
 
 
@@ -51,10 +52,11 @@ def forks(times):
         server = Server()
         late = host("init user 50:token fork spawn await token await", server)
         early = host("fork everything await", server)
-        children = all("child ended with 0" in e.output for e in (late, early))
+        amid = [host("fork-early await", server, patience=20) for _ in range(8)]
+        children = all("child ended with 0" in e.output for e in (late, early, *amid))
         outcomes = (late.outcomes, early.outcomes)
         is_right = children and "spawned 7" in late.output and outcomes == (53, 2 * EVERYTHING)
-        require(is_right and is_clean(late), brief(late, early))
+        require(is_right and is_clean(late), brief(late, early, *amid))
     return "children did nothing; 53 outcomes in the parent, 7 each where the fork came first", True
 
 
@@ -112,6 +114,35 @@ def fail_each(kind, times, forever=0):
     ends = f'{len(slow)} ended by a time limit, {told(dead, "left TLS without function", 9)}'
     is_right = not bad and all(kind == "memory" and k < first_load for k in dead)
     return f"{len(turns)} of {calls} calls: {told(bad)}, {ends}", is_right
+
+
+@row("no memory for long")
+def no_memory_for_long(times):
+    pause = "sleep " * 20
+    commands = f"init user await 15000:token fail {pause}heal await token await"
+    shim = {"FAIL_KIND": "memory", "FAIL_AT": 1, "FAIL_FOREVER": 1}
+    for _ in range(times):
+        ended = host(commands, Wire(nginx(), proxy=True), shim=shim)
+        last = ended.output.rstrip().split("\n")[-1]
+        is_right = ended.status == 0 and last.startswith("updateDeviceToken successfully: ")
+        require(is_right, brief(ended), last)
+    return f"{ended.outcomes} outcomes and {ended.errors}", True
+
+
+@row("closed descriptors")
+def closed_descriptors(seconds):
+    def processor_time(process):
+        with open(f"/proc/{process.pid}/stat") as stat:
+            fields = stat.read().rsplit(")", 1)[1].split()
+        return (int(fields[11]) + int(fields[12])) / os.sysconf("SC_CLK_TCK")
+
+    process = start("init user await close-all pause pause", Server())
+    before = go_on(process, processor_time)
+    await_line(process, "paused")
+    time.sleep(seconds)
+    used = processor_time(process) - before
+    process.kill()
+    return f"{used:.2f} s of processor time in {seconds} s", used < seconds / 5
 
 
 row("no memory, once")(functools.partial(fail_each, "memory"))
