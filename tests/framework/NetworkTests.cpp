@@ -67,6 +67,7 @@ protected:
         platform::Keychain::standard().add("kivo-access-token-service", "kivo-device-auth-account",
                                            stored);
         for (int request = 0; request < 3; ++request) load("sdk/authenticate");
+        settle();
         return lines("x-unique-device-id");
     }
 
@@ -152,6 +153,17 @@ TEST_F(InterceptorTest, Each401RefreshesAndResendsWithOneMoreBearerValue) {
 
 TEST_F(InterceptorTest, AnEmptyDeviceIdentifierIsSentAsItIs) {
     EXPECT_THAT(identifiersFor(""), ElementsAre("", "", ""));
+}
+
+TEST_F(InterceptorTest, ADeviceIdentifierThatHasGoneIsReplacedAtTheNextCall) {
+    pluginWithUser();
+    settle();
+    std::filesystem::remove(home().path() / "data/kivo/keychain.db");
+    for (int call = 0; call < 2; ++call) plugin().unsetUser();
+    settle();
+    const auto sent = lines("x-unique-device-id");
+    ASSERT_THAT(sent, SizeIs(4));
+    EXPECT_TRUE(sent[0] == sent[1] && sent[1] != sent[2] && sent[2] == sent[3]);
 }
 
 TEST_F(InterceptorTest, ADeviceIdentifierThatIsNotTextBlocksTheNewOneOfEveryRequest) {

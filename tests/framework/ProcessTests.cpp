@@ -44,7 +44,7 @@ TEST_F(ProcessTest, AFreshStartInProductionAlwaysAsksTheProductionHostFirst) {
     constexpr int starts = 25;
     for (int start = 0; start < starts; ++start) {
         std::filesystem::remove_all(home().path() / "state");
-        runHost("name init-production await");
+        runHost(start % 2 == 0 ? "name init-production await" : "name ask-production await");
     }
     EXPECT_THAT(backend().requests(), SizeIs(starts));
     for (const auto& request : backend().requests())

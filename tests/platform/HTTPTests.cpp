@@ -152,6 +152,11 @@ TEST_F(HTTPTest, WhatGoesWrongHasItsCodeAndHandsOverNothing) {
                         {"a", "-1002"},
                         {distrusted.url(), "-1202"}};
     for (const auto& [url, code] : urls) EXPECT_EQ(get(url), code) << url;
+    for (const std::string version : {"HTTP/1.0 ", "HTTP/1.1 "})
+        for (const char* status : {"200 OK", "401 No", "302 Found\r\nLocation: /bad"}) {
+            backend_.answer("cut", rawReply(version + status + "\r\nContent-Le"));
+            EXPECT_EQ(get(backend_.url("cut")) + get(backend_.plainUrl("cut")), "-1005-1005");
+        }
     for (const char* method : {"", "GET / HTTP/1.1\r\nx: y", "ÄÖ"})
         EXPECT_EQ(begin(requestFor(backend_.url("unsent"), method)).outcome(), "-1000") << method;
     EXPECT_EQ(backend_.requests("unsent").size(), 0U);
