@@ -25,6 +25,19 @@ std::string counted(const json& count, const std::string& one) {
     return count.dump() + " " + one + (count == 1 ? "" : "s");
 }
 
+/// JSON whose strings cannot control a terminal.
+std::string inAscii(const json& value) { return value.dump(-1, ' ', true); }
+
+/// The text with "?" for each control character, those above ASCII included.
+std::string harmless(std::string text) {
+    for (std::size_t at = 0; at < text.size(); ++at) {
+        const auto byte = static_cast<unsigned char>(text[at]);
+        const bool longControl = at > 0 && text[at - 1] == '\xC2' && byte >= 0x80 && byte < 0xA0;
+        if (byte < ' ' || byte == 0x7F || longControl) text[at] = '?';
+    }
+    return text;
+}
+
 std::string faultLine(const json& fault) {
     return "  " + fault.at("rule").get<std::string>() + "  (" + counted(fault.at("hits"), "hit") +
            ")\n";
@@ -33,10 +46,10 @@ std::string faultLine(const json& fault) {
 std::string sessionLine(const json& session) {
     std::string line = "  " + session.at("id").get<std::string>();
     for (const auto* key : {"apiKey", "deviceToken", "permission"}) {
-        const auto value = session.at(key).get<std::string>();
+        const auto value = harmless(session.at(key).get<std::string>());
         if (!value.empty()) line += std::string("  ") + key + "=" + value;
     }
-    if (!session.at("user").empty()) line += "  user=" + session.at("user").dump();
+    if (!session.at("user").empty()) line += "  user=" + inAscii(session.at("user"));
     return line + "\n";
 }
 
@@ -91,7 +104,7 @@ std::uint64_t showRequestsAfter(const AdminClient& backend, std::uint64_t number
         const auto missing = request.at("number").get<std::uint64_t>() - number - 1;
         if (number > 0 && missing > 0) printError(lossLine(missing));
         number = request.at("number");
-        print(asJson ? request.dump() + "\n" : request.at("line").get<std::string>());
+        print(asJson ? inAscii(request) + "\n" : request.at("line").get<std::string>());
     }
     return number;
 }

@@ -36,7 +36,8 @@ struct Target {
 std::string marked(const std::string& path) { return path + std::string(redirectMark); }
 
 std::string hostIn(const std::string& authority) {
-    return authority.substr(0, authority.rfind(':'));
+    const auto colon = authority.find(':', authority.starts_with('[') ? authority.find(']') : 0);
+    return authority.substr(0, colon);
 }
 
 constexpr std::array<Target, 6> targets{{

@@ -29,14 +29,15 @@ constexpr std::chrono::milliseconds exitGrace(150);
 std::latch stopRequested(1);
 std::atomic<int> exitStatus = EXIT_SUCCESS;
 
-/// Blocks SIGINT and SIGTERM in this thread and all that it starts, and waits for them on a thread
-/// of its own. If a stalled reader of standard output holds up the rest, that thread ends the
-/// process.
+/// Blocks SIGINT, SIGTERM and SIGHUP in this thread and all that it starts, and waits for them on a
+/// thread of its own. If a stalled reader of standard output holds up the rest, that thread ends
+/// the process.
 void startSignalThread() {
     sigset_t signals;
     sigemptyset(&signals);
     sigaddset(&signals, SIGINT);
     sigaddset(&signals, SIGTERM);
+    sigaddset(&signals, SIGHUP);
     pthread_sigmask(SIG_BLOCK, &signals, nullptr);
     std::thread([signals] {
         int signal = 0;
