@@ -53,7 +53,7 @@ std::string inXml(const std::string& text) {
 }
 
 std::string testCase(const std::string& name, const std::string& failure) {
-    const auto start = "  <testcase classname=\"kivo-dev\" name=\"" + inXml(name) + "\"";
+    const auto start = R"(  <testcase classname="kivo-dev" name=")" + inXml(name) + "\"";
     if (failure.empty()) return start + "/>\n";
     return start + ">\n    <failure message=\"" + inXml(failure) + "\"/>\n  </testcase>\n";
 }

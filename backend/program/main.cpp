@@ -35,7 +35,7 @@ int runCommand(CLI::App& program, int count, char** arguments) {
 }  // namespace
 
 int main(int count, char** arguments) {
-    using namespace kivo::backend;
+    namespace backend = kivo::backend;
     openStandardStreams();
     CLI::App program("A development backend on this machine for applications with Kivo");
     try {
@@ -43,14 +43,14 @@ int main(int count, char** arguments) {
     } catch (const CLI::Success& request) {
         return program.exit(request);  // Prints the help or the version.
     } catch (const CLI::ParseError& error) {
-        return report(usageErrorFrom(error, program).what(), exitStatus::usage);
+        return report(backend::usageErrorFrom(error, program).what(), backend::exitStatus::usage);
     } catch (const std::invalid_argument& mistake) {
-        return report(mistake.what(), exitStatus::usage);
-    } catch (const CannotStart& error) {
+        return report(mistake.what(), backend::exitStatus::usage);
+    } catch (const backend::CannotStart& error) {
         return report(error.what(), error.status());
-    } catch (const NoBackend& error) {
-        return report(error.what(), exitStatus::noBackend);
+    } catch (const backend::NoBackend& error) {
+        return report(error.what(), backend::exitStatus::noBackend);
     } catch (const std::exception& error) {
-        return report(error.what(), exitStatus::failure);
+        return report(error.what(), backend::exitStatus::failure);
     }
 }

@@ -1,8 +1,8 @@
 #include "backend/run/RunFolder.h"
 
 #include <fcntl.h>
-#include <stdlib.h>
 
+#include <cstdlib>
 #include <stdexcept>
 #include <system_error>
 
