@@ -106,8 +106,8 @@ std::string manPage(const CLI::App& program) {
            ".B kivo\\-dev\n.I COMMAND\n.SH DESCRIPTION\n" +
            troff(sentence(program.get_description())) + "\n.SH COMMANDS\n" +
            commandEntries(program) + ".SH EXIT STATUS\n" + troff(program.get_footer()) +
-           ".SH ENVIRONMENT\n.TP\n.B KIVO_DEV_ADMIN_PORT\nThe admin port of the running backend.\n"
-           ".TP\n.B NO_COLOR\nIf set and not empty, output on a terminal has no colours.\n";
+           ".SH ENVIRONMENT\n.TP\n.B KIVO_DEV_ADMIN_PORT\nThe admin port of the running "
+           "backend.\n";
 }
 
 std::string bashCompletion(const CLI::App& program) {
