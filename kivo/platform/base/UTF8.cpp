@@ -79,9 +79,9 @@ void appendQuoted(std::string& output, std::string_view text,
                   void (*appendEscaped)(std::string& output, std::string_view sequence)) {
     output += '"';
     for (;;) {
-        const auto plain = plainPrefix(text);
-        output += text.substr(0, plain);
-        text.remove_prefix(plain);
+        const auto unchanged = plainPrefix(text);
+        output += text.substr(0, unchanged);
+        text.remove_prefix(unchanged);
         if (text.empty()) break;
         const auto sequence = firstSequence(text);
         if (sequence.isWellFormed) {

@@ -218,6 +218,12 @@ Transfers::Ending HTTPTransfer::conclude(CURLcode code) try {
     return {};
 }
 
+bool HTTPTransfer::isLarge() const {
+    constexpr std::size_t large = 1U << 20U;
+    const auto& sent = request_.httpBody();
+    return body_.size() + (sent ? sent->size() : 0) > large;
+}
+
 void HTTPTransfer::complete() { std::exchange(completion_, nullptr)(std::move(outcome_)); }
 
 }  // namespace kivo::platform

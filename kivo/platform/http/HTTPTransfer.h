@@ -55,6 +55,9 @@ public:
     /// found dead, never resets the count, and fails at the sixth time.
     bool handleIsFit() const { return connections_ == 1; }
 
+    /// Whether its bodies take megabytes.
+    bool isLarge() const;
+
     /// Hands the outcome over.
     Step<HTTPTransfer> completing{&HTTPTransfer::complete};
 

@@ -76,6 +76,7 @@ void Network::collectEnded() {
 }
 
 void Network::conclude(HTTPTransfer& transfer, CURLcode code) noexcept {
+    if (transfer.isLarge()) loop_.oweMemory();
     const auto ending = transfer.conclude(code);
     handles_.giveBack(std::exchange(transfer.easy, nullptr), transfer.handleIsFit());
     transfers_.ended(transfer, ending);

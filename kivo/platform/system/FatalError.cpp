@@ -18,12 +18,18 @@ iovec piece(std::string_view text) {
     return {.iov_base = const_cast<char*>(text.data()), .iov_len = text.size()};
 }
 
+/// The lines before the fatal one tell how it came to this.
+void letLinesOut() noexcept {
+    const auto deadline = Output::Clock::now() + std::chrono::seconds(1);
+    Output::shared().drain(deadline);
+    Output::shared().drainSink(deadline);
+}
+
 }  // namespace
 
 void fatalError(std::string_view message, std::string_view remedy) noexcept {
-    if (Process::isUsable())
-        Output::shared().drain();  // The lines before it tell how it came to this.
-    const OutputSignals masked;    // A broken standard error must not hide the abort.
+    if (Process::isUsable()) letLinesOut();
+    const OutputSignals masked;  // A broken standard error must not hide the abort.
     const std::array pieces = {piece("Fatal error: "), piece(message), piece("\n"), piece(remedy),
                                piece(remedy.empty() ? "" : "\n")};
     [[maybe_unused]] const auto written = writev(STDERR_FILENO, pieces.data(), pieces.size());

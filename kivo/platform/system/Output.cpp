@@ -20,8 +20,6 @@ namespace kivo::platform {
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
-
 /// A pipe that polls as writable takes this much at once, and whole.
 constexpr std::size_t piece = PIPE_BUF;
 constexpr int retryMilliseconds = 5;
@@ -219,14 +217,16 @@ void Output::forgetBatch() {
     written_ = 0;
 }
 
-void Output::drain() noexcept {
-    const auto deadline = Clock::now() + std::chrono::seconds(1);
+void Output::drain(Clock::time_point deadline) noexcept {
     for (write(); Clock::now() < deadline; write()) {
         const Obstacle what = obstacle();
         if (what.descriptor < 0 && what.milliseconds < 0) break;
         pollfd output{.fd = what.descriptor, .events = POLLOUT, .revents = 0};
         poll(&output, 1, retryMilliseconds);
     }
+}
+
+void Output::drainSink(Clock::time_point deadline) noexcept {
     Lock lock(mutex_);
     while (!sinkIsDone() && sinkReturned_.waitUntil(lock, deadline)) continue;
 }

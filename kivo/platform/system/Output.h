@@ -42,8 +42,13 @@ public:
     /// Writes as many lines as standard output takes without waiting.
     void write() noexcept;
 
-    /// Gives all queued lines up to a second to leave.
-    void drain() noexcept;
+    using Clock = std::chrono::steady_clock;
+
+    /// Gives the lines for standard output until `deadline` to leave.
+    void drain(Clock::time_point deadline) noexcept;
+
+    /// The same for the lines that a sink has not yet taken.
+    void drainSink(Clock::time_point deadline) noexcept;
 
     /// What holds up the queued lines.
     struct Obstacle {

@@ -1,5 +1,7 @@
 // The helper's part: work that may block, and the watch over the loop.
 
+#include <malloc.h>
+
 #include "kivo/platform/tasks/Loop.h"
 
 namespace kivo::platform {
@@ -12,10 +14,29 @@ constexpr std::chrono::seconds longestPerform{1};
 
 void Loop::handToHelper(Work& work) noexcept {
     const Lock lock(mutex_);
+    handToHelperLocked(work);
+}
+
+void Loop::handToHelperLocked(Work& work) noexcept {
     helpWanted_.push(work);
     ++helperJobs_;
     if (work.kind == Work::Kind::preparation) ++preparations_;
     helperWoken_.notifyOne();
+}
+
+/// It may take some milliseconds.
+void Loop::giveMemoryBack() {
+    class Trim final : public Work {
+    public:
+        Trim() : Work(Kind::commit) {}
+        void run() override {
+            isQueued = false;
+            malloc_trim(0);
+        }
+        std::atomic<bool> isQueued{false};
+    };
+    static Trim trim;
+    if (!trim.isQueued.exchange(true)) handToHelperLocked(trim);
 }
 
 void Loop::help() {

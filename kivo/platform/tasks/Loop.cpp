@@ -202,6 +202,7 @@ int Loop::millisecondsToSleep() {
     if (mayRun || isReleased || wireIsDue_ || !handedIn_.isEmpty() || stopping_) return 0;
     isAsleep_ = true;
     isIdle_ = activities_ == 0 && queue_.isEmpty() && held_.isEmpty() && Output::shared().isIdle();
+    if (isIdle_ && std::exchange(memoryIsOwed_, false)) giveMemoryBack();
     if (isIdleLocked()) idleReached_.notifyAll();
     return millisecondsToNextTimer();
 }
@@ -221,6 +222,7 @@ void Loop::pauseIfFruitless() {
 }
 
 /// The last turn: barriers run, even if they wait for a preparation; everything else stays undone.
+/// A slow reader of the lines gets half of the time that the exit hook has.
 void Loop::finish() {
     takeHandedIn();
     queue_.prepend(held_);
@@ -228,7 +230,7 @@ void Loop::finish() {
         Work& work = queue_.pop();
         work.kind == Work::Kind::barrier ? runDroppingErrors(work) : abandoned_.push(work);
     }
-    Output::shared().write();
+    Output::shared().drain(Clock::now() + Process::exitPatience / 2);
     {
         const Lock lock(mutex_);
         loopHasEnded_ = true;

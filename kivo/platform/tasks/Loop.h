@@ -74,6 +74,10 @@ public:
     /// Has the wire perform within this turn.
     void wireHasWork() noexcept { wireIsDue_ = true; }
 
+    /// Notes that buffers of megabytes were used: their memory is returned to the kernel once
+    /// nothing is under way. The allocator alone would keep it.
+    void oweMemory() noexcept { memoryIsOwed_ = true; }
+
     /// While one exists, something is under way that `waitUntilIdle` waits for.
     class Activity {
     public:
@@ -104,7 +108,9 @@ private:
 
     bool mustBeWoken() KIVO_REQUIRES(mutex_);
     void wake() KIVO_EXCLUDES(mutex_);
-    void handToHelper(Work& work) noexcept;
+    void handToHelper(Work& work) noexcept KIVO_EXCLUDES(mutex_);
+    void handToHelperLocked(Work& work) noexcept KIVO_REQUIRES(mutex_);
+    void giveMemoryBack() KIVO_REQUIRES(mutex_);
     void help();
     Work* awaitHelpWanted() KIVO_EXCLUDES(mutex_);
     Work* takeHelpWanted() KIVO_REQUIRES(mutex_);
@@ -132,6 +138,7 @@ private:
     bool isHolding_ = false;
     int activities_ = 0;
     int fruitlessTurns_ = 0;
+    bool memoryIsOwed_ = false;
 
     Mutex mutex_;
     WorkQueue handedIn_ KIVO_GUARDED_BY(mutex_);
