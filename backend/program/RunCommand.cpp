@@ -1,10 +1,26 @@
 #include <memory>
 #include <stdexcept>
+#include <vector>
 
 #include "backend/program/Commands.h"
 #include "backend/run/Run.h"
 
 namespace kivo::backend {
+
+namespace {
+
+/// `reports` must live as long as the command.
+void addReportOption(CLI::App& command, std::vector<ReportWriter>& reports) {
+    command
+        .add_option_function<std::string>(
+            "--report", [&reports](const auto& file) { reports.emplace_back(file); },
+            "Write a report at the end; .json, .har or .xml (JUnit) chooses the format; may be "
+            "repeated")
+        ->trigger_on_parse()
+        ->type_name("FILE");
+}
+
+}  // namespace
 
 void addRun(CLI::App& program, Command& selected) {
     auto* command = program.add_subcommand(
@@ -23,13 +39,7 @@ void addRun(CLI::App& program, Command& selected) {
                       "Leave the program's output and terminal as they are, and print nothing");
     command->add_option("--log", options->log, "Write the request lines into this file")
         ->type_name("FILE");
-    command
-        ->add_option_function<std::string>(
-            "--report", [options](const auto& file) { options->reports.emplace_back(file); },
-            "Write a report at the end; .json, .har or .xml (JUnit) chooses the format; may be "
-            "repeated")
-        ->trigger_on_parse()
-        ->type_name("FILE");
+    addReportOption(*command, options->reports);
     command->add_flag("--fresh", options->fresh,
                       "Give the program an empty state folder of its own (XDG_STATE_HOME and "
                       "XDG_DATA_HOME), removed afterwards");

@@ -24,7 +24,7 @@ constexpr int patience = 2000;
 
 /// Keeps nothing of ours open: a reader of our output waits until all of its writers have gone.
 void letGoOfEverythingBut(int pipe) {
-    dup2(pipe, STDERR_FILENO + 1);
+    if (pipe < 0 || dup2(pipe, STDERR_FILENO + 1) < 0) _exit(1);
     close_range(STDERR_FILENO + 2, ~0U, 0);
     for (int number = STDIN_FILENO; number <= STDERR_FILENO; ++number) {
         close(number);

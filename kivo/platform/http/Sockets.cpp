@@ -86,6 +86,7 @@ int Sockets::close(void* sockets, curl_socket_t socket) {
 void Sockets::shutDownBusiest() noexcept try {
     const Lock lock(mutex_);
     std::vector<std::pair<int, std::uint64_t>> before;
+    before.reserve(open_.size());
     for (const int socket : open_) before.emplace_back(socket, bytesRead(socket));
     std::this_thread::sleep_for(observed);
     int busiest = -1;

@@ -97,7 +97,7 @@ bool Keychain::holds(const Item& item) const {
 
 Keychain::FileState Keychain::fileState() const {
     struct stat found{};
-    if (!path_ || stat(path_->c_str(), &found) != 0) return FileState();
+    if (!path_ || stat(path_->c_str(), &found) != 0) return {};
     return FileState{.device = found.st_dev,
                      .inode = found.st_ino,
                      .size = found.st_size,
