@@ -1,14 +1,39 @@
+#include <dlfcn.h>
 #include <errno.h>
 #include <gmock/gmock.h>
 
+#include <cstdarg>
 #include <fstream>
 #include <set>
 #include <tuple>
 
 #include "kivo/platform/http/HTTPRedirect.h"
+#include "kivo/platform/http/HTTPTransfer.h"
 #include "tests/platform/Load.h"
 #include "tests/support/ScriptedBackend.h"
 #include "tests/support/TemporaryDirectory.h"
+
+#undef curl_easy_setopt
+
+namespace {
+
+CURLoption unknownOption = CURLOPT_LASTENTRY;
+
+}  // namespace
+
+/// libcurl's own but for the option that it is not to know.
+extern "C" CURLcode curl_easy_setopt(CURL* easy, CURLoption option, ...) {
+    if (option == unknownOption) return CURLE_UNKNOWN_OPTION;
+    static const auto own =
+        reinterpret_cast<decltype(&curl_easy_setopt)>(dlsym(RTLD_NEXT, "curl_easy_setopt"));
+    std::va_list values;
+    va_start(values, option);
+    const bool isOffset = option >= CURLOPTTYPE_OFF_T && option < CURLOPTTYPE_BLOB;
+    const CURLcode code = isOffset ? own(easy, option, va_arg(values, curl_off_t))
+                                   : own(easy, option, va_arg(values, void*));
+    va_end(values);
+    return code;
+}
 
 namespace kivo::tests {
 
@@ -160,6 +185,22 @@ TEST_F(HTTPTest, WhatGoesWrongHasItsCodeAndHandsOverNothing) {
     for (const char* method : {"", "GET / HTTP/1.1\r\nx: y", "ÄÖ"})
         EXPECT_EQ(begin(requestFor(backend_.url("unsent"), method)).outcome(), "-1000") << method;
     EXPECT_EQ(backend_.requests("unsent").size(), 0U);
+}
+
+/// The first is set for each handle, the second for each request.
+TEST_F(HTTPTest, AnOptionThatLibcurlDoesNotKnowFailsTheLoadAndIsNamed) {
+    for (const CURLoption option : {CURLOPT_QUICK_EXIT, CURLOPT_PROXY}) {
+        unknownOption = option;
+        EXPECT_EQ(get(backend_.url()), "-1011");
+    }
+    CURL* easy = curl_easy_init();
+    unknownOption = CURLOPT_PATH_AS_IS;
+    EXPECT_THAT([&] { HTTPTransfer::prepare(easy); },
+                testing::ThrowsMessage<URLError>(testing::HasSubstr(" refuses option 234: ")));
+    curl_easy_cleanup(easy);
+    EXPECT_EQ(backend_.requests().size(), 0U);
+    unknownOption = CURLOPT_LASTENTRY;
+    EXPECT_EQ(get(backend_.url()), "200 fine");
 }
 
 TEST_F(HTTPTest, SixConnectionsServeAHostAndALoadThatWaitsItsTurnCanBeCancelled) {

@@ -16,7 +16,8 @@ class EasyHandles {
 public:
     EasyHandles() { idle_.reserve(kept); }
 
-    /// A handle with the options that all exchanges share, or null if memory runs out.
+    /// A handle with the options that all exchanges share. Throws what HTTPTransfer::prepare
+    /// throws.
     CURL* take() {
         if (idle_.empty()) return make();
         CURL* easy = idle_.back();
@@ -34,13 +35,13 @@ public:
 private:
     static CURL* make() {
         CURL* easy = curl_easy_init();
-        if (easy == nullptr) return nullptr;
+        if (easy == nullptr) throw std::bad_alloc();
         try {
             HTTPTransfer::prepare(easy);
             return easy;
-        } catch (const std::bad_alloc&) {
+        } catch (...) {
             curl_easy_cleanup(easy);
-            return nullptr;
+            throw;
         }
     }
 

@@ -44,10 +44,20 @@ long idleSeconds(const URLRequest& request) {
         std::chrono::ceil<std::chrono::seconds>(request.timeoutInterval()).count());
 }
 
-/// libcurl copies texts. One that it cannot copy is no longer set at all.
+/// An option that libcurl refuses keeps its earlier value, so the request may not go out. An older
+/// libcurl than the one built with does not know them all.
+void check(CURLcode code, CURLoption option) {
+    if (code == CURLE_OK) return;
+    if (code == CURLE_OUT_OF_MEMORY) throw std::bad_alloc();
+    throw URLError(URLError::badServerResponse, std::string("libcurl ") +
+                                                    curl_version_info(CURLVERSION_NOW)->version +
+                                                    " refuses option " + std::to_string(option) +
+                                                    ": " + curl_easy_strerror(code));
+}
+
 template <typename Value>
 void set(CURL* easy, CURLoption option, Value value) {
-    if (curl_easy_setopt(easy, option, value) == CURLE_OUT_OF_MEMORY) throw std::bad_alloc();
+    check(curl_easy_setopt(easy, option, value), option);
 }
 
 /// Empty unless it is a plain token: it is printed.
@@ -93,7 +103,8 @@ void HTTPTransfer::prepare(CURL* handle) {
     // A silent name server would hold up every transfer.
     set(handle, CURLOPT_QUICK_EXIT, 1L);
     Sockets::shared().serve(handle);
-    set(handle, CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_2TLS));
+    // Refused by a libcurl without HTTP/2, which does well with HTTP/1.1.
+    curl_easy_setopt(handle, CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_2TLS));
     set(handle, CURLOPT_CONNECTTIMEOUT_MS, connectTimeoutMilliseconds);
     set(handle, CURLOPT_LOW_SPEED_LIMIT, 1L);
     set(handle, CURLOPT_SHARE, sharedSessions());
@@ -222,6 +233,12 @@ bool HTTPTransfer::isLarge() const {
     constexpr std::size_t large = 1U << 20U;
     const auto& sent = request_.httpBody();
     return body_.size() + (sent ? sent->size() : 0) > large;
+}
+
+Transfers::Ending HTTPTransfer::conclude(std::exception_ptr error) {
+    headers_ = HeaderLines();
+    outcome_ = std::move(error);
+    return {};
 }
 
 void HTTPTransfer::complete() { std::exchange(completion_, nullptr)(std::move(outcome_)); }

@@ -37,11 +37,11 @@ public:
     const URLRequest& request() const { return request_; }
 
     /// Sets the options that all exchanges share, once for each handle. Throws std::bad_alloc,
-    /// which leaves the handle unusable.
+    /// or a URLError for an option that libcurl refuses; both leave the handle unusable.
     static void prepare(CURL* handle);
 
     /// Sets up its handle, a prepared one, for this exchange, whatever it was used for before.
-    /// Throws std::bad_alloc, after which the handle can be configured again.
+    /// Throws what `prepare` throws, after which the handle can be configured again.
     void configure();
 
     /// The outcome if memory runs out, created at the first call.
@@ -50,6 +50,9 @@ public:
     /// Takes the outcome from its handle; if memory runs out, or there is no handle, that is the
     /// outcome. Returns what the transfer taught about its host.
     Transfers::Ending conclude(CURLcode code);
+
+    /// Takes `error` as the outcome.
+    Transfers::Ending conclude(std::exception_ptr error);
 
     /// Whether its handle is as good as new. libcurl counts in it how often a reused connection was
     /// found dead, never resets the count, and fails at the sixth time.

@@ -3,6 +3,7 @@
 #include <new>
 #include <utility>
 
+#include "kivo/platform/base/Error.h"
 #include "kivo/platform/http/Sockets.h"
 
 namespace kivo::platform {
@@ -27,7 +28,7 @@ void Network::start(const std::shared_ptr<HTTPTransfer>& transfer) noexcept {
     try {
         transfers_.add(*transfer);
     } catch (const std::bad_alloc&) {
-        transfer->conclude(CURLE_OUT_OF_MEMORY);
+        transfer->conclude(HTTPTransfer::lackOfMemory());
         return loop_.submit(transfer->completing.of(std::move(transfer->kept)));
     }
     beginDue();
@@ -36,24 +37,24 @@ void Network::start(const std::shared_ptr<HTTPTransfer>& transfer) noexcept {
 void Network::beginDue() noexcept {
     while (auto* entry = transfers_.next()) {
         auto& transfer = static_cast<HTTPTransfer&>(*entry);
-        if (!begin(transfer)) conclude(transfer, CURLE_OUT_OF_MEMORY);
+        try {
+            begin(transfer);
+        } catch (const std::bad_alloc&) {
+            retire(transfer, transfer.conclude(HTTPTransfer::lackOfMemory()));
+        } catch (...) {
+            retire(transfer, transfer.conclude(currentError()));
+        }
     }
 }
 
-/// Returns false if memory runs out.
-bool Network::begin(HTTPTransfer& transfer) noexcept {
+void Network::begin(HTTPTransfer& transfer) {
     transfer.easy = handles_.take();
-    if (transfer.easy == nullptr) return false;
-    try {
-        transfer.configure();
-    } catch (const std::bad_alloc&) {
-        return false;
-    }
+    transfer.configure();
     constexpr long keptSeconds = 60;
     const bool isStale = transfers_.takeStaleAddress(transfer);
     curl_easy_setopt(transfer.easy, CURLOPT_DNS_CACHE_TIMEOUT, isStale ? 0L : keptSeconds);
     loop_.wireHasWork();
-    return curl_multi_add_handle(multi_, transfer.easy) == CURLM_OK;
+    if (curl_multi_add_handle(multi_, transfer.easy) != CURLM_OK) throw std::bad_alloc();
 }
 
 void Network::perform() {
@@ -71,13 +72,13 @@ void Network::collectEnded() {
         curl_multi_remove_handle(multi_, easy);
         void* transfer = nullptr;
         curl_easy_getinfo(easy, CURLINFO_PRIVATE, &transfer);
-        conclude(*static_cast<HTTPTransfer*>(transfer), code);
+        auto& ended = *static_cast<HTTPTransfer*>(transfer);
+        if (ended.isLarge()) loop_.oweMemory();
+        retire(ended, ended.conclude(code));
     }
 }
 
-void Network::conclude(HTTPTransfer& transfer, CURLcode code) noexcept {
-    if (transfer.isLarge()) loop_.oweMemory();
-    const auto ending = transfer.conclude(code);
+void Network::retire(HTTPTransfer& transfer, const Transfers::Ending& ending) noexcept {
     handles_.giveBack(std::exchange(transfer.easy, nullptr), transfer.handleIsFit());
     transfers_.ended(transfer, ending);
     loop_.submit(transfer.completing.of(std::move(transfer.kept)));

@@ -34,9 +34,9 @@ private:
     explicit Network(Loop& loop);
 
     void beginDue() noexcept;
-    bool begin(HTTPTransfer& transfer) noexcept;
+    void begin(HTTPTransfer& transfer);
     void collectEnded();
-    void conclude(HTTPTransfer& transfer, CURLcode code) noexcept;
+    void retire(HTTPTransfer& transfer, const Transfers::Ending& ending) noexcept;
 
     Loop& loop_;
     CURLM* const multi_;

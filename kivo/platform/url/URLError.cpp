@@ -33,11 +33,17 @@ std::string textOf(URLError::Code code) {
 
 }  // namespace
 
-URLError::URLError(Code code)
-    : Error("Error Domain=NSURLErrorDomain Code=" + std::to_string(code) + " \"" + textOf(code) +
-            "\""),
+URLError::URLError(Code code) : URLError(code, textOf(code)) {}
+
+URLError::URLError(Code code, const std::string& text)
+    : Error("Error Domain=NSURLErrorDomain Code=" + std::to_string(code) + " \"" + text + "\""),
       code_(code) {}
 
-std::string URLError::localizedDescription() const { return textOf(code_); }
+/// What the description has between its quotes.
+std::string URLError::localizedDescription() const {
+    const std::string_view description = what();
+    const auto begin = description.find('"') + 1;
+    return std::string(description.substr(begin, description.size() - begin - 1));
+}
 
 }  // namespace kivo::platform

@@ -27,6 +27,9 @@ public:
 
     explicit URLError(Code code);
 
+    /// With a text in place of the code's own.
+    URLError(Code code, const std::string& text);
+
     Code code() const noexcept { return code_; }
     std::string localizedDescription() const override;
 
