@@ -96,12 +96,13 @@ void Desk::reset() {
 ServerOptions Desk::serverOptions() {
     return {.port = options_.port,
             .identity = options_.identity,
+            .proxyIdentity = options_.proxyIdentity,
             .handler = [this](const Request& request) { return answer(request); },
             .chooseHandshake = [this] { return handshakeAction(); },
             .tunnelPolicy = [this](const std::string& target) { return tunnelPolicy(target); },
             .onHandshakeFailed = [this](const std::string& reason) { handshakeFailed(reason); },
             .onExchange = [this](Exchange exchange) { finished(std::move(exchange)); },
-            .upstreamProxy = options_.upstreamProxy,
+            .upstreamProxy = [this](const std::string& target) { return upstreamProxy(target); },
             .onlyOwnUser = options_.onlyOwnUser};
 }
 
@@ -119,9 +120,18 @@ void Desk::handshakeFailed(const std::string& reason) {
 TunnelPolicy Desk::tunnelPolicy(const std::string& authority) {
     if (!options_.tunnelPolicy) return TunnelPolicy::intercept;
     const auto policy = options_.tunnelPolicy(authority);
-    if (policy == TunnelPolicy::forward && tally_.countForwarded(authority))
+    if (policy == TunnelPolicy::forward && tally_.countForwarded(authority)) {
+        if (options_.onForwarded) options_.onForwarded(authority);
         journal_.record(eventOf(EntryKind::forwarded, authority));
+    }
     return policy;
+}
+
+/// The user's environment may name this very backend, which would connect to itself for ever.
+std::optional<UpstreamProxy> Desk::upstreamProxy(const std::string& authority) const {
+    auto proxy = options_.upstreamProxy ? options_.upstreamProxy(authority) : std::nullopt;
+    const bool isSelf = proxy && isLoopback(proxy->address.host) && proxy->address.port == port();
+    return isSelf ? std::nullopt : proxy;
 }
 
 Reply Desk::answer(const Request& request) {
@@ -137,8 +147,9 @@ Reply Desk::answer(const Request& request) {
 
 Reply Desk::goodReply(const Request& request) {
     const auto image = imageAt(request.path());
-    if (image && request.method == "GET") {
-        if (auto pushed = images_.serve(*image)) return std::move(*pushed);
+    const bool isGet = request.method == "GET";
+    if (image && (isGet || request.method == "HEAD")) {
+        if (auto pushed = images_.serve(*image, isGet)) return std::move(*pushed);
     }
     return service_.answer(request);
 }

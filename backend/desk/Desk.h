@@ -30,7 +30,11 @@ struct DeskOptions {
     std::optional<std::uint64_t> seed = {};
     bool showSecrets = false;
     Identity identity = {};
+    /// Presented to clients that use the backend as their proxy; empty: `identity`.
+    Identity proxyIdentity = {};
     std::function<TunnelPolicy(const std::string&)> tunnelPolicy = {};
+    /// Called with the "host:port" of the first connection to each host that is forwarded.
+    std::function<void(const std::string&)> onForwarded = {};
     std::function<std::optional<UpstreamProxy>(const std::string&)> upstreamProxy = {};
     std::function<void(const std::string&)> onHandshakeFailed = {};
     /// Whether programs of other users are turned away.
@@ -84,6 +88,7 @@ public:
 private:
     HandshakeAction handshakeAction();
     TunnelPolicy tunnelPolicy(const std::string& authority);
+    std::optional<UpstreamProxy> upstreamProxy(const std::string& authority) const;
     void handshakeFailed(const std::string& reason);
     Reply answer(const Request& request);
     Reply goodReply(const Request& request);

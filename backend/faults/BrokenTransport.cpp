@@ -76,9 +76,12 @@ Reply endlessBody(const Request&, Reply good, std::string_view) {
 }
 
 Reply compressedBomb(const Request&, Reply, std::string_view) {
+    const auto& zeros = zippedZeros();
     return {.headers = {{"Content-Type", "application/json"}, {"Content-Encoding", "gzip"}},
-            .body = zippedZeros(),
-            .repetitions = 1024};
+            .body = zeros.megabyte,
+            .repetitions = zeros.megabytes,
+            .opening = zeros.header,
+            .closing = zeros.trailer};
 }
 
 bool isRedirect(std::string_view argument) {

@@ -1,11 +1,10 @@
 // How a connection waits and closes.
 
 #include <boost/asio/redirect_error.hpp>
-#include <boost/asio/steady_timer.hpp>
 #include <boost/asio/use_awaitable.hpp>
 
+#include <algorithm>
 #include <array>
-#include <memory>
 
 #include "backend/http/Connection.h"
 
@@ -14,8 +13,16 @@ namespace kivo::backend {
 namespace asio = boost::asio;
 using boost::system::error_code;
 
-void Connection::release() {
-    if (hanging_) stream_.socket().cancel();
+namespace {
+
+constexpr std::chrono::milliseconds betweenLooks(100);
+
+}  // namespace
+
+void Connection::wakeUp(WakeUp reason) {
+    if (awaited_ != reason) return;
+    awaited_ = WakeUp::none;
+    timer_.cancel();
 }
 
 void Connection::closeIfIdle() {
@@ -25,20 +32,26 @@ void Connection::closeIfIdle() {
 
 asio::awaitable<void> Connection::waitBeforeSending(const Reply& reply) {
     if (reply.delay.count() > 0) co_await pause(reply.delay);
-    if (reply.delivery == Delivery::hang) co_await waitForRelease();
+    if (reply.delivery == Delivery::hang)
+        co_await waitUntil(Clock::time_point::max(), WakeUp::release);
 }
 
-/// Ends early, and closes the connection, if the client leaves.
 asio::awaitable<void> Connection::pause(std::chrono::milliseconds duration) {
-    const auto timer = std::make_shared<asio::steady_timer>(stream_.get_executor(), duration);
+    co_await waitUntil(Clock::now() + duration, WakeUp::none);
+}
+
+/// Ends early at that wake-up, or, closing the connection, when the client has left. What the
+/// client sends meanwhile, or the end of it, is read later.
+asio::awaitable<void> Connection::waitUntil(Clock::time_point end, WakeUp reason) {
+    awaited_ = reason;
     auto& socket = stream_.socket();
-    socket.async_wait(asio::ip::tcp::socket::wait_read, [timer](const error_code& interruption) {
-        if (!interruption) timer->cancel();
-    });
-    error_code departure;
-    co_await timer->async_wait(asio::redirect_error(asio::use_awaitable, departure));
     error_code ignored;
-    departure ? socket.close(ignored) : socket.cancel(ignored);
+    while (socket.is_open() && awaited_ == reason && Clock::now() < end) {
+        timer_.expires_at(std::min(end, Clock::now() + betweenLooks));
+        co_await timer_.async_wait(asio::redirect_error(asio::use_awaitable, ignored));
+        if (departure_.isNoticed(socket)) socket.close(ignored);
+    }
+    awaited_ = WakeUp::none;
 }
 
 /// Drops unsent data and resets the connection.
@@ -46,17 +59,6 @@ void Connection::reset() {
     error_code ignored;
     stream_.socket().set_option(asio::socket_base::linger(true, 0), ignored);
     stream_.socket().close(ignored);
-}
-
-/// A waiting client sends nothing, so anything to read means that it is leaving.
-asio::awaitable<void> Connection::waitForRelease() {
-    error_code interruption;
-    hanging_ = true;
-    co_await stream_.socket().async_wait(asio::ip::tcp::socket::wait_read,
-                                         asio::redirect_error(asio::use_awaitable, interruption));
-    hanging_ = false;
-    error_code ignored;
-    if (!interruption) stream_.socket().close(ignored);
 }
 
 /// Keeps reading for a moment before closing: unread bytes would reset the connection and lose the

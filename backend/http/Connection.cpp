@@ -9,6 +9,7 @@
 
 #include <utility>
 
+#include "backend/http/Peer.h"
 #include "backend/http/RequestParser.h"
 #include "backend/http/Tunnel.h"
 
@@ -22,6 +23,7 @@ using boost::system::error_code;
 namespace {
 
 constexpr std::chrono::seconds handshakeLimit(10);
+constexpr std::string_view goOn = "HTTP/1.1 100 Continue\r\n\r\n";
 constexpr std::size_t longestPiece = 64 * 1024;
 
 Reply replyOf(const Handler& handler, const Request& request) {
@@ -43,7 +45,8 @@ Connection::Connection(asio::ip::tcp::socket socket, ServerContext& shared, std:
     : stream_(std::move(socket)),
       buffer_(shared.options.limits.headerBytes + longestPiece),
       shared_(shared),
-      number_(number) {}
+      number_(number),
+      timer_(stream_.get_executor()) {}
 
 asio::awaitable<void> Connection::serve() {
     auto next = co_await serveLayer();
@@ -64,8 +67,12 @@ asio::awaitable<Connection::Next> Connection::startTls() {
     const auto action = shared_.options.chooseHandshake ? shared_.options.chooseHandshake()
                                                         : HandshakeAction::proceed;
     if (action == HandshakeAction::refuse) co_return co_await refuseTls();
-    auto& context = action == HandshakeAction::presentUntrusted ? shared_.untrusted : shared_.tls;
-    co_return co_await serveTls(context);
+    const bool untrusted = action == HandshakeAction::presentUntrusted;
+    co_return co_await serveTls(untrusted ? shared_.untrusted : trustedContext());
+}
+
+asio::ssl::context& Connection::trustedContext() {
+    return authority_.empty() ? shared_.tls : shared_.proxyTls;
 }
 
 asio::awaitable<Connection::Next> Connection::refuseTls() {
@@ -109,6 +116,9 @@ asio::awaitable<Connection::Next> Connection::serveRequest(Stream& stream) {
     co_await http::async_read_header(stream, buffer_, parser,
                                      asio::redirect_error(asio::use_awaitable, error));
     idle_ = false;
+    if (!error && expectsContinue(parser))
+        co_await asio::async_write(stream, asio::buffer(goOn),
+                                   asio::redirect_error(asio::use_awaitable, error));
     if (!error)
         co_await http::async_read(stream, buffer_, parser,
                                   asio::redirect_error(asio::use_awaitable, error));
@@ -160,7 +170,7 @@ asio::awaitable<bool> Connection::repeatBody(Stream& stream, const Reply& reply)
     bool sent = true;
     for (std::uint64_t count = 1; sent && count < reply.repetitions; ++count)
         sent = co_await send(stream, reply.body, reply);
-    co_return sent;
+    co_return sent&& co_await send(stream, reply.closing, reply);
 }
 
 template <typename Stream>
@@ -191,20 +201,27 @@ void Connection::reportFailedHandshake(const error_code& error) const {
     if (shared_.options.onHandshakeFailed) shared_.options.onHandshakeFailed(error.message());
 }
 
+/// Other users of this machine would otherwise reach other hosts in our user's name.
+TunnelPolicy Connection::tunnelPolicy(const std::string& authority) {
+    const auto& choose = shared_.options.tunnelPolicy;
+    const auto policy = choose ? choose(authority) : TunnelPolicy::intercept;
+    const bool isStranger = policy == TunnelPolicy::forward && !isOwnUser(stream_.socket());
+    return isStranger ? TunnelPolicy::refuse : policy;
+}
+
 asio::awaitable<Connection::Next> Connection::openTunnel(std::string authority) {
     static constexpr std::string_view established = "HTTP/1.1 200 Connection established\r\n\r\n";
     static constexpr std::string_view forbidden =
         "HTTP/1.1 403 Forbidden\r\nContent-Length: 0\r\nConnection: close\r\n\r\n";
-    const auto tunnelPolicy = shared_.options.tunnelPolicy ? shared_.options.tunnelPolicy(authority)
-                                                           : TunnelPolicy::intercept;
-    if (tunnelPolicy == TunnelPolicy::forward) {
+    const auto policy = tunnelPolicy(authority);
+    if (policy == TunnelPolicy::forward) {
         auto upstream =
             shared_.options.upstreamProxy ? shared_.options.upstreamProxy(authority) : std::nullopt;
         co_await tunnel(stream_, buffer_, std::move(authority), std::move(upstream));
         co_return Next::close;
     }
     authority_ = std::move(authority);
-    const bool here = tunnelPolicy == TunnelPolicy::intercept;
+    const bool here = policy == TunnelPolicy::intercept;
     const auto bytes = asio::buffer(here ? established : forbidden);
     co_await asio::async_write(stream_, bytes, asio::use_awaitable);
     co_return here ? Next::tunnel : Next::close;

@@ -9,8 +9,8 @@
 
 #include <chrono>
 #include <cstdint>
-#include <memory>
 
+#include "backend/http/Peer.h"
 #include "backend/http/Server.h"
 
 namespace kivo::backend {
@@ -19,6 +19,7 @@ namespace kivo::backend {
 struct ServerContext {
     ServerOptions options;
     boost::asio::ssl::context tls{boost::asio::ssl::context::tls_server};
+    boost::asio::ssl::context proxyTls{boost::asio::ssl::context::tls_server};
     boost::asio::ssl::context untrusted{boost::asio::ssl::context::tls_server};
 };
 
@@ -30,17 +31,20 @@ public:
     /// Returns when the connection has closed; throws if the peer or the network broke it.
     boost::asio::awaitable<void> serve();
 
-    /// Sends the reply if it is being held.
-    void release();
-
-    /// Asks a reply that goes on for more.
-    void wake();
+    /// What may end a wait early.
+    enum class WakeUp {
+        none,
+        release,  ///< Sends the reply if it is being held.
+        news,     ///< Asks a reply that goes on for more.
+    };
+    void wakeUp(WakeUp reason);
 
     /// Closes the connection if it is waiting for a request.
     void closeIfIdle();
 
 private:
     enum class Next { request, tunnel, close };
+    using Clock = std::chrono::steady_clock;
     static constexpr std::chrono::seconds closeLimit{1};
 
     boost::asio::awaitable<Next> serveLayer();
@@ -57,6 +61,8 @@ private:
     boost::asio::awaitable<bool> deliver(Stream& stream, Exchange& exchange, bool keepAlive);
     template <typename Stream>
     boost::asio::awaitable<Next> refuse(Stream& stream, Request request, int status);
+    boost::asio::ssl::context& trustedContext();
+    TunnelPolicy tunnelPolicy(const std::string& authority);
     boost::asio::awaitable<Next> openTunnel(std::string authority);
     void reportFailedHandshake(const boost::system::error_code& error) const;
     template <typename Stream>
@@ -64,11 +70,10 @@ private:
     template <typename Stream>
     boost::asio::awaitable<bool> repeatBody(Stream& stream, const Reply& reply);
     boost::asio::awaitable<void> sendMore(const Reply& reply);
-    boost::asio::awaitable<void> waitForMore();
     boost::asio::awaitable<void> waitBeforeSending(const Reply& reply);
     boost::asio::awaitable<void> pause(std::chrono::milliseconds duration);
     void reset();
-    boost::asio::awaitable<void> waitForRelease();
+    boost::asio::awaitable<void> waitUntil(Clock::time_point end, WakeUp reason);
     boost::asio::awaitable<void> drain();
     void restartIdleTimer();
 
@@ -77,9 +82,10 @@ private:
     ServerContext& shared_;
     const std::uint64_t number_;
     std::string authority_;
-    std::shared_ptr<boost::asio::steady_timer> waitingForMore_;
+    boost::asio::steady_timer timer_;
+    WakeUp awaited_ = WakeUp::none;
+    Departure departure_;
     bool tls_ = false;
-    bool hanging_ = false;
     bool idle_ = false;
 };
 

@@ -3,6 +3,8 @@
 #include <boost/beast/http/status.hpp>
 
 #include <algorithm>
+#include <array>
+#include <ctime>
 #include <string_view>
 
 namespace kivo::backend {
@@ -22,16 +24,30 @@ std::string statusLine(int status) {
     return "HTTP/1.1 " + std::to_string(status) + " " + std::string(reason) + "\r\n";
 }
 
-std::string head(const Reply& reply, bool keepAlive) {
+/// As in "Sun, 06 Nov 1994 08:49:37 GMT".
+std::string dateNow() {
+    const auto now = std::time(nullptr);
+    std::tm parts{};
+    gmtime_r(&now, &parts);
+    std::array<char, 32> text{};
+    std::strftime(text.data(), text.size(), "%a, %d %b %Y %H:%M:%S GMT", &parts);
+    return text.data();
+}
+
+std::string head(const Reply& reply, const Request& request, bool keepAlive) {
     std::string text = statusLine(reply.status);
     for (const auto& header : reply.headers) text += header.name + ": " + header.value + "\r\n";
     const bool framed = has(reply, "Content-Length") || has(reply, "Transfer-Encoding") ||
                         reply.repetitions == Reply::endless || reply.more;
     if (!framed && mayHaveBody(reply.status)) {
-        const auto length = reply.body.size() * reply.repetitions;
+        const auto length =
+            reply.opening.size() + reply.body.size() * reply.repetitions + reply.closing.size();
         text += "Content-Length: " + std::to_string(length) + "\r\n";
     }
-    if (!keepAlive && !has(reply, "Connection")) text += "Connection: close\r\n";
+    if (!has(reply, "Date")) text += "Date: " + dateNow() + "\r\n";
+    const bool saysItself = has(reply, "Connection");
+    if (!keepAlive && !saysItself) text += "Connection: close\r\n";
+    if (keepAlive && request.isHttp10 && !saysItself) text += "Connection: keep-alive\r\n";
     return text + "\r\n";
 }
 
@@ -55,10 +71,11 @@ bool hasBody(const Reply& reply, const Request& request) {
 
 std::string wireText(const Reply& reply, const Request& request, bool keepAlive) {
     if (reply.delivery == Delivery::raw) return reply.body;
-    std::string text = head(reply, keepAlive);
+    std::string text = head(reply, request, keepAlive);
     if (reply.delivery == Delivery::resetInHead) return text.substr(0, text.size() / 2);
     if (!hasBody(reply, request)) return text;
     const auto whole = reply.body.size();
+    text += reply.opening;
     return text.append(reply.body, 0, reply.delivery == Delivery::cutBody ? whole / 2 : whole);
 }
 

@@ -38,6 +38,9 @@ struct Reply {
     std::chrono::milliseconds drip{0};
     /// How many times the body is sent in a row. An endless body has no length.
     std::uint64_t repetitions = 1;
+    /// Sent once before and once after all repetitions of the body.
+    std::string opening = {};
+    std::string closing = {};
     /// Asked for the text that follows the body, again and again until either side closes, on the
     /// server's thread. Empty text means nothing for now: the next call follows Server::wake(), or
     /// half a second. Only for connections without TLS.
@@ -54,8 +57,8 @@ struct Reply {
 /// Answers one request at a time on the server's thread; must not block.
 using Handler = std::function<Reply(const Request&)>;
 
-/// The bytes to send, with the body once. Content-Length is added unless the reply's own headers
-/// frame the body or the body is endless.
+/// The bytes to send, up to the first repetition of the body. Content-Length is added unless the
+/// reply's own headers frame the body or the body is endless.
 std::string wireText(const Reply& reply, const Request& request, bool keepAlive);
 
 /// Whether a body is sent at all.

@@ -22,6 +22,8 @@ struct Request {
     /// The number of the server's connection, from 1: requests with the same number shared one
     /// kept-alive connection.
     std::uint64_t connection = 0;
+    /// HTTP/1.0, whose connections close unless both sides ask for the opposite.
+    bool isHttp10 = false;
     std::chrono::system_clock::time_point arrival = {};
 
     /// The target without scheme, authority and query.

@@ -13,9 +13,16 @@ RequestParser::RequestParser(const ServerLimits& limits) {
     body_limit(limits.bodyBytes);
 }
 
+bool expectsContinue(RequestParser& parser) {
+    const auto& head = parser.get();
+    return !parser.is_done() && head.version() == 11 &&
+           boost::beast::iequals(head[http::field::expect], "100-continue");
+}
+
 Request requestFrom(RequestParser& parser) {
     auto& message = parser.get();
     Request request{.method = message.method_string(), .target = message.target()};
+    request.isHttp10 = message.version() == 10;
     for (const auto& field : message) {
         request.headers.push_back({.name = field.name_string(), .value = field.value()});
     }

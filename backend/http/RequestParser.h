@@ -13,6 +13,9 @@ public:
     explicit RequestParser(const ServerLimits& limits);
 };
 
+/// Whether the client waits for "100 Continue" before it sends the body. Only after the header.
+bool expectsContinue(RequestParser& parser);
+
 /// The request, or what had arrived before an error. Moves the body out of the parser.
 Request requestFrom(RequestParser& parser);
 

@@ -9,6 +9,7 @@
 #include <openssl/ssl.h>
 #include <pthread.h>
 
+#include <functional>
 #include <future>
 #include <set>
 #include <string>
@@ -18,7 +19,7 @@
 
 #include "backend/http/Connection.h"
 #include "backend/http/Listeners.h"
-#include "backend/http/PeerUser.h"
+#include "backend/http/Peer.h"
 
 namespace kivo::backend {
 
@@ -56,6 +57,9 @@ public:
         : shared_{.options = std::move(options)},
           acceptors_(listenOnLoopback(context_, shared_.options.port)) {
         configure(shared_.tls, shared_.options.identity);
+        const auto& proxyIdentity = shared_.options.proxyIdentity;
+        configure(shared_.proxyTls,
+                  proxyIdentity.certificate.empty() ? shared_.options.identity : proxyIdentity);
         configure(shared_.untrusted, Authority::make().issue(loopbackHosts()));
         for (auto& acceptor : acceptors_)
             asio::co_spawn(context_, accept(acceptor), asio::detached);
@@ -69,10 +73,15 @@ public:
 
     std::uint16_t port() const { return acceptors_.front().local_endpoint().port(); }
 
-    void forEachConnection(void (Connection::*message)()) {
-        asio::post(context_, [this, message] {
-            for (auto* connection : open_) (connection->*message)();
+    template <typename Action>
+    void forEachConnection(Action action) {
+        asio::post(context_, [this, action] {
+            for (auto* connection : open_) action(*connection);
         });
+    }
+
+    void wakeUp(Connection::WakeUp reason) {
+        forEachConnection([reason](Connection& each) { each.wakeUp(reason); });
     }
 
     bool isEmpty() {
@@ -146,15 +155,15 @@ Server::~Server() = default;
 std::uint16_t Server::port() const { return port_; }
 
 void Server::release() {
-    if (impl_) impl_->forEachConnection(&Connection::release);
+    if (impl_) impl_->wakeUp(Connection::WakeUp::release);
 }
 
 void Server::wake() {
-    if (impl_) impl_->forEachConnection(&Connection::wake);
+    if (impl_) impl_->wakeUp(Connection::WakeUp::news);
 }
 
 void Server::closeIdleConnections() {
-    if (impl_) impl_->forEachConnection(&Connection::closeIfIdle);
+    if (impl_) impl_->forEachConnection(std::mem_fn(&Connection::closeIfIdle));
 }
 
 void Server::awaitDisconnects(std::chrono::milliseconds limit) {

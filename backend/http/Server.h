@@ -18,7 +18,7 @@ namespace kivo::backend {
 /// What to do with a CONNECT, with which a client uses the server as its proxy.
 enum class TunnelPolicy {
     intercept,  ///< Answer as if this server were that host.
-    forward,    ///< Connect the client to that host.
+    forward,    ///< Connect the client to that host, if it belongs to our own user or to root.
     refuse,
 };
 
@@ -43,6 +43,8 @@ struct ServerOptions {
     std::uint16_t port = 0;
     /// Empty: no TLS.
     Identity identity = {};
+    /// Presented to clients that sent a CONNECT first. Empty: `identity`.
+    Identity proxyIdentity = {};
     Handler handler;
     /// Called on the server's thread when a client starts TLS; may be empty.
     std::function<HandshakeAction()> chooseHandshake = {};

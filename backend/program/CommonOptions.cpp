@@ -73,6 +73,12 @@ void addCommonOptions(CLI::App& command, CommonOptions& options) {
     command.add_flag("--strict", options.strict,
                      "Exit with a failure if a request broke the contract");
     command.add_flag("--show-secrets", desk.showSecrets, "Show tokens and keys in full");
+    options.baseUrls = {KIVO_PRODUCTION_BASE_URL, KIVO_DEVELOPMENT_BASE_URL};
+    command
+        .add_option("--host", options.hosts,
+                    "Another https host to answer for as a proxy, NAME or NAME:PORT; may be "
+                    "repeated")
+        ->allow_extra_args(false);
     command.footer("Kinds of faults, written ENDPOINT:KIND[=ARG][:times=N][:p=0.3]:\n" +
                    describeFaultKinds());
 }

@@ -29,12 +29,7 @@ void addRun(CLI::App& program, Command& selected) {
         "kivo-dev run -- ./app ARGS");
     const auto options = std::make_shared<RunOptions>();
     options->common.adminPort = 0;
-    options->baseUrls = {KIVO_PRODUCTION_BASE_URL, KIVO_DEVELOPMENT_BASE_URL};
     addCommonOptions(*command, options->common);
-    command
-        ->add_option("--host", options->hosts,
-                     "Another https host to answer for, NAME or NAME:PORT; may be repeated")
-        ->allow_extra_args(false);
     command->add_flag("--quiet", options->quiet,
                       "Leave the program's output and terminal as they are, and print nothing");
     command->add_option("--log", options->log, "Write the request lines into this file")

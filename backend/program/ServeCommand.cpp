@@ -27,8 +27,9 @@ void addServe(CLI::App& program, Command& selected) {
     addCommonOptions(*command, options->common);
     command
         ->add_option("--ready-fd", options->readyDescriptor,
-                     "Descriptor to which the line \"PORT TRUST-FILE\" is written once the backend "
-                     "listens, then the admin port on its own line")
+                     "Descriptor to which three lines are written once the backend listens: "
+                     "\"PORT TRUST-FILE\", the admin port or \"off\", and the trust file for "
+                     "programs that use it as their proxy")
         ->check(numberFrom(3, std::numeric_limits<int>::max()))
         ->type_name("N");
     command->add_flag("--open", options->opensPage, "Opens the inspector page in your browser");

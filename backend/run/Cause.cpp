@@ -12,14 +12,14 @@ constexpr std::chrono::seconds brief(2);
 
 }  // namespace
 
-std::string likelyCause(const Traffic& traffic, int exitStatus,
+std::string likelyCause(const Totals& totals, int exitStatus,
                         std::chrono::steady_clock::duration lifetime) {
     if (exitStatus == exitStatus::signalled + SIGABRT)
         return "it aborted, as it does when its first request finds no application identifier: "
                "write KIVO_BUNDLE_IDENTIFIER(\"com.example.app\") in one of its source files";
-    if (traffic.failedHandshakes > 0)
+    if (totals.failedHandshakes > 0)
         return "it does not trust this backend: see the TLS handshakes that failed above";
-    if (traffic.forwarded > 0)
+    if (!totals.forwarded.empty())
         return "it connected to other hosts only: is one of them your base URL's? --host answers "
                "for it here";
     if (lifetime < brief)

@@ -2,6 +2,8 @@
 
 #include <cstdint>
 #include <optional>
+#include <string>
+#include <vector>
 
 #include "backend/desk/Desk.h"
 
@@ -15,6 +17,10 @@ struct CommonOptions {
     std::optional<std::uint16_t> adminPort = {};
     /// Exit with a failure if a request broke the contract.
     bool strict = false;
+    /// The hosts that it answers for as a proxy.
+    std::vector<std::string> baseUrls = {};
+    /// "NAME" or "NAME:PORT", in addition to the base URLs.
+    std::vector<std::string> hosts = {};
 };
 
 }  // namespace kivo::backend

@@ -2,11 +2,8 @@
 
 #include <unistd.h>
 
-#include <algorithm>
 #include <chrono>
 #include <cstdlib>
-#include <iterator>
-#include <memory>
 #include <optional>
 #include <set>
 #include <string>
@@ -24,60 +21,15 @@
 #include "backend/run/ChildWatch.h"
 #include "backend/run/Descriptors.h"
 #include "backend/run/Guardian.h"
-#include "backend/run/Interception.h"
 #include "backend/run/Narrator.h"
+#include "backend/run/ProxyRole.h"
 #include "backend/run/RunFolder.h"
-#include "backend/run/UpstreamProxies.h"
-#include "backend/tls/Authority.h"
-#include "backend/tls/TrustedAlready.h"
 
 namespace kivo::backend {
 
 namespace {
 
 using SteadyClock = std::chrono::steady_clock;
-
-Interception interceptionOf(const RunOptions& options) {
-    Interception interception;
-    for (const auto& url : options.baseUrls) interception.addBaseUrl(url);
-    for (const auto& host : options.hosts) interception.addHost(host);
-    return interception;
-}
-
-Identity identityFor(const Authority& authority, std::vector<std::string> names) {
-    std::ranges::copy(loopbackHosts(), std::back_inserter(names));
-    return authority.issue(names);
-}
-
-/// Intercepts the covered hosts and forwards to all others. Each of those is reported once, since
-/// it may be one that was meant to be intercepted.
-class TunnelRouter {
-public:
-    TunnelRouter(Interception interception, const Narrator& narrator, Traffic& traffic)
-        : interception_(std::move(interception)), narrator_(narrator), traffic_(traffic) {}
-
-    TunnelPolicy operator()(const std::string& target) {
-        if (interception_.covers(target)) return TunnelPolicy::intercept;
-        ++traffic_.forwarded;
-        if (logged_.size() < logLimit && logged_.insert(target).second)
-            narrator_.log("forwards to " + printable(target) + advice(target) + "\n");
-        return TunnelPolicy::forward;
-    }
-
-private:
-    static std::string advice(const std::string& target) {
-        const auto host = hostAndPort(target);
-        if (!host || isAddress(host->host) || !isDnsName(host->host)) return "";
-        return "; to answer it here: --host " + target;
-    }
-
-    static constexpr std::size_t logLimit = 100;
-
-    Interception interception_;
-    const Narrator& narrator_;
-    Traffic& traffic_;
-    std::set<std::string> logged_;
-};
 
 /// One run, from its parts to its verdict.
 class ProgramRun {
@@ -89,7 +41,6 @@ public:
 
 private:
     DeskOptions deskOptions();
-    AdminInfo adminInfo() const;
     ChildOptions childOptions() const;
     std::string readyText() const;
     void follow(ChildProcess& child, const ChildWatch& watch);
@@ -99,13 +50,9 @@ private:
     const RunFolder& folder_;
     const Guardian& guardian_;
     const GuardedSignals& signals_;
-    const std::vector<std::string> environment_ = ownEnvironment();
-    const Interception interception_;
-    const Authority authority_;
-    const std::string trustFile_;
     Output output_;
     const Narrator narrator_;
-    Traffic traffic_;
+    const ProxyRole proxy_;
     Desk desk_;
     std::optional<AdminServer> admin_;
     SteadyClock::time_point start_;
@@ -117,48 +64,37 @@ ProgramRun::ProgramRun(RunOptions options, const RunFolder& folder, const Guardi
       folder_(folder),
       guardian_(guardian),
       signals_(signals),
-      interception_(interceptionOf(options_)),
-      authority_(Authority::make(interception_.names())),
-      trustFile_(folder.writeTrustFile(trustedAlready() + authority_.certificate())),
       narrator_(output_, options_.quiet, options_.log),
+      proxy_(options_.common, folder, "", [this](const auto& line) { narrator_.log(line); }),
       desk_(deskOptions(), [this](const Entry& entry) {
           narrator_.log(requestLine(entry, options_.common.desk.showSecrets));
       }) {
     desk_.open();
-    if (options_.common.adminPort) admin_.emplace(desk_, *options_.common.adminPort, adminInfo());
+    if (options_.common.adminPort)
+        admin_.emplace(desk_, *options_.common.adminPort, proxy_.adminInfo(desk_.port()));
     keepFromPrograms(inherited);
 }
 
 DeskOptions ProgramRun::deskOptions() {
     auto desk = options_.common.desk;
-    desk.identity = identityFor(authority_, interception_.names());
+    desk.identity = proxy_.identity();
     desk.onlyOwnUser = true;
-    desk.tunnelPolicy = TunnelRouter(interception_, narrator_, traffic_);
-    desk.upstreamProxy = upstreamProxies(
-        environment_, [this](const std::string& warning) { narrator_.log(warning + "\n"); });
+    proxy_.direct(desk);
     desk.onHandshakeFailed = [this](const std::string& reason) {
-        if (!isRejection(reason)) ++traffic_.failedHandshakes;
         narrator_.log(handshakeLine(reason));
     };
     return desk;
 }
 
-AdminInfo ProgramRun::adminInfo() const {
-    return {.hosts = interception_.description(),
-            .environment = "https_proxy=http://127.0.0.1:" + std::to_string(desk_.port()) +
-                           " SSL_CERT_FILE=" + trustFile_,
-            .trustFile = trustFile_};
-}
-
 ChildOptions ProgramRun::childOptions() const {
-    BackendAddress backend{.port = desk_.port(), .trustFile = trustFile_};
+    BackendAddress backend{.port = desk_.port(), .trustFile = proxy_.trustFile()};
     if (admin_) backend.adminPort = admin_->port();
     if (options_.fresh) backend.stateFolder = folder_.path();
     backend.isAnsweredHere = [this](const std::string& entry) {
-        return interception_.isCoveredBy(entry);
+        return proxy_.interception().isCoveredBy(entry);
     };
     return {.command = options_.command,
-            .environment = childEnvironment(environment_, backend),
+            .environment = childEnvironment(ownEnvironment(), backend),
             .mask = signals_.maskBefore(),
             .hasPipes = !options_.quiet};
 }
@@ -166,7 +102,8 @@ ChildOptions ProgramRun::childOptions() const {
 std::string ProgramRun::readyText() const {
     auto text = "kivo-dev runs " + options_.command.front() +
                 "; its https goes through this backend\n  answered here  " +
-                interception_.description() + "\n  base URL       " + desk_.baseUrl() + "\n";
+                proxy_.interception().description() + "\n  base URL       " + desk_.baseUrl() +
+                "\n";
     if (!admin_) return text;
     return text + "  page           " + admin_->pageUrl() +
            "\n  admin          kivo-dev state --admin-port " + std::to_string(admin_->port()) +
@@ -201,7 +138,7 @@ int ProgramRun::conclude(const ChildState& state) {
     auto text = "kivo-dev: the program " + state.description() + "\n" + summaryOf(totals);
     if (totals.requests.empty())
         text += "  no requests arrived; most likely " +
-                likelyCause(traffic_, state.exitStatus(), SteadyClock::now() - start_) + "\n";
+                likelyCause(totals, state.exitStatus(), SteadyClock::now() - start_) + "\n";
     narrator_.tell(text);
     const bool broken = options_.common.strict && desk_.tally().violationsEver() > 0;
     const int status = state.exitStatus();

@@ -11,9 +11,6 @@ namespace kivo::backend {
 
 struct RunOptions {
     CommonOptions common = {};
-    std::vector<std::string> baseUrls = {};
-    /// "NAME" or "NAME:PORT", in addition to the base URLs.
-    std::vector<std::string> hosts = {};
     /// The program and its arguments.
     std::vector<std::string> command = {};
     /// The program's standard output and terminal are left as they are, and we print nothing.

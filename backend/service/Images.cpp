@@ -40,11 +40,11 @@ std::string Images::add(std::string_view fileName, std::string bytes) {
     return name;
 }
 
-std::optional<Reply> Images::serve(std::string_view name) {
+std::optional<Reply> Images::serve(std::string_view name, bool isHit) {
     const Lock lock(mutex_);
     const auto image = std::ranges::find(images_, name, &Image::name);
     if (image == images_.end()) return std::nullopt;
-    ++image->hits;
+    if (isHit) ++image->hits;
     return Reply{.headers = {{.name = "Content-Type", .value = typeOf(image->name)}},
                  .body = image->bytes};
 }

@@ -28,8 +28,8 @@ public:
     /// request it by. Throws std::invalid_argument if the image is empty.
     std::string add(std::string_view fileName, std::string bytes);
 
-    /// The image; counts as a hit. std::nullopt for an unknown name.
-    std::optional<Reply> serve(std::string_view name);
+    /// The image; std::nullopt for an unknown name. Counts a hit if this is one.
+    std::optional<Reply> serve(std::string_view name, bool isHit);
 
     /// 0 for an unknown name.
     unsigned hits(std::string_view name) const;

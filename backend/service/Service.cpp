@@ -37,7 +37,7 @@ Reply done(const std::string& message) {
 }
 
 Reply image(std::string_view name, const Request& request) {
-    if (request.method != "GET") return wrongMethod("GET");
+    if (request.method != "GET" && request.method != "HEAD") return wrongMethod("GET, HEAD");
     return {.headers = {{.name = "Content-Type", .value = "image/png"}}, .body = tinyImage(name)};
 }
 

@@ -126,7 +126,8 @@ END
 
 TEST_F(ProgramTest, RunAnswersForTheBaseUrlsAndForwardsToAllOtherHosts) {
     const std::string preparation = ask + R"(
-        kivo serve --port 0 --ready-fd 3 3>ready >log & read -r port trust <ready
+        kivo serve --port 0 --ready-fd 3 3>ready >log &
+        { read -r port trust; read -r admin; read -r trusted_by_clients; } <ready
         export NO_PROXY=* http_proxy=x ALL_PROXY=x SSL_CERT_FILE=$trust
         open=$(ls /proc/self/fd | wc -l); cat >app <<END
         sh ask api.kivo.example:443; sh ask extra.example:99; sh ask localhost:$port
@@ -139,8 +140,11 @@ END
     expectSteps(
         preparation,
         {{"(kivo run --host extra.example -- sh app) >out; echo $?", "^app err . oops\n7\n$"},
+         {"HTTPS_PROXY=http://127.0.0.1:$port SSL_CERT_FILE=$trusted_by_clients sh ask "
+          "api.kivo.example:443",
+          "^HTTP/1.1 200 OK"},
+         {"grep -c /img/a log; kill $!; wait $!", "^2\n$"},
          {"ls $PWD | grep kivo-dev-run", "^$"},
-         {"grep -c /img/a log; kill $!", "^1\n$"},
          {"grep -c '^backend .*GET /img/a  200' out", "^2\n$"},
          {"grep -c '^app     | HTTP/1.1 200 OK' out", "^3\n$"},
          {"grep 'answered here' out", "api.kivo.example:443[^\n]*, extra.example\n"},

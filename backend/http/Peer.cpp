@@ -1,0 +1,114 @@
+#include "backend/http/Peer.h"
+
+#include <netinet/tcp.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <bit>
+#include <cstdint>
+#include <cstdio>
+#include <fstream>
+#include <optional>
+#include <sstream>
+#include <string>
+
+namespace kivo::backend {
+
+namespace {
+
+using boost::asio::ip::tcp;
+
+/// As the kernel writes it: each 32-bit word of the address in the machine's own byte order, in
+/// hexadecimal, then the port.
+template <typename Bytes>
+std::string kernelText(const Bytes& bytes, unsigned port) {
+    std::string text;
+    std::array<char, 16> part{};
+    for (std::size_t at = 0; at < bytes.size(); at += 4) {
+        const auto word = std::bit_cast<std::uint32_t>(
+            std::array{bytes[at], bytes[at + 1], bytes[at + 2], bytes[at + 3]});
+        std::snprintf(part.data(), part.size(), "%08X", word);
+        text += part.data();
+    }
+    std::snprintf(part.data(), part.size(), ":%04X", port);
+    return text + part.data();
+}
+
+std::string kernelText(const tcp::endpoint& endpoint) {
+    const auto address = endpoint.address();
+    return address.is_v4() ? kernelText(address.to_v4().to_bytes(), endpoint.port())
+                           : kernelText(address.to_v6().to_bytes(), endpoint.port());
+}
+
+/// The user in a row "number: local remote state queues timer retransmits user timeout inode". A
+/// socket that its program has closed has no inode, and its user is unknown.
+std::optional<uid_t> userIn(const std::string& row) {
+    std::istringstream words(row);
+    std::string ignored;
+    for (int count = 0; count < 7; ++count) words >> ignored;
+    uid_t user = 0;
+    unsigned long inode = 0;
+    words >> user >> ignored >> inode;
+    return words && inode != 0 ? std::optional(user) : std::nullopt;
+}
+
+/// Whom a connection belongs to, by one of the kernel's tables.
+std::optional<uid_t> userIn(std::ifstream table, const std::string& local,
+                            const std::string& remote) {
+    const auto pair = local + " " + remote;
+    for (std::string row; std::getline(table, row);)
+        if (row.find(pair) != row.npos) return userIn(row);
+    return std::nullopt;
+}
+
+tcp::endpoint mapped(const tcp::endpoint& endpoint) {
+    namespace ip = boost::asio::ip;
+    return {ip::make_address_v6(ip::v4_mapped, endpoint.address().to_v4()), endpoint.port()};
+}
+
+bool canAskKernel() { return static_cast<bool>(std::ifstream("/proc/net/tcp")); }
+
+/// The user of the program at the other end, unless it has closed its socket.
+std::optional<uid_t> peerUser(const tcp::socket& socket) {
+    boost::system::error_code gone;
+    const auto peer = socket.remote_endpoint(gone);
+    const auto own = socket.local_endpoint(gone);
+    if (gone) return std::nullopt;
+    const bool isV4 = peer.address().is_v4();
+    const auto user = userIn(std::ifstream(isV4 ? "/proc/net/tcp" : "/proc/net/tcp6"),
+                             kernelText(peer), kernelText(own));
+    if (user || !isV4) return user;
+    // Some clients use IPv6 sockets for IPv4 addresses.
+    return userIn(std::ifstream("/proc/net/tcp6"), kernelText(mapped(peer)),
+                  kernelText(mapped(own)));
+}
+
+int stateOf(tcp::socket& socket) {
+    tcp_info info{};
+    socklen_t size = sizeof info;
+    const int failed = getsockopt(socket.native_handle(), IPPROTO_TCP, TCP_INFO, &info, &size);
+    return failed ? static_cast<int>(TCP_CLOSE) : info.tcpi_state;
+}
+
+}  // namespace
+
+bool isOwnUser(const tcp::socket& socket) {
+    if (!canAskKernel()) return true;
+    const auto user = peerUser(socket);
+    return user && (*user == geteuid() || *user == 0);
+}
+
+/// The kernel's table is long to read, so a client that stays half-closed is looked for ever less
+/// often.
+bool Departure::isNoticed(tcp::socket& socket) {
+    const int state = stateOf(socket);
+    if (state != TCP_CLOSE_WAIT) return state != TCP_ESTABLISHED;
+    const auto now = Clock::now();
+    if (now < nextLook_) return false;
+    nextLook_ = now + betweenLooks_;
+    betweenLooks_ = std::min<Clock::duration>(2 * betweenLooks_, std::chrono::seconds(5));
+    return !canAskKernel() || !peerUser(socket);
+}
+
+}  // namespace kivo::backend
