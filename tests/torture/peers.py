@@ -207,25 +207,6 @@ class Mute(Listener):
         silence(connection)
 
 
-def frame(kind, stream, payload=b"", flags=0):
-    return struct.pack(">I", len(payload))[1:] + struct.pack(">BBI", kind, flags, stream) + payload
-
-
-class Flood(Listener):
-    """Sends empty pieces of an HTTP/2 body without end."""
-
-    def serve(self, plain):
-        context = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
-        context.load_cert_chain(place.cert)
-        context.set_alpn_protocols(["h2"])
-        with contextlib.suppress(OSError):
-            connection = context.wrap_socket(plain, server_side=True)
-            connection.recv(65536)
-            connection.sendall(frame(4, 0) + frame(1, 1, b"\x88", 4))  # Settings, 200.
-            while True:
-                connection.sendall(frame(0, 1) * 1500)
-
-
 def black_hole(address=("127.0.0.1", 0)):
     """A port that never takes a connection, as its queue is full."""
     listener = socket.create_server(address, backlog=0)

@@ -132,6 +132,7 @@ void HTTPTransfer::prepare(CURL* handle) {
 }
 
 void HTTPTransfer::configure() {
+    if (++attempts_ > 1) set(easy, CURLOPT_FRESH_CONNECT, 1L);
     set(easy, CURLOPT_URL, request_.url().absoluteString().c_str());
     configureMethod();
     configureHeaders();
@@ -160,6 +161,7 @@ void HTTPTransfer::configureMethod() const {
 }
 
 void HTTPTransfer::configureHeaders() {
+    headers_ = HeaderLines();
     for (const auto& [name, value] : request_.headerFields())
         isBlank(value) ? headers_.add({name, ";"}) : headers_.add({name, ": ", value});
     headers_.add({"Expect:"});
@@ -189,6 +191,14 @@ bool HTTPTransfer::receive(const char* bytes, std::size_t count) {
     } catch (const std::bad_alloc&) {  // Must not unwind through libcurl.
         return false;
     }
+}
+
+bool HTTPTransfer::mayBeginAgain(CURLcode code) const {
+    const bool isMissed = code == CURLE_FAILED_INIT || code == CURLE_HTTP2;
+    if (!isMissed || attempts_ > 1 || headerSize_ > 0) return false;
+    long connectionsMade = 0;
+    curl_easy_getinfo(easy, CURLINFO_NUM_CONNECTS, &connectionsMade);
+    return connectionsMade == 0;
 }
 
 const std::exception_ptr& HTTPTransfer::lackOfMemory() {

@@ -44,6 +44,12 @@ public:
     /// Throws what `prepare` throws, after which the handle can be configured again.
     void configure();
 
+    /// Whether, after a failure with `code`, it may be configured a second time, for a connection
+    /// of its own. What a reused connection loses before a byte of the reply has come, libcurl
+    /// sends again, except on a connection whose tunnel through a proxy is still being set up, or
+    /// whose HTTP/2 session the server has just ended.
+    bool mayBeginAgain(CURLcode code) const;
+
     /// The outcome if memory runs out, created at the first call.
     static const std::exception_ptr& lackOfMemory();
 
@@ -56,7 +62,7 @@ public:
 
     /// Whether its handle is as good as new. libcurl counts in it how often a reused connection was
     /// found dead, never resets the count, and fails at the sixth time.
-    bool handleIsFit() const { return connections_ == 1; }
+    bool handleIsFit() const { return connections_ == 1 && attempts_ == 1; }
 
     /// Whether its bodies take megabytes.
     bool isLarge() const;
@@ -82,6 +88,7 @@ private:
     std::size_t headerSize_ = 0;
     bool headIsWhole_ = false;
     bool isTooLarge_ = false;
+    int attempts_ = 0;
     int connections_ = 0;
     Result<HTTPReply> outcome_;
 };

@@ -35,15 +35,16 @@ void Network::start(const std::shared_ptr<HTTPTransfer>& transfer) noexcept {
 }
 
 void Network::beginDue() noexcept {
-    while (auto* entry = transfers_.next()) {
-        auto& transfer = static_cast<HTTPTransfer&>(*entry);
-        try {
-            begin(transfer);
-        } catch (const std::bad_alloc&) {
-            retire(transfer, transfer.conclude(HTTPTransfer::lackOfMemory()));
-        } catch (...) {
-            retire(transfer, transfer.conclude(currentError()));
-        }
+    while (auto* entry = transfers_.next()) beginOrRetire(static_cast<HTTPTransfer&>(*entry));
+}
+
+void Network::beginOrRetire(HTTPTransfer& transfer) noexcept {
+    try {
+        begin(transfer);
+    } catch (const std::bad_alloc&) {
+        retire(transfer, transfer.conclude(HTTPTransfer::lackOfMemory()));
+    } catch (...) {
+        retire(transfer, transfer.conclude(currentError()));
     }
 }
 
@@ -73,9 +74,18 @@ void Network::collectEnded() {
         void* transfer = nullptr;
         curl_easy_getinfo(easy, CURLINFO_PRIVATE, &transfer);
         auto& ended = *static_cast<HTTPTransfer*>(transfer);
-        if (ended.isLarge()) loop_.oweMemory();
-        retire(ended, ended.conclude(code));
+        if (ended.mayBeginAgain(code)) {
+            beginAgain(ended);
+        } else {
+            if (ended.isLarge()) loop_.oweMemory();
+            retire(ended, ended.conclude(code));
+        }
     }
+}
+
+void Network::beginAgain(HTTPTransfer& transfer) noexcept {
+    handles_.giveBack(std::exchange(transfer.easy, nullptr), false);
+    beginOrRetire(transfer);
 }
 
 void Network::retire(HTTPTransfer& transfer, const Transfers::Ending& ending) noexcept {

@@ -35,6 +35,8 @@ private:
 
     void beginDue() noexcept;
     void begin(HTTPTransfer& transfer);
+    void beginOrRetire(HTTPTransfer& transfer) noexcept;
+    void beginAgain(HTTPTransfer& transfer) noexcept;
     void collectEnded();
     void retire(HTTPTransfer& transfer, const Transfers::Ending& ending) noexcept;
 
