@@ -54,13 +54,14 @@ void Network::begin(HTTPTransfer& transfer) {
     constexpr long keptSeconds = 60;
     const bool isStale = transfers_.takeStaleAddress(transfer);
     curl_easy_setopt(transfer.easy, CURLOPT_DNS_CACHE_TIMEOUT, isStale ? 0L : keptSeconds);
-    loop_.wireHasWork();
     if (curl_multi_add_handle(multi_, transfer.easy) != CURLM_OK) throw std::bad_alloc();
+    ++running_;
+    loop_.wireHasWork();
 }
 
 void Network::perform() {
-    int running = 0;
-    curl_multi_perform(multi_, &running);
+    int unended = 0;
+    curl_multi_perform(multi_, &unended);
     collectEnded();
     beginDue();
 }
@@ -71,6 +72,7 @@ void Network::collectEnded() {
         CURL* easy = message->easy_handle;
         const CURLcode code = message->data.result;
         curl_multi_remove_handle(multi_, easy);
+        --running_;
         void* transfer = nullptr;
         curl_easy_getinfo(easy, CURLINFO_PRIVATE, &transfer);
         auto& ended = *static_cast<HTTPTransfer*>(transfer);
@@ -100,6 +102,7 @@ void Network::cancel(HTTPTransfer& transfer) noexcept {
     CURL* easy = std::exchange(transfer.easy, nullptr);
     curl_easy_setopt(easy, CURLOPT_FORBID_REUSE, 1L);
     curl_multi_remove_handle(multi_, easy);
+    --running_;
     curl_easy_cleanup(easy);
     transfers_.ended(transfer, {.connectionIsSuspect = true});
     beginDue();

@@ -28,6 +28,7 @@ public:
     void connected(const HTTPTransfer& transfer) noexcept { transfers_.connected(transfer); }
 
     void perform() override;
+    bool isActive() const noexcept override { return running_ > 0; }
     void cutOff() noexcept override;
 
 private:
@@ -44,6 +45,7 @@ private:
     CURLM* const multi_;
     EasyHandles handles_;
     Transfers transfers_;
+    int running_ = 0;  // In the multi handle.
 };
 
 }  // namespace kivo::platform

@@ -67,8 +67,8 @@ bool Keychain::lookAhead(std::string_view service, std::string_view account) {
     if (!Process::isOwn()) return false;
     {
         const Lock lock(mutex_);
-        const Item* item = find(service, account);
-        if (item != nullptr && holds(*item)) return false;
+        Item* item = find(service, account);
+        if (item != nullptr && holdsForIntake(*item)) return false;
     }
     Loop::shared().submit([this, service = std::string(service),
                            account = std::string(account)] { look(service, account); },
@@ -93,6 +93,15 @@ Keychain::Item& Keychain::findOrMake(std::string_view service, std::string_view 
 /// Whether the latest look at the disk would find the same today.
 bool Keychain::holds(const Item& item) const {
     return item.pendingAdditions > 0 || (item.seen && item.seen == fileState());
+}
+
+/// The file is asked once for all the work that the loop has taken in together.
+bool Keychain::holdsForIntake(Item& item) const {
+    const unsigned intake = Loop::isCurrent() ? Loop::shared().intake() : 0;
+    if (intake != 0 && item.intake == intake) return true;
+    if (!holds(item)) return false;
+    item.intake = intake;
+    return true;
 }
 
 Keychain::FileState Keychain::fileState() const {

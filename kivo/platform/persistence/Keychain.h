@@ -67,12 +67,14 @@ private:
         std::string account;
         std::optional<Data> data;
         std::optional<FileState> seen;  // The file at the latest look; empty if it may yet change.
+        unsigned intake = 0;            // The loop's, when the file was last unchanged.
         int pendingAdditions = 0;
     };
 
     Item* find(std::string_view service, std::string_view account) KIVO_REQUIRES(mutex_);
     Item& findOrMake(std::string_view service, std::string_view account) KIVO_REQUIRES(mutex_);
     bool holds(const Item& item) const KIVO_REQUIRES(mutex_);
+    bool holdsForIntake(Item& item) const KIVO_REQUIRES(mutex_);
     FileState fileState() const;
     std::optional<Data> look(std::string_view service, std::string_view account);
     std::optional<Data> read(std::string_view service, std::string_view account)

@@ -48,9 +48,10 @@ void Loop::help() {
         }
         Lock lock(mutex_);
         if (--helperJobs_ == 0 && isIdle_) idleReached_.notifyAll();
-        const bool isNeeded = isPreparation && --preparations_ == 0 && mustBeWoken();
+        const bool isAwaited = isPreparation && --preparations_ == 0;
+        const Sleep sleep = isAwaited ? endSleep() : Sleep::none;
         lock.unlock();
-        if (isNeeded) wake();
+        wake(sleep);
     }
     sem_post(&helperHasParked_);
 }

@@ -49,6 +49,7 @@ bool waitFor(sem_t& semaphore, Loop::Clock::time_point deadline) noexcept {
 }  // namespace
 
 Loop::Loop() : multi_(makeMulti()) {
+    sem_init(&woken_, 0, 0);
     sem_init(&loopHasParked_, 0, 0);
     sem_init(&helperHasParked_, 0, 0);
 }
@@ -93,31 +94,36 @@ void Loop::enqueue(Work& work) noexcept {
     Lock lock(mutex_);
     handedIn_.push(work);
     hasHandedIn_.store(true, std::memory_order_relaxed);
-    const bool isNeeded = mustBeWoken();
+    const Sleep sleep = endSleep();
     lock.unlock();  // The loop takes it as soon as it wakes.
-    if (isNeeded) wake();
+    wake(sleep);
 }
 
-/// A loop that is awake looks for new work before it sleeps.
-bool Loop::mustBeWoken() {
+/// A loop that is awake looks for new work before it sleeps. Returns the sleep that must be ended
+/// by `wake`.
+Loop::Sleep Loop::endSleep() {
     isIdle_ = false;
-    return std::exchange(isAsleep_, false);
+    return std::exchange(sleep_, Sleep::none);
 }
 
-/// The kernel may refuse the byte if it lacks memory. If it does so twice, the next submission
-/// tries again.
-void Loop::wake() {
-    if (curl_multi_wakeup(multi_) == CURLM_OK || curl_multi_wakeup(multi_) == CURLM_OK) return;
-    const Lock lock(mutex_);
-    isAsleep_ = true;
+/// The semaphore costs half as much. The kernel may refuse libcurl's byte if it lacks memory; if it
+/// does so twice, the next submission tries again.
+void Loop::wake(Sleep sleep) {
+    if (sleep == Sleep::none) return;
+    if (sleep == Sleep::onSemaphore) {
+        sem_post(&woken_);
+    } else if (curl_multi_wakeup(multi_) != CURLM_OK && curl_multi_wakeup(multi_) != CURLM_OK) {
+        const Lock lock(mutex_);
+        sleep_ = sleep;
+    }
 }
 
 void Loop::wakeForOutput() {
     Loop& loop = *running.load(std::memory_order_acquire);
     Lock lock(loop.mutex_);
-    const bool isNeeded = loop.mustBeWoken();
+    const Sleep sleep = loop.endSleep();
     lock.unlock();
-    if (isNeeded) loop.wake();
+    loop.wake(sleep);
 }
 
 void Loop::run() {
@@ -143,7 +149,8 @@ void Loop::turn() {
 
 void Loop::takeHandedIn() {
     const Lock lock(mutex_);
-    isAsleep_ = false;
+    ++intake_;
+    sleep_ = Sleep::none;
     hasHandedIn_.store(false, std::memory_order_relaxed);
     isHolding_ = preparations_ > 0;
     if (!isHolding_) queue_.prepend(held_);
@@ -182,29 +189,36 @@ void Loop::perform() {
 
 void Loop::sleep() {
     const auto obstacle = Output::shared().obstacle();
-    curl_waitfd output{.fd = obstacle.descriptor, .events = CURL_WAIT_POLLOUT, .revents = 0};
-    int timeout = millisecondsToSleep();
-    if (timeout == 0 && queue_.isEmpty()) return;
+    const bool polls = obstacle.descriptor >= 0 || (wire_ != nullptr && wire_->isActive());
+    int timeout = millisecondsToSleep(polls ? Sleep::inPoll : Sleep::onSemaphore);
     if (obstacle.milliseconds >= 0) timeout = std::min(timeout, obstacle.milliseconds);
-    int ready = 0;
-    curl_multi_poll(multi_, &output, obstacle.descriptor >= 0 ? 1 : 0, timeout, &ready);
-    long curlTimeout = -1;
-    curl_multi_timeout(multi_, &curlTimeout);
-    wireIsDue_ = wire_ != nullptr && (wireIsDue_ || ready > 0 || curlTimeout == 0);
-    pauseIfFruitless();
+    if (polls) return poll(obstacle.descriptor, timeout);
+    if (timeout > 0) waitFor(woken_, Clock::now() + std::chrono::milliseconds(timeout));
 }
 
 /// Unless it returns 0, the loop must be woken from now on for whatever is submitted.
-int Loop::millisecondsToSleep() {
+int Loop::millisecondsToSleep(Sleep sleep) {
     const Lock lock(mutex_);
     const bool mayRun = !queue_.isEmpty() && !Output::shared().isFull();
     const bool isReleased = !held_.isEmpty() && preparations_ == 0;
     if (mayRun || isReleased || wireIsDue_ || !handedIn_.isEmpty() || stopping_) return 0;
-    isAsleep_ = true;
+    sleep_ = sleep;
     isIdle_ = activities_ == 0 && queue_.isEmpty() && held_.isEmpty() && Output::shared().isIdle();
     if (isIdle_ && std::exchange(memoryIsOwed_, false)) giveMemoryBack();
     if (isIdleLocked()) idleReached_.notifyAll();
     return millisecondsToNextTimer();
+}
+
+/// Waits for what the network waits for, and for `descriptor` to become writable unless it is -1.
+void Loop::poll(int descriptor, int milliseconds) {
+    if (milliseconds == 0 && queue_.isEmpty()) return;
+    curl_waitfd output{.fd = descriptor, .events = CURL_WAIT_POLLOUT, .revents = 0};
+    int ready = 0;
+    curl_multi_poll(multi_, &output, descriptor >= 0 ? 1 : 0, milliseconds, &ready);
+    long curlTimeout = -1;
+    curl_multi_timeout(multi_, &curlTimeout);
+    wireIsDue_ = wire_ != nullptr && (wireIsDue_ || ready > 0 || curlTimeout == 0);
+    pauseIfFruitless();
 }
 
 int Loop::millisecondsToNextTimer() const {
@@ -246,6 +260,7 @@ void Loop::stop(Deadline deadline) noexcept {
     if (onLoop) {
         finish();
     } else {
+        sem_post(&woken_);
         curl_multi_wakeup(multi_);
     }
     if (waitFor(loopHasParked_, deadline)) waitFor(helperHasParked_, deadline);

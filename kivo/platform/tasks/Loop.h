@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <cstdint>
 #include <functional>
 
 #include "kivo/platform/base/Mutex.h"
@@ -14,7 +15,8 @@
 namespace kivo::platform {
 
 /// The process's two background threads and the queue that feeds them. The loop runs everything,
-/// turn by turn, and waits only in libcurl's poll; the helper runs what may block. Any thread may
+/// turn by turn, and sleeps in libcurl's poll, or on a semaphore while the network has nothing to
+/// wait for; the helper runs what may block. Any thread may
 /// submit work; only `waitUntilIdle` blocks. What work throws is dropped. In a forked child every
 /// call does nothing.
 class Loop final : public Process::Stoppable {
@@ -27,6 +29,8 @@ public:
     public:
         /// Moves the bytes that are ready and takes up what has ended. Called on the loop.
         virtual void perform() = 0;
+        /// Whether it waits for descriptors or time limits of its own.
+        virtual bool isActive() const noexcept = 0;
         /// Cuts off the peer that keeps the loop inside `perform`. Called on the helper.
         virtual void cutOff() noexcept = 0;
 
@@ -66,7 +70,11 @@ public:
     /// Returns false if the work of `timer` is queued already.
     bool unschedule(Timer& timer) noexcept { return timers_.remove(timer); }
 
-    /// libcurl's multi handle. The loop sleeps in its poll.
+    /// Counts how often work of other threads was taken in. What was learned since the latest
+    /// intake is younger than all work that runs.
+    unsigned intake() const noexcept { return intake_; }
+
+    /// libcurl's multi handle, in whose poll the loop sleeps.
     void* multi() const noexcept { return multi_; }
 
     void carry(Wire& wire) noexcept { wire_ = &wire; }
@@ -88,6 +96,9 @@ public:
     };
 
 private:
+    /// Where the loop sleeps, which decides what wakes it.
+    enum class Sleep : std::uint8_t { none, onSemaphore, inPoll };
+
     Loop();
 
     static Loop& begin();
@@ -101,13 +112,14 @@ private:
     void take(Work& work) noexcept;
     void perform();
     void sleep();
-    int millisecondsToSleep();
+    int millisecondsToSleep(Sleep sleep) KIVO_EXCLUDES(mutex_);
+    void poll(int descriptor, int milliseconds);
     int millisecondsToNextTimer() const;
     void pauseIfFruitless();
     void finish();
 
-    bool mustBeWoken() KIVO_REQUIRES(mutex_);
-    void wake() KIVO_EXCLUDES(mutex_);
+    Sleep endSleep() KIVO_REQUIRES(mutex_);
+    void wake(Sleep sleep) KIVO_EXCLUDES(mutex_);
     void handToHelper(Work& work) noexcept KIVO_EXCLUDES(mutex_);
     void handToHelperLocked(Work& work) noexcept KIVO_REQUIRES(mutex_);
     void giveMemoryBack() KIVO_REQUIRES(mutex_);
@@ -125,6 +137,7 @@ private:
     std::atomic<bool> hasHandedIn_{false};
     std::atomic<unsigned> passage_{0};  // Odd while the loop is inside libcurl.
     std::atomic<bool> isWatched_{false};
+    sem_t woken_{};
     sem_t loopHasParked_{};
     sem_t helperHasParked_{};
 
@@ -133,6 +146,7 @@ private:
     WorkQueue held_;       // Waits for the helper's preparations.
     WorkQueue abandoned_;  // Not freed: nothing is torn down when the process ends.
     Timers timers_;
+    unsigned intake_ = 0;
     Wire* wire_ = nullptr;
     bool wireIsDue_ = false;
     bool isHolding_ = false;
@@ -142,7 +156,7 @@ private:
 
     Mutex mutex_;
     WorkQueue handedIn_ KIVO_GUARDED_BY(mutex_);
-    bool isAsleep_ KIVO_GUARDED_BY(mutex_) = false;
+    Sleep sleep_ KIVO_GUARDED_BY(mutex_) = Sleep::none;
     bool isIdle_ KIVO_GUARDED_BY(mutex_) = true;
     Condition idleReached_;
     WorkQueue helpWanted_ KIVO_GUARDED_BY(mutex_);
