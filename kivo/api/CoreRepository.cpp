@@ -39,18 +39,21 @@ constexpr Endpoint<DeviceTokenSubmitResponse> userConsent{
 constexpr Endpoint<UnsetUserResponseData> userUnset{
     .operation = "unsetUser(sessionId:)", .method = "PUT", .path = "api/communication/user/unset"};
 
+/// Whether an operation can go on where it is: on the loop, with the device identifier known. The
+/// helper reads the store and the keychain from disk, not the caller's thread.
+bool isReadyHere() {
+    if (!platform::Process::isUsable()) return false;
+    CacheManager::instance();
+    return !AppKeychainManager().lookAhead() && platform::Loop::isCurrent();
+}
+
 template <typename Payload>
 CoreRepository::Reply<Payload> send(Endpoint<Payload> endpoint,
                                     std::optional<NetworkClient::Parameters> parameters) {
-    if (!platform::Process::isUsable()) co_await std::suspend_always();  // Dropped.
-    // The helper reads the store and the keychain from disk, not the caller's thread.
-    CacheManager::instance();
-    const bool isLookedUp = AppKeychainManager().lookAhead();
-    if (isLookedUp || !platform::Loop::isCurrent()) co_await platform::OnLoop();
+    if (!isReadyHere()) co_await platform::OnLoop();
 
     using Envelope = std::optional<ApiResponse<Payload>>;
-    auto start = [endpoint, parameters = std::move(parameters)](
-                     const platform::CheckedContinuation<Envelope>& continuation) {
+    auto start = [&](const platform::CheckedContinuation<Envelope>& continuation) {
         NetworkClient::instance().request<ApiResponse<Payload>>(
             endpoint.path, endpoint.method, parameters,
             [continuation](platform::Result<ApiResponse<Payload>> result) {
@@ -58,7 +61,7 @@ CoreRepository::Reply<Payload> send(Endpoint<Payload> endpoint,
             });
     };
     co_return co_await platform::withCheckedThrowingContinuation<Envelope>(endpoint.operation,
-                                                                           std::move(start));
+                                                                           start);
 }
 
 struct Member {

@@ -51,8 +51,8 @@ private:
 
     template <typename T>
     static platform::Result<T> decoded(platform::Result<Body> result) {
-        if (auto* error = std::get_if<std::exception_ptr>(&result)) return *error;
-        const Body& body = std::get<Body>(result);
+        if (result.error) return std::move(result.error);
+        const Body& body = *result.value;
         try {
             return platform::JSON::decode<T>(body.data);
         } catch (...) {

@@ -204,7 +204,7 @@ protected:
         using Envelope = ApiResponse<UnsetUserResponseData>;
         bool isRead = false;
         NetworkClient::instance().request<Envelope>(endpoint, method, parameters, [&](auto result) {
-            isRead = std::holds_alternative<Envelope>(result);
+            isRead = result.value.has_value();
         });
         settle();
         EXPECT_TRUE(isRead);

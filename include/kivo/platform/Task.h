@@ -6,7 +6,6 @@
 #include <memory>
 #include <optional>
 #include <utility>
-#include <variant>
 
 #include "kivo/platform/Export.h"
 #include "kivo/platform/HostFlags.h"
@@ -55,17 +54,17 @@ template <typename T>
 class TaskPromise : public TaskPromiseBase {
 public:
     Task<T> get_return_object() noexcept;
-    void return_value(T value) { outcome_.template emplace<T>(std::move(value)); }
-    void unhandled_exception() noexcept { outcome_ = caughtError(); }
+    void return_value(T value) { value_.emplace(std::move(value)); }
+    void unhandled_exception() noexcept { error_ = caughtError(); }
 
     T result() {
-        if (auto* error = std::get_if<std::exception_ptr>(&outcome_))
-            std::rethrow_exception(*error);
-        return std::get<T>(std::move(outcome_));
+        if (error_) std::rethrow_exception(error_);
+        return *std::move(value_);
     }
 
 private:
-    std::variant<std::monostate, T, std::exception_ptr> outcome_;
+    std::optional<T> value_;
+    std::exception_ptr error_;
 };
 
 template <>

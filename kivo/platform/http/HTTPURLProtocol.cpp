@@ -43,9 +43,9 @@ void HTTPURLProtocol::send(const URLRequest& request) {
 void HTTPURLProtocol::transferEnded(Result<HTTPReply> outcome) {
     const auto transfer = std::exchange(transfer_, nullptr);
     if (!transfer) return;
-    if (auto* error = std::get_if<std::exception_ptr>(&outcome)) return fail(*error);
+    if (outcome.error) return fail(std::move(outcome.error));
 
-    auto& reply = std::get<HTTPReply>(outcome);
+    auto& reply = *outcome.value;
     const URLRequest& sent = transfer->request();
     const auto next = redirectedRequest(sent, reply.statusCode, reply.location);
     if (!next) return deliver(sent, std::move(reply));

@@ -34,18 +34,14 @@ std::shared_ptr<URLSessionDataTask> URLSession::dataTask(URLRequest request,
 }
 
 Task<URLSession::DataAndResponse> URLSession::data(URLRequest request) const {
-    auto start = [session = *this, request = std::move(request)](
-                     const CheckedContinuation<DataAndResponse>& continuation) {
-        session
-            .dataTask(request,
-                      [continuation](auto data, auto response, auto error) {
-                          continuation.resume(
-                              result(std::move(data), std::move(response), std::move(error)));
-                      })
-            ->resume();
+    auto start = [&](const CheckedContinuation<DataAndResponse>& continuation) {
+        auto resume = [continuation](auto data, auto response, auto error) {
+            continuation.resume(result(std::move(data), std::move(response), std::move(error)));
+        };
+        // The operation may continue, and end, before this returns.
+        dataTask(std::move(request), std::move(resume))->resume();
     };
-    co_return co_await withCheckedThrowingContinuation<DataAndResponse>("data(for:)",
-                                                                        std::move(start));
+    co_return co_await withCheckedThrowingContinuation<DataAndResponse>("data(for:)", start);
 }
 
 }  // namespace kivo::platform

@@ -4,7 +4,6 @@
 #include <coroutine>
 #include <cstdio>
 #include <memory>
-#include <optional>
 #include <string>
 #include <utility>
 
@@ -17,6 +16,35 @@
 
 namespace kivo::platform {
 
+/// An operation that waits for its continuation, whatever the outcome's type.
+class SuspendedOperation : public std::enable_shared_from_this<SuspendedOperation> {
+public:
+    SuspendedOperation(const char* label, std::coroutine_handle<> handle)
+        : label_(label), handle_(handle) {}
+    ~SuspendedOperation() {
+        if (!resumed_ && Process::isUsable())
+            std::fprintf(stderr, "%s leaked its continuation\n", label_);
+    }
+    SuspendedOperation(const SuspendedOperation&) = delete;
+    SuspendedOperation& operator=(const SuspendedOperation&) = delete;
+
+    /// Stops the process at the second call.
+    void claim() {
+        if (resumed_.exchange(true))
+            fatalError(std::string(label_) + " tried to resume its continuation more than once");
+    }
+
+    void resumeOn(Loop& loop) { loop.submit(resumption_.of(shared_from_this())); }
+
+private:
+    void goOn() { handle_.resume(); }
+
+    const char* const label_;
+    const std::coroutine_handle<> handle_;
+    std::atomic<bool> resumed_{false};
+    Step<SuspendedOperation> resumption_{&SuspendedOperation::goOn};
+};
+
 /// The right to resume a suspended operation exactly once, on any thread. Copies share it. The
 /// operation continues on the loop. Resuming twice is a programming error and stops the process. An
 /// operation that is never resumed stays suspended forever, and standard error says so, under the
@@ -25,38 +53,20 @@ template <typename T>
 class CheckedContinuation {
 public:
     CheckedContinuation(const char* label, std::coroutine_handle<> suspended,
-                        std::optional<Result<T>>& slot)
-        : shared_(std::make_shared<Shared>(label, suspended, slot)) {}
+                        Result<T>& slot)
+        : operation_(std::make_shared<SuspendedOperation>(label, suspended)), slot_(&slot) {}
 
     void resume(Result<T> outcome) const {
         auto& loop = Loop::shared();
-        if (shared_->resumed.exchange(true))
-            fatalError(std::string(shared_->label) +
-                       " tried to resume its continuation more than once");
-        shared_->slot = std::move(outcome);
-        loop.submit(shared_->resumption.of(shared_));
+        operation_->claim();
+        *slot_ = std::move(outcome);
+        operation_->resumeOn(loop);
     }
 
 private:
-    struct Shared {
-        Shared(const char* name, std::coroutine_handle<> handle, std::optional<Result<T>>& result)
-            : label(name), suspended(handle), slot(result) {}
-        ~Shared() {
-            if (!resumed && Process::isUsable())
-                std::fprintf(stderr, "%s leaked its continuation\n", label);
-        }
-
-        void goOn() { suspended.resume(); }
-
-        const char* label;
-        std::coroutine_handle<> suspended;
-        // Part of the suspended operation: it must not be touched once that resumes.
-        std::optional<Result<T>>& slot;
-        std::atomic<bool> resumed{false};
-        Step<Shared> resumption{&Shared::goOn};
-    };
-
-    std::shared_ptr<Shared> shared_;
+    std::shared_ptr<SuspendedOperation> operation_;
+    // Part of the suspended operation: it must not be touched once that resumes.
+    Result<T>* slot_;
 };
 
 /// Suspends the awaiting operation and calls `start` with the continuation that will resume it.
@@ -80,12 +90,12 @@ public:
         }
     }
 
-    T await_resume() { return get(std::move(*outcome_)); }
+    T await_resume() { return get(std::move(outcome_)); }
 
 private:
     const char* label_;
     Start start_;
-    std::optional<Result<T>> outcome_;
+    Result<T> outcome_;
 };
 
 template <typename T, typename Start>

@@ -2,28 +2,29 @@
 
 #include <coroutine>
 
+#include "kivo/platform/system/Process.h"
 #include "kivo/platform/tasks/Loop.h"
 #include "kivo/platform/tasks/Work.h"
 
 namespace kivo::platform {
 
 /// Awaited, it continues the operation on the loop like a newly launched task: after the
-/// preparations and the writes that were queued before.
+/// preparations and the writes that were queued before. In a forked child, or once the process
+/// ends, the operation is dropped.
 class [[nodiscard]] OnLoop final : public Work {
 public:
-    OnLoop() : Work(Kind::task), loop_(Loop::shared()) {}
+    OnLoop() : Work(Kind::task) {}
 
     bool await_ready() const noexcept { return false; }
-    void await_suspend(std::coroutine_handle<> suspended) noexcept {
+    void await_suspend(std::coroutine_handle<> suspended) {
         suspended_ = suspended;
-        loop_.submit(*this);
+        if (Process::isUsable()) Loop::shared().submit(*this);
     }
     void await_resume() const noexcept {}
 
     void run() override { suspended_.resume(); }
 
 private:
-    Loop& loop_;
     std::coroutine_handle<> suspended_;
 };
 
