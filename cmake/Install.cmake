@@ -21,7 +21,7 @@ configure_package_config_file("${CMAKE_CURRENT_LIST_DIR}/KivoConfig.cmake.in"
 write_basic_package_version_file("${PROJECT_BINARY_DIR}/KivoConfigVersion.cmake"
     COMPATIBILITY SameMajorVersion)
 install(FILES "${PROJECT_BINARY_DIR}/KivoConfig.cmake" "${PROJECT_BINARY_DIR}/KivoConfigVersion.cmake"
-    "${CMAKE_CURRENT_LIST_DIR}/FindIdn2.cmake"
+    "${CMAKE_CURRENT_LIST_DIR}/FindIdn2.cmake" "${CMAKE_CURRENT_LIST_DIR}/KivoDevTest.cmake"
     DESTINATION "${packageDirectory}" COMPONENT dev)
 
 # Written when it is installed, since only then the prefix is known. The prefix stands there in full: pkg-config
@@ -43,6 +43,8 @@ kivo_install_pkg_config(kivo-static)
 
 if(TARGET kivo-dev)
     install(TARGETS kivo-dev RUNTIME COMPONENT tools)
+    install(DIRECTORY "${PROJECT_SOURCE_DIR}/examples/ci" "${PROJECT_SOURCE_DIR}/docs/openapi"
+        DESTINATION "${CMAKE_INSTALL_DATADIR}/kivo" COMPONENT tools USE_SOURCE_PERMISSIONS)
 endif()
 if(TARGET kivo-dev-pages)
     get_target_property(pages kivo-dev-pages BINARY_DIR)

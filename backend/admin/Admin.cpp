@@ -113,6 +113,13 @@ constexpr std::array routes{
     Route{"POST", "/images", addImage},      Route{"POST", "/expectations", checkExpectation},
 };
 
+std::string knownRequests() {
+    std::string names = "GET /, GET /events";
+    for (const auto& route : routes)
+        names.append(", ").append(route.method).append(" ").append(route.path);
+    return names;
+}
+
 /// Browsers tell what a request is for. A link on another site may lead to the page.
 bool isOtherSites(const Request& request) {
     const auto site = request.header("Sec-Fetch-Site");
@@ -153,8 +160,8 @@ Reply answer(AdminContext& context, const Request& request) {
         if (route.path == request.path() && route.method == request.method)
             return handle(route, context.desk, request);
     }
-    return refusal(
-        404, "there is no admin request " + request.method + " " + std::string(request.path()));
+    return refusal(404, "there is no admin request " + request.method + " " +
+                            std::string(request.path()) + "; known are " + knownRequests());
 }
 
 }  // namespace

@@ -27,6 +27,8 @@ ELSEWHERE = {
     "gdb build/debug/examples/kivo-host": "needs a terminal",
     "sudo apt install ./build/package/libkivo1_*.deb ./build/package/libkivo-dev_*.deb "
     "./build/package/kivo-tools_*.deb": "scripts/package --try installs them",
+    "side-by-side.sh user/unset:401:times=1 user/update-device-token:hang '*:delay=500ms' "
+    "-- ./app": "ci.sh runs it",
     "curl -sS -o /dev/null https://localhost:8443/": "needs a backend at that very port",
 }
 IN_HOST = ("g++ ", "cc ", "python3 ", "rustc ", "cmake -S . -B build -D")
