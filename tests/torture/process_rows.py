@@ -9,8 +9,8 @@ import subprocess
 import sys
 import time
 
-from harness import EVERYTHING, ROOT, await_line, brief, ended_well, finish, go_on, host
-from harness import in_parallel, is_clean, place, require, row, spread, start, told
+from harness import EVERYTHING, ROOT, Skip, await_line, brief, ended_well, finish, go_on, host
+from harness import in_parallel, is_clean, judge, place, require, row, spread, start, told
 from peers import Server, Wire, hang, in_background, nginx
 
 # Each with the status that the process ends with.
@@ -129,13 +129,14 @@ def no_memory_for_long(times):
     return f"{ended.outcomes} outcomes and {ended.errors}", True
 
 
+def processor_time(process):
+    with open(f"/proc/{process.pid}/stat") as stat:
+        fields = stat.read().rsplit(")", 1)[1].split()
+    return (int(fields[11]) + int(fields[12])) / os.sysconf("SC_CLK_TCK")
+
+
 @row("closed descriptors")
 def closed_descriptors(seconds):
-    def processor_time(process):
-        with open(f"/proc/{process.pid}/stat") as stat:
-            fields = stat.read().rsplit(")", 1)[1].split()
-        return (int(fields[11]) + int(fields[12])) / os.sysconf("SC_CLK_TCK")
-
     commands = "init user await 3:token sleep close-all pause pause"  # Amid operations.
     process = start(commands, Server({"device-token": hang}))
     before = go_on(process, processor_time)
@@ -144,6 +145,40 @@ def closed_descriptors(seconds):
     used = processor_time(process) - before
     process.kill()
     return f"{used:.2f} s of processor time in {seconds} s", used < seconds / 10
+
+
+# Has the kernel refuse the system calls of these numbers, then becomes another program.
+REFUSAL = """
+import ctypes, os, struct, sys
+code = struct.pack("HBBI", 0x20, 0, 0, 0)
+for number in sys.argv[1].split(","):
+    code += struct.pack("HBBIHBBI", 0x15, 0, 1, int(number), 6, 0, 0, 0x50001)
+code = ctypes.create_string_buffer(code + struct.pack("HBBI", 6, 0, 0, 0x7FFF0000), len(code) + 8)
+program = struct.pack("HxxxxxxQ", len(code) // 8, ctypes.addressof(code))
+prctl = ctypes.CDLL(None).prctl
+prctl(38, 1, 0, 0, 0) == prctl(22, 2, program, 0, 0) == 0 or sys.exit("no filter")
+os.execvp(sys.argv[2], sys.argv[2:])
+"""
+REFUSED = {"poll": "7", "recvfrom": "45"}
+
+
+@row("refused system calls", REFUSED)
+def refused_calls(times):
+    if os.uname().machine != "x86_64":
+        raise Skip("knows the numbers of x86-64 alone")
+
+    def one(name):
+        around = (sys.executable, "-c", REFUSAL, REFUSED[name])
+        commands, image = "init user 3:token image await pause", "https://localhost/i"
+        process = start(commands, Server(), around=around, HOST_IMAGE=image)
+        used, ended = go_on(process, processor_time), finish(process)
+        used_up.append(f"{name}: {used:.1f} s")
+        if not is_clean(ended) or ended.outcomes != 6 or used > 3:
+            return f"{brief(ended)} {used}"
+
+    used_up = []
+    seen, is_right = judge(one, list(REFUSED) * times)
+    return f"{seen}; of processor time in 30 s, {', '.join(used_up)}", is_right
 
 
 row("no memory, once")(functools.partial(fail_each, "memory"))
