@@ -3,6 +3,7 @@
 #include <sys/resource.h>
 
 #include <cwchar>
+#include <iostream>
 #include <map>
 #include <set>
 #include <sstream>
@@ -28,6 +29,7 @@ TEST(Console, WritesWholeLinesAtOnceBehindWhatTheHostHasBuffered) {
     ChildProcess child([] {
         tests::loop();
         std::printf("host ");
+        std::cout << "and stream ";
         Console::print("ours");
         tests::settle();
         tests::onThreads(8, [](int thread) {
@@ -36,7 +38,7 @@ TEST(Console, WritesWholeLinesAtOnceBehindWhatTheHostHasBuffered) {
         tests::settle();
         _exit(0);  // Flushes nothing.
     });
-    std::set<std::string> missing = {"host ours"};
+    std::set<std::string> missing = {"host and stream ours"};
     for (int line = 0; line < 8 * each; ++line) missing.insert(testLine(line));
     std::istringstream output(child.read());
     for (std::string line; std::getline(output, line);) EXPECT_TRUE(missing.erase(line) == 1);

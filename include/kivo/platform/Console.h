@@ -17,8 +17,9 @@ public:
     /// Receives one whole line without its line feed.
     using Output = std::function<void(std::string_view line)>;
 
-    /// Prints `line`, which has no line feed, behind what the calling thread has printed before. It
-    /// never waits: lines that standard output does not take at once follow in the background.
+    /// Prints `line`, which has no line feed, behind what the calling thread has printed before,
+    /// with std::cout too, unless std::ios::sync_with_stdio(false) gave that a buffer of its own.
+    /// It never waits: lines that standard output does not take at once follow in the background.
     /// Lines go to the standard output that the process had when it first used Kivo; they are lost
     /// if its descriptor is closed or redirected later, once the process has begun to exit, and in
     /// a forked child.

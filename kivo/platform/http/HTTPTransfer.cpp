@@ -201,14 +201,14 @@ bool HTTPTransfer::mayBeginAgain(CURLcode code) const {
     return connectionsMade == 0;
 }
 
-const std::exception_ptr& HTTPTransfer::lackOfMemory() {
+const std::exception_ptr& HTTPTransfer::outOfMemory() {
     static const auto& error =
         *new std::exception_ptr(std::make_exception_ptr(urlError(CURLE_OUT_OF_MEMORY)));
     return error;
 }
 
 std::exception_ptr HTTPTransfer::errorFor(CURLcode code) const {
-    if (code == CURLE_OUT_OF_MEMORY) return lackOfMemory();
+    if (code == CURLE_OUT_OF_MEMORY) return outOfMemory();
     return makeError(isTooLarge_ ? URLError(URLError::dataLengthExceedsMaximum) : urlError(code));
 }
 
@@ -235,7 +235,7 @@ Transfers::Ending HTTPTransfer::conclude(CURLcode code) try {
     using Speech = HostNotes::Speech;
     return {.speech = version == CURL_HTTP_VERSION_2_0 ? Speech::multiplexed : Speech::separate};
 } catch (const std::bad_alloc&) {
-    outcome_ = lackOfMemory();
+    outcome_ = outOfMemory();
     return {};
 }
 

@@ -51,7 +51,7 @@ public:
     bool mayBeginAgain(CURLcode code) const;
 
     /// The outcome if memory runs out, created at the first call.
-    static const std::exception_ptr& lackOfMemory();
+    static const std::exception_ptr& outOfMemory();
 
     /// Takes the outcome from its handle; if memory runs out, or there is no handle, that is the
     /// outcome. Returns what the transfer taught about its host.

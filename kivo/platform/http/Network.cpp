@@ -9,7 +9,7 @@
 namespace kivo::platform {
 
 Network::Network(Loop& loop) : loop_(loop), multi_(loop.multi()) {
-    HTTPTransfer::lackOfMemory();
+    HTTPTransfer::outOfMemory();
     Sockets::shared();
     // libcurl's own limit follows the number of running transfers and closes connections that the
     // next ones need.
@@ -28,7 +28,7 @@ void Network::start(const std::shared_ptr<HTTPTransfer>& transfer) noexcept {
     try {
         transfers_.add(*transfer);
     } catch (const std::bad_alloc&) {
-        transfer->conclude(HTTPTransfer::lackOfMemory());
+        transfer->conclude(HTTPTransfer::outOfMemory());
         return loop_.submit(transfer->completing.of(std::move(transfer->kept)));
     }
     beginDue();
@@ -42,7 +42,7 @@ void Network::beginOrRetire(HTTPTransfer& transfer) noexcept {
     try {
         begin(transfer);
     } catch (const std::bad_alloc&) {
-        retire(transfer, transfer.conclude(HTTPTransfer::lackOfMemory()));
+        retire(transfer, transfer.conclude(HTTPTransfer::outOfMemory()));
     } catch (...) {
         retire(transfer, transfer.conclude(currentError()));
     }

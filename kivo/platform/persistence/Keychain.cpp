@@ -171,9 +171,8 @@ void Keychain::noteAdded(std::string_view service, std::string_view account, con
     const Lock lock(mutex_);
     Item& item = findOrMake(service, account);
     --item.pendingAdditions;
-    item.seen.reset();
     // What is known need not be looked up, which a lock of another process could hold up.
-    if (status == success) item.seen = fileState();
+    item.seen = status == success ? std::optional(fileState()) : std::nullopt;
     if (status != success && item.data == data) item.data.reset();
 }
 
