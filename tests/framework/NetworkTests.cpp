@@ -210,9 +210,8 @@ protected:
                  const std::string& endpoint = "custom") {
         using Envelope = ApiResponse<UnsetUserResponseData>;
         bool isRead = false;
-        NetworkClient::instance().request<Envelope>(endpoint, method, parameters, [&](auto result) {
-            isRead = result.value.has_value();
-        });
+        NetworkClient::instance().request<Envelope>(
+            endpoint, method, parameters, [&](auto result) { isRead = result.value.has_value(); });
         settle();
         EXPECT_TRUE(isRead);
         return backend().requests().back();
