@@ -117,8 +117,13 @@ void Desk::handshakeFailed(const std::string& reason) {
     journal_.record(eventOf(EntryKind::handshake, reason));
 }
 
+bool Desk::isOwn(const HostAndPort& address) const {
+    return isLoopback(address.host) && address.port == port();
+}
+
 TunnelPolicy Desk::tunnelPolicy(const std::string& authority) {
-    if (!options_.tunnelPolicy) return TunnelPolicy::intercept;
+    const auto target = hostAndPort(authority);
+    if (!options_.tunnelPolicy || (target && isOwn(*target))) return TunnelPolicy::intercept;
     const auto policy = options_.tunnelPolicy(authority);
     if (policy == TunnelPolicy::forward && tally_.countForwarded(authority)) {
         if (options_.onForwarded) options_.onForwarded(authority);
@@ -130,8 +135,7 @@ TunnelPolicy Desk::tunnelPolicy(const std::string& authority) {
 /// The user's environment may name this very backend, which would connect to itself for ever.
 std::optional<UpstreamProxy> Desk::upstreamProxy(const std::string& authority) const {
     auto proxy = options_.upstreamProxy ? options_.upstreamProxy(authority) : std::nullopt;
-    const bool isSelf = proxy && isLoopback(proxy->address.host) && proxy->address.port == port();
-    return isSelf ? std::nullopt : proxy;
+    return proxy && isOwn(proxy->address) ? std::nullopt : proxy;
 }
 
 Reply Desk::answer(const Request& request) {

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "backend/base/HostAndPort.h"
 #include "backend/base/Mutex.h"
 #include "backend/faults/Faults.h"
 #include "backend/faults/Latency.h"
@@ -87,6 +88,7 @@ public:
 
 private:
     HandshakeAction handshakeAction();
+    bool isOwn(const HostAndPort& address) const;
     TunnelPolicy tunnelPolicy(const std::string& authority);
     std::optional<UpstreamProxy> upstreamProxy(const std::string& authority) const;
     void handshakeFailed(const std::string& reason);

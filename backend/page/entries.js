@@ -46,8 +46,9 @@ const methodAndTarget = (entry) => `${entry.method || "no HTTP"} ${entry.endpoin
 export function spokenOf(entry) {
   if (entry.kind !== "request") return sentenceOf(entry);
   const resent = entry.parts.length ? `, then ${entry.parts.map((part) => part.status).join(", ")}` : "";
-  const tokens = entry.carried.length ? `, token ${entry.carried.join(" and ")}` : "";
-  return `${methodAndTarget(entry)}, ${entry.status}${resent}${tokens}, ${noteOf(entry).text}`;
+  const tokens = entry.carried.length && `token ${entry.carried.join(" and ")}`;
+  const words = [methodAndTarget(entry), `${entry.status}${resent}`, tokens, noteOf(entry).text];
+  return words.filter(Boolean).join(", ");
 }
 
 /** What a row says at its end, and how loudly. */

@@ -142,13 +142,14 @@ export class List {
     this.#onChoose(entry);
   }
 
-  /** Chooses the row that many further on; the newest where none was chosen. */
+  /** Chooses the row that many further on, and has it read out; the newest where none was chosen. */
   move(step) {
     const { rows } = this.#store;
     if (!rows.length) return;
     const index = rows.indexOf(this.chosen);
     const next = index < 0 ? rows.length - 1 : Math.min(Math.max(index + step, 0), rows.length - 1);
     this.choose(rows[next]);
+    this.#frame.focus({ preventScroll: true });
   }
 
   toggle(entry) {

@@ -13,11 +13,19 @@ import urllib.request
 
 from selenium import webdriver
 from selenium.webdriver.chrome.service import Service
+from selenium.webdriver.common.action_chains import ActionChains
 from selenium.webdriver.common.by import By
+from selenium.webdriver.common.keys import Keys
 from selenium.webdriver.support.ui import Select, WebDriverWait
 
 PATIENCE = 20
 PICTURES = pathlib.Path(os.environ["KIVO_SCREENSHOTS"])
+DROP_A_PICTURE = """
+const data = new DataTransfer();
+data.items.add(new File(["a picture"], "a.png", { type: "image/png" }));
+const drop = new DragEvent("drop", { dataTransfer: data, bubbles: true, cancelable: true });
+document.querySelector(".drop").dispatchEvent(drop);
+"""
 HOSTILE = "<img src=x onerror=hit=1><script>hit=1</script>"
 
 
@@ -152,6 +160,40 @@ class PageTest(unittest.TestCase):
         self.row("user/unset", "503", "fault status=503").click()
         self.wait_for("#fault-list", "1 hit, used up")
         self.wait_for(".sdk", 'success: false, message: "injected fault"')
+
+    def press(self, *keys):
+        ActionChains(self.browser).send_keys(*keys).perform()
+
+    def test_keys_choose_search_and_go_back(self):
+        self.start()
+        self.open()
+        self.set_user()
+        self.press("jk")
+        chosen = "#list:focus .row[aria-selected=true]"
+        self.wait_for(chosen, "sdk/authenticate")
+        self.wait_for("#detail", "an-a…")
+        self.press("/Ana")
+        self.wait(
+            lambda: len(self.browser.find_elements(By.CSS_SELECTOR, ".row:not([hidden])")) == 1
+        )
+        self.row("user/authenticate")
+        self.press(Keys.ESCAPE)
+        self.row("sdk/authenticate")
+        self.press("j")
+        self.wait_for(chosen, "user/authenticate")
+        self.press(Keys.ESCAPE)
+        self.wait_for("#detail", "Choose a request")
+
+    def test_a_dropped_picture_is_served_and_the_slider_delays(self):
+        self.start()
+        self.open()
+        self.browser.execute_script(DROP_A_PICTURE)
+        payload = self.wait(lambda: json.loads(self.find("#push pre").text))
+        self.backend.tell("initialise an-api-key", f"message {payload['notification']['image']}")
+        self.wait_for("#push-hits", "requested 1 time")
+        self.assertEqual(self.find("#count-forwarded").text, "0")
+        self.find("#latency").send_keys(Keys.ARROW_RIGHT * 3)
+        self.wait(lambda: self.backend.state()["latency"] == "60ms")
 
     def test_it_goes_on_after_a_restart_of_the_backend(self):
         self.start()
