@@ -13,6 +13,17 @@ namespace kivo::backend {
 
 namespace {
 
+constexpr const char* exitStatuses =
+    R"(Exit status:
+  0    success
+  1    an expectation was not met, --strict found a broken contract, or a command failed
+  2    wrong usage
+  3    no backend is running, or none could be started
+  126  run: the program cannot be executed
+  127  run: there is no such program
+  128  run: plus the number of the signal that ended the program; otherwise its own status
+)";
+
 CLI::App& commandNamed(CLI::App& program, const std::vector<std::string>& words) {
     auto* command = &program;
     for (const auto& word : words) {
@@ -39,6 +50,13 @@ void addHelp(CLI::App& program, Command& selected) {
     });
 }
 
+/// The parser would take --strict=no for --strict.
+void forbidValuesOfFlags(CLI::App& command) {
+    for (auto* option : command.get_options())
+        if (option->get_items_expected_max() == 0) option->disable_flag_override();
+    for (auto* each : command.get_subcommands({})) forbidValuesOfFlags(*each);
+}
+
 /// For the build, which installs what this writes.
 void addPages(CLI::App& program, Command& selected) {
     auto* command = program.add_subcommand("pages", "Writes the man page and bash completion");
@@ -59,16 +77,13 @@ void describeCommandLine(CLI::App& program, Command& selected) {
     program.name("kivo-dev");
     program.require_subcommand(1);
     program.set_version_flag("--version", "kivo-dev " KIVO_DEV_VERSION, "Print the version");
-    program.footer(
-        "Exit status: 0 success; 1 an expectation was not met, or --strict found a broken contract;"
-        "\n2 wrong usage; 3 no backend. run ends with the status of its program, with 126 or 127 "
-        "if "
-        "it\ncannot be started, and with 128 plus the signal number if a signal ended it.\n");
+    program.footer(exitStatuses);
     addServe(program, selected);
     addRun(program, selected);
     addAdminCommands(program, selected);
     addHelp(program, selected);
     addPages(program, selected);
+    forbidValuesOfFlags(program);
 }
 
 }  // namespace kivo::backend

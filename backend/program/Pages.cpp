@@ -96,6 +96,12 @@ void write(const std::filesystem::path& file, const std::string& text) {
     if (!output) throw std::runtime_error("cannot write " + file.string());
 }
 
+/// The program's footer without its title.
+std::string exitStatuses(const CLI::App& program) {
+    const auto text = program.get_footer();
+    return text.substr(text.find('\n') + 1);
+}
+
 }  // namespace
 
 std::string manPage(const CLI::App& program) {
@@ -105,9 +111,11 @@ std::string manPage(const CLI::App& program) {
            "serve\n.br\n"
            ".B kivo\\-dev\n.I COMMAND\n.SH DESCRIPTION\n" +
            troff(sentence(program.get_description())) + "\n.SH COMMANDS\n" +
-           commandEntries(program) + ".SH EXIT STATUS\n" + troff(program.get_footer()) +
-           ".SH ENVIRONMENT\n.TP\n.B KIVO_DEV_ADMIN_PORT\nThe admin port of the running "
-           "backend.\n";
+           commandEntries(program) + ".SH EXIT STATUS\n.nf\n" + troff(exitStatuses(program)) +
+           ".fi\n.SH ENVIRONMENT\n.TP\n.B KIVO_DEV_ADMIN_PORT\nThe admin port of the running "
+           "backend.\n.TP\n.B NO_COLOR\nSet, it keeps colours out of request lines, which have "
+           "them "
+           "on a terminal only.\n";
 }
 
 std::string bashCompletion(const CLI::App& program) {

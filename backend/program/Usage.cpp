@@ -65,9 +65,25 @@ std::string listed(const CLI::App& command) {
     return text;
 }
 
-/// The name in the parser's "--port: 1 required TEXT missing".
+/// The option or argument in the parser's "--port: 1 required TEXT missing", or in a message that
+/// names it later.
 std::string subjectOf(const std::string& message) {
-    return message.substr(0, message.find_first_of(": "));
+    const auto option = message.find("--");
+    const auto named = option == message.npos ? message : message.substr(option);
+    return named.substr(0, named.find_first_of(":=, "));
+}
+
+/// What is wrong about an option or argument; empty where the parser's own words will do.
+std::string mistakeIn(const CLI::ParseError& error, const std::string& message) {
+    const auto has = [&](const char* text) { return message.find(text) != message.npos; };
+    const auto subject = subjectOf(message);
+    if (dynamic_cast<const CLI::RequiredError*>(&error)) return subject + " is missing";
+    if (dynamic_cast<const CLI::ExcludesError*>(&error))
+        return subject + " and" + message.substr(message.rfind(' ')) + " exclude each other";
+    if (has("flag override")) return "--" + subject + " takes no value";
+    if (!dynamic_cast<const CLI::ArgumentMismatch*>(&error)) return {};
+    return subject +
+           (has("received") || has(", got") ? " may be given only once" : " needs a value");
 }
 
 }  // namespace
@@ -95,17 +111,15 @@ std::invalid_argument unknownWord(const CLI::App& command, const std::string& wo
 std::invalid_argument usageErrorFrom(const CLI::ParseError& error, const CLI::App& program) {
     const auto& command = givenCommand(program);
     const std::string message = error.what();
-    if (const auto left = program.remaining(true); !left.empty())
-        return unknownWord(command, left.front());
     const bool isMissing = dynamic_cast<const CLI::RequiredError*>(&error);
+    const auto left = program.remaining(true);
+    if (!left.empty() && (isMissing || dynamic_cast<const CLI::ExtrasError*>(&error)))
+        return unknownWord(command, left.front());
     if (isMissing && message.starts_with("A subcommand"))
         return std::invalid_argument("the command is missing; choose one of " + listed(command) +
                                      seeHelp(command));
-    if (isMissing)
-        return std::invalid_argument(subjectOf(message) + " is missing" + seeHelp(command));
-    if (dynamic_cast<const CLI::ArgumentMismatch*>(&error))
-        return std::invalid_argument(subjectOf(message) + " needs a value" + seeHelp(command));
-    return std::invalid_argument(message);
+    const auto mistake = mistakeIn(error, message);
+    return std::invalid_argument(mistake.empty() ? message : mistake + seeHelp(command));
 }
 
 }  // namespace kivo::backend
