@@ -11,13 +11,13 @@
 #include "backend/admin/AdminPort.h"
 #include "backend/admin/Events.h"
 #include "backend/admin/Expectation.h"
+#include "backend/admin/ExpectationCheck.h"
 #include "backend/admin/Page.h"
 #include "backend/admin/Query.h"
 #include "backend/admin/Records.h"
+#include "backend/admin/RequestFilter.h"
 #include "backend/base/HostAndPort.h"
-#include "backend/base/Number.h"
 #include "backend/desk/Desk.h"
-#include "backend/journal/RequestLine.h"
 #include "backend/service/Envelope.h"
 
 namespace kivo::backend {
@@ -33,76 +33,84 @@ json bodyOf(const Request& request) {
     return body;
 }
 
-json state(Desk& desk, const Request&) { return stateOf(desk); }
+json state(AdminContext& context, const Request&) { return stateOf(context.desk); }
 
-json requests(Desk& desk, const Request& request) {
-    const auto after = parseNumber<std::uint64_t>(queryValue(request, "after")).value_or(0);
+json requests(AdminContext& context, const Request& request) {
+    auto& desk = context.desk;
+    const auto filter = filterIn(request);
+    auto [entries, lost, newest] = desk.journal().after(queryNumber(request, "after").value_or(0));
     json list = json::array();
-    for (const auto& entry : desk.journal().after(after))
-        if (entry.kind == EntryKind::request) list.push_back(recordOf(entry, desk.showsSecrets()));
-    return {{"requests", list}};
+    for (const auto& entry : filtered(std::move(entries), filter))
+        list.push_back(recordOf(entry, desk.showsSecrets()));
+    return {{"requests", list},
+            {"lost", lost},
+            {"newest", newest},
+            {"showsSecrets", desk.showsSecrets()}};
 }
 
-json faults(Desk& desk, const Request&) { return {{"faults", recordsOf(desk.faults().list())}}; }
+json faults(AdminContext& context, const Request&) {
+    return {{"faults", recordsOf(context.desk.faults().list())}};
+}
 
-json addFault(Desk& desk, const Request& request) {
+json addFault(AdminContext& context, const Request& request) {
     const auto fault = parseFault(bodyOf(request).value("rule", ""));
-    desk.addFault(fault);
+    context.desk.addFault(fault);
     return {{"added", ruleOf(fault)}};
 }
 
-json clearFaults(Desk& desk, const Request& request) {
+json clearFaults(AdminContext& context, const Request& request) {
     const auto body = bodyOf(request);
-    if (!body.contains("rule")) return {{"cleared", desk.faults().clear()}};
-    return {{"cleared", desk.faults().clear(body.at("rule").get<std::string>())}};
+    std::optional<std::string> rule;
+    if (body.contains("rule")) rule = body.at("rule").get<std::string>();
+    return {{"cleared", context.desk.clearFaults(rule)}};
 }
 
-json expire(Desk& desk, const Request& request) {
+json expire(AdminContext& context, const Request& request) {
     const auto kind = bodyOf(request).value("kind", "");
     if (kind != "user" && kind != "merchant" && kind != "all")
         throw std::invalid_argument("the kind must be user, merchant or all, not \"" + kind + "\"");
     std::optional<TokenKind> meant;
     if (kind != "all") meant = kind == "user" ? TokenKind::user : TokenKind::merchant;
-    desk.expire(meant);
+    context.desk.expire(meant);
     return {{"expired", kind}};
 }
 
-json setLatency(Desk& desk, const Request& request) {
-    desk.setLatency(Latency::parse(bodyOf(request).value("latency", "")));
-    return {{"latency", desk.latency().text()}};
+json setLatency(AdminContext& context, const Request& request) {
+    context.desk.setLatency(Latency::parse(bodyOf(request).value("latency", "")));
+    return {{"latency", context.desk.latency().text()}};
 }
 
-json reset(Desk& desk, const Request&) {
-    desk.reset();
+json reset(AdminContext& context, const Request&) {
+    context.desk.reset();
     return {{"reset", true}};
 }
 
-json addImage(Desk& desk, const Request& request) {
-    const auto name = desk.images().add(queryValue(request, "file"), request.body);
-    return {{"url", desk.baseUrl() + "img/" + name}};
+json addImage(AdminContext& context, const Request& request) {
+    auto& desk = context.desk;
+    const auto file = queryText(request, "file").value_or("");
+    return {{"url", desk.baseUrl() + "img/" + desk.images().add(file, request.body)}};
 }
 
-std::string lineOf(const Entry& entry, const Desk& desk) {
-    return requestLine(entry, desk.showsSecrets());
-}
-
-/// The line of the first matching request, or else of the newest one to its endpoint.
-json checkExpectation(Desk& desk, const Request& request) {
-    const auto words = bodyOf(request).value("words", std::vector<std::string>());
-    const auto expected = parseExpectation(words);
-    const auto entries = desk.journal().after();
-    const Entry* newest = nullptr;
-    for (const auto& entry : entries) {
-        if (meets(entry, expected)) return {{"met", true}, {"line", lineOf(entry, desk)}};
-        if (isForEndpoint(entry, expected)) newest = &entry;
-    }
-    return {{"met", false}, {"line", newest ? lineOf(*newest, desk) : ""}};
+/// The run is told because a client that polls must notice that the backend was started anew.
+json checkExpectation(AdminContext& context, const Request& request) {
+    const auto body = bodyOf(request);
+    const auto words = splitExpectations(body.value("words", std::vector<std::string>()));
+    if (words.size() != 1) throw std::invalid_argument("one expectation at a time");
+    const auto after = body.value("after", std::uint64_t{0});
+    const auto [entries, lost, newest] = context.desk.journal().after(after);
+    if (after > newest)
+        throw std::invalid_argument("there is no entry " + std::to_string(after) +
+                                    " yet; the newest is " + std::to_string(newest));
+    auto answer =
+        checkExpectation(entries, parseExpectation(words.front()), context.desk.showsSecrets());
+    answer.update({{"run", context.run()}, {"lost", lost}, {"newest", newest}});
+    return answer;
 }
 
 struct Route {
     std::string_view method;
     std::string_view path;
-    json (*handler)(Desk&, const Request&);
+    json (*handler)(AdminContext&, const Request&);
 };
 
 constexpr std::array routes{
@@ -138,9 +146,9 @@ bool comesFromHere(const Request& request) {
     return origins.empty() || (origins.size() == 1 && origins.front() == "http://" + hosts.front());
 }
 
-Reply handle(const Route& route, Desk& desk, const Request& request) {
+Reply handle(const Route& route, AdminContext& context, const Request& request) {
     try {
-        const auto answer = route.handler(desk, request);
+        const auto answer = route.handler(context, request);
         return Reply::json(200, answer.dump(-1, ' ', false, json::error_handler_t::replace));
     } catch (const std::invalid_argument& error) {
         return refusal(400, error.what());
@@ -158,7 +166,7 @@ Reply answer(AdminContext& context, const Request& request) {
     if (auto file = pageFile(request); file && request.method == "GET") return std::move(*file);
     for (const auto& route : routes) {
         if (route.path == request.path() && route.method == request.method)
-            return handle(route, context.desk, request);
+            return handle(route, context, request);
     }
     return refusal(404, "there is no admin request " + request.method + " " +
                             std::string(request.path()) + "; known are " + knownRequests());

@@ -13,13 +13,13 @@ struct AdminContext;
 ///     GET    /                            the inspector page, which loads its files from here
 ///     GET    /events                      server-sent events, see Events.h
 ///     GET    /state
-///     GET    /requests?after=N            numbers greater than N
+///     GET    /requests?after=N            numbers greater than N; see RequestFilter.h for more
 ///     GET    /faults                      POST {"rule": …}, DELETE {"rule": …} or {} for all
 ///     POST   /expire                      {"kind": "user" | "merchant" | "all"}
 ///     POST   /latency                     {"latency": "80ms+-30ms"}
 ///     POST   /reset
 ///     POST   /images?file=NAME            the image's bytes
-///     POST   /expectations                {"words": […]}: has such a request arrived?
+///     POST   /expectations                {"words": […], "after": N}, see ExpectationCheck.h
 Reply adminReply(AdminContext& context, const Request& request);
 
 }  // namespace kivo::backend

@@ -48,12 +48,12 @@ public:
 private:
     void connected(const error_code& error) {
         if (failed(error)) return;
-        http::async_write(stream_, request_,
-                          [this](const error_code& sending, std::size_t) { sent(sending); });
+        http::async_write(stream_, request_, [this](auto&&...) { sent(); });
     }
 
-    void sent(const error_code& error) {
-        if (failed(error)) return;
+    /// A backend that turns the client away answers without having read the request, so a reply may
+    /// wait even where sending failed.
+    void sent() {
         http::async_read(stream_, buffer_, parser_,
                          [this](const error_code& reading, std::size_t) { failed(reading); });
     }
@@ -91,6 +91,7 @@ Request requestFor(const std::string& method, const std::string& target, const s
     const auto refusal = nlohmann::json::parse(body, nullptr, false);
     const auto text = refusal.is_object() ? refusal.value("message", body) : body;
     if (status == http::status::bad_request) throw std::invalid_argument(text);
+    if (status == http::status::service_unavailable) throw NoBackend(text);
     throw std::runtime_error(text);
 }
 

@@ -6,9 +6,8 @@
 #include <filesystem>
 #include <locale>
 #include <stdexcept>
-#include <thread>
 
-#include "backend/admin/Expectation.h"
+#include "backend/admin/Wording.h"
 #include "backend/base/FileDescriptor.h"
 #include "backend/base/Terminal.h"
 #include "backend/service/Images.h"
@@ -19,24 +18,6 @@ namespace kivo::backend::command {
 namespace {
 
 using nlohmann::json;
-constexpr std::chrono::milliseconds pollingPause(100);
-
-std::string counted(const json& count, const std::string& one) {
-    return count.dump() + " " + one + (count == 1 ? "" : "s");
-}
-
-/// JSON whose strings cannot control a terminal.
-std::string inAscii(const json& value) { return value.dump(-1, ' ', true); }
-
-/// The text with "?" for each control character, those above ASCII included.
-std::string harmless(std::string text) {
-    for (std::size_t at = 0; at < text.size(); ++at) {
-        const auto byte = static_cast<unsigned char>(text[at]);
-        const bool longControl = at > 0 && text[at - 1] == '\xC2' && byte >= 0x80 && byte < 0xA0;
-        if (byte < ' ' || byte == 0x7F || longControl) text[at] = '?';
-    }
-    return text;
-}
 
 std::string faultLine(const json& fault) {
     return "  " + fault.at("rule").get<std::string>() + "  (" + counted(fault.at("hits"), "hit") +
@@ -92,48 +73,11 @@ std::string safeName(const std::string& file) {
     return plain ? "image" + ending : "image";
 }
 
-std::string lossLine(std::uint64_t missing) {
-    return "kivo-dev: " + std::to_string(missing) +
-           " requests were dropped before they could be shown; only the newest are kept\n";
-}
-
-/// Returns the number of the newest request shown.
-std::uint64_t showRequestsAfter(const AdminClient& backend, std::uint64_t number, bool asJson) {
-    const auto answer = json::parse(backend.get("/requests?after=" + std::to_string(number)));
-    for (const auto& request : answer.at("requests")) {
-        const auto missing = request.at("number").get<std::uint64_t>() - number - 1;
-        if (number > 0 && missing > 0) printError(lossLine(missing));
-        number = request.at("number");
-        print(asJson ? inAscii(request) + "\n" : request.at("line").get<std::string>());
-    }
-    return number;
-}
-
-void followRequests(const AdminClient& backend, std::uint64_t number, bool asJson) {
-    try {
-        for (;;) {
-            std::this_thread::sleep_for(pollingPause);
-            number = showRequestsAfter(backend, number, asJson);
-        }
-    } catch (const std::runtime_error& error) {
-        printError(std::string("kivo-dev: stopped following: ") + error.what() + "\n");
-    }
-}
-
-int reportUnmet(const json& answer, std::chrono::milliseconds within) {
-    const auto newest = answer.at("line").get<std::string>();
-    printError("kivo-dev: no matching request arrived within " + std::to_string(within.count()) +
-               " ms; " +
-               (newest.empty() ? "there was none to that endpoint\n"
-                               : "the last one to that endpoint was\n  " + newest));
-    return EXIT_FAILURE;
-}
-
 }  // namespace
 
-void listFaults(const AdminClient& backend) {
-    const auto answer = json::parse(backend.get("/faults"));
-    print(section("faults", answer.at("faults"), faultLine));
+void listFaults(const AdminClient& backend, bool asJson) {
+    const auto faults = json::parse(backend.get("/faults")).at("faults");
+    print(asJson ? inAscii(faults) + "\n" : section("faults", faults, faultLine));
 }
 
 void addFault(const AdminClient& backend, const std::string& rule) {
@@ -159,18 +103,17 @@ void reset(const AdminClient& backend) {
     print("reset\n");
 }
 
-void showState(const AdminClient& backend) {
+void showState(const AdminClient& backend, bool asJson) {
     const auto state = json::parse(backend.get("/state"));
-    print("base URL  " + state.at("baseUrl").get<std::string>() + "\n" +
-          section("sessions", state.at("sessions"), sessionLine) +
+    if (asJson) return print(inAscii(state) + "\n");
+    const bool masks = !state.at("showsSecrets") && !state.at("sessions").empty();
+    print("base URL  " + state.at("baseUrl").get<std::string>() + "\nnewest entry  " +
+          state.at("newest").dump() + "\n" +
+          section(masks ? "sessions (" + maskingNote + ")" : "sessions", state.at("sessions"),
+                  sessionLine) +
           section("faults", state.at("faults"), faultLine) +
           section("pushed images", state.at("images"), imageLine) +
           totalsSection(state.at("totals")));
-}
-
-void showRequests(const AdminClient& backend, const RequestsOptions& options) {
-    const auto number = showRequestsAfter(backend, 0, options.json);
-    if (options.follow) followRequests(backend, number, options.json);
 }
 
 void push(const AdminClient& backend, const std::string& imageFile) {
@@ -180,22 +123,6 @@ void push(const AdminClient& backend, const std::string& imageFile) {
         {"title", "Hello"}, {"body", "From kivo-dev"}, {"image", url}};
     print(nlohmann::ordered_json{{"notification", notification}}.dump(2) + "\n");
     printError("kivo-dev: \"kivo-dev state\" shows how often the image was fetched\n");
-}
-
-int expect(const AdminClient& backend, const std::vector<std::string>& words,
-           std::chrono::milliseconds within) {
-    parseExpectation(words);  // Reports a mistake even if no backend is running.
-    const auto body = json{{"words", words}}.dump();
-    const auto end = std::chrono::steady_clock::now() + within;
-    for (;;) {
-        const auto answer = json::parse(backend.post("/expectations", body));
-        if (answer.at("met")) {
-            print(answer.at("line"));
-            return EXIT_SUCCESS;
-        }
-        if (std::chrono::steady_clock::now() >= end) return reportUnmet(answer, within);
-        std::this_thread::sleep_for(pollingPause);
-    }
 }
 
 void showAuthorityPath() { print(openAuthorityStore(authorityFolder()).trustFile.string() + "\n"); }

@@ -26,6 +26,12 @@ struct AdminContext {
     std::chrono::system_clock::time_point start = std::chrono::system_clock::now();
     /// How many clients follow the events.
     std::atomic<std::size_t> followers = 0;
+
+    /// Names this run of the backend, in which entries are numbered from 1.
+    std::string run() const {
+        using Milliseconds = std::chrono::milliseconds;
+        return std::to_string(std::chrono::floor<Milliseconds>(start.time_since_epoch()).count());
+    }
 };
 
 }  // namespace kivo::backend

@@ -32,11 +32,6 @@ std::string event(const std::string& fields, const json& data) {
     return fields + "data: " + data.dump(-1, ' ', false, json::error_handler_t::replace) + "\n\n";
 }
 
-/// Differs between two starts of the backend.
-std::string runOf(const AdminContext& context) {
-    return std::to_string(millisecondsSinceEpoch(context.start));
-}
-
 json endpointList() {
     json list = json::array();
     for (const auto& endpoint : endpoints())
@@ -58,7 +53,7 @@ json faultKindList() {
 
 json descriptionOf(const AdminContext& context) {
     auto& desk = context.desk;
-    return {{"run", runOf(context)},
+    return {{"run", context.run()},
             {"version", KIVO_DEV_VERSION},
             {"start", millisecondsSinceEpoch(context.start)},
             {"baseUrl", desk.baseUrl()},
@@ -96,13 +91,12 @@ private:
 
     std::string entries() {
         auto& desk = context_.desk;
-        const auto entries = desk.journal().after(after_, eventBytes);
+        const auto [entries, lost, newest] = desk.journal().after(after_, eventBytes);
         if (entries.empty()) return {};
-        const auto lost = entries.front().number - after_ - 1;
         after_ = entries.back().number;
         json records = json::array();
         for (const auto& entry : entries) records.push_back(recordOf(entry, desk.showsSecrets()));
-        return event("id: " + runOf(context_) + "-" + std::to_string(after_) + "\n",
+        return event("id: " + context_.run() + "-" + std::to_string(after_) + "\n",
                      {{"lost", lost}, {"entries", std::move(records)}});
     }
 
@@ -124,7 +118,7 @@ private:
 /// The number to resume after; 0 where the place is of another run.
 std::uint64_t placeIn(const std::string& run, const Request& request) {
     const auto header = request.header("Last-Event-ID");
-    const auto place = header.empty() ? queryValue(request, "after") : header;
+    const auto place = header.empty() ? queryText(request, "after").value_or("") : header;
     if (!place.starts_with(run + "-")) return 0;
     return parseNumber<std::uint64_t>(place.substr(run.size() + 1)).value_or(0);
 }
@@ -134,7 +128,7 @@ std::uint64_t placeIn(const std::string& run, const Request& request) {
 Reply followEvents(AdminContext& context, const Request& request) {
     if (context.followers >= followerLimit)
         return refusal(503, "too many pages follow this backend; close some of them");
-    const auto feed = std::make_shared<Feed>(context, placeIn(runOf(context), request));
+    const auto feed = std::make_shared<Feed>(context, placeIn(context.run(), request));
     return {.headers = {{"Content-Type", "text/event-stream"}, {"Cache-Control", "no-store"}},
             .more = [feed] { return feed->next(); }};
 }

@@ -3,7 +3,6 @@
 #include <map>
 #include <optional>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "backend/journal/Journal.h"
@@ -19,13 +18,22 @@ struct Expectation {
     std::optional<int> status = {};
 };
 
-/// Parses an endpoint and its conditions. A single word is split at spaces; of several words, each
-/// is one condition. Throws std::invalid_argument with a message that shows the syntax.
-Expectation parseExpectation(std::vector<std::string> words);
+/// The words of each expectation, which the word "then" separates. An expectation that is one word
+/// is split at spaces outside of quotes, so that it may be written 'user/unset status=200'. Throws
+/// std::invalid_argument, with a message for the user, if one is empty or a quote has no end.
+std::vector<std::vector<std::string>> splitExpectations(const std::vector<std::string>& words);
+
+/// Parses an endpoint and its conditions, a word each. Throws std::invalid_argument with a message
+/// that shows the syntax.
+Expectation parseExpectation(const std::vector<std::string>& words);
 
 bool meets(const Entry& entry, const Expectation& expectation);
 
 /// Whether the request was for the expected endpoint, whatever its conditions.
 bool isForEndpoint(const Entry& entry, const Expectation& expectation);
+
+/// How a request to the expected endpoint differs, a phrase for each condition that does not hold.
+std::vector<std::string> differences(const Entry& entry, const Expectation& expectation,
+                                     bool showSecrets);
 
 }  // namespace kivo::backend

@@ -55,6 +55,15 @@ const char* nameOf(EntryKind kind) {
     return names.at(static_cast<std::size_t>(kind));
 }
 
+const char* nameOf(Violation::Part part) {
+    static constexpr std::array names{"path", "method", "header", "body", "member"};
+    return names.at(static_cast<std::size_t>(part));
+}
+
+json placed(const Violation& violation) {
+    return {{"part", nameOf(violation.part)}, {"name", violation.name}, {"text", violation.text}};
+}
+
 }  // namespace
 
 std::int64_t millisecondsSinceEpoch(std::chrono::system_clock::time_point time) {
@@ -67,7 +76,9 @@ json stateOf(Desk& desk) {
             {"images", recordsOf(desk.images().list())},
             {"faults", recordsOf(desk.faults().list())},
             {"latency", desk.latency().text()},
-            {"totals", recordOf(desk.tally().totals())}};
+            {"totals", recordOf(desk.tally().totals())},
+            {"newest", desk.journal().newest()},
+            {"showsSecrets", desk.showsSecrets()}};
 }
 
 json recordOf(const Entry& entry, bool showSecrets) {
@@ -76,7 +87,7 @@ json recordOf(const Entry& entry, bool showSecrets) {
             {"kind", nameOf(entry.kind)},
             {"detail", entry.detail},
             {"arrival", millisecondsSinceEpoch(request.arrival)},
-            {"time", localTime(request.arrival)},
+            {"time", isoTime(request.arrival)},
             {"line", requestLine(entry, showSecrets)},
             {"method", request.method},
             {"target", request.target},
@@ -88,7 +99,7 @@ json recordOf(const Entry& entry, bool showSecrets) {
             {"carried", entry.carried},
             {"given", entry.given},
             {"verdict", verdictOn(entry)},
-            {"violations", entry.violations},
+            {"violations", listOf(entry.violations, placed)},
             {"fault", reply.fault},
             {"imageHits", entry.imageHits},
             {"request", messageOf(request.headers, request.body, showSecrets)},

@@ -5,6 +5,7 @@
 #include "backend/faults/FaultKinds.h"
 #include "backend/http/StartServer.h"
 #include "backend/journal/TokenNames.h"
+#include "backend/service/AuthRead.h"
 #include "backend/service/Endpoints.h"
 
 namespace kivo::backend {
@@ -12,6 +13,8 @@ namespace kivo::backend {
 namespace {
 
 constexpr std::chrono::milliseconds disconnectLimit(50);
+constexpr std::uint64_t faultSource = 0;
+constexpr std::uint64_t latencySource = 1;
 
 std::uint64_t randomSeed() {
     std::random_device device;
@@ -38,10 +41,10 @@ Desk::Desk(DeskOptions options, Journal::Observer observer)
     : options_(std::move(options)),
       service_(
           {.lifetimes = options_.lifetimes, .authRead = options_.authRead, .seed = options_.seed}),
-      faults_(seedOf(options_, 0)),
+      faults_(seedOf(options_, faultSource)),
       latency_(options_.latency),
-      contract_([this](std::string_view token) { return service_.issuedClaims(token); }),
-      chance_(seedOf(options_, 1)) {
+      chance_(seedOf(options_, latencySource)),
+      contract_([this](std::string_view token) { return service_.issuedClaims(token); }) {
     for (const auto& fault : options_.faults) faults_.add(fault);
     journal_.observe([this](const Entry& entry) { tally_.count(entry); });
     journal_.observe([observer = std::move(observer)](const Entry& entry) {
@@ -69,6 +72,12 @@ void Desk::addFault(Fault fault) {
     if (atHandshake) server_->closeIdleConnections();
 }
 
+std::size_t Desk::clearFaults(const std::optional<std::string>& rule) {
+    const auto cleared = faults_.clear(rule);
+    if (cleared > 0 && (!rule || isHang(parseFault(*rule)))) server_->release();
+    return cleared;
+}
+
 void Desk::expire(std::optional<TokenKind> kind) {
     service_.expire(kind);
     journal_.record(eventOf(EntryKind::expired, kind ? nameOf(*kind) : "all"));
@@ -84,9 +93,21 @@ Latency Desk::latency() const {
     return latency_;
 }
 
+std::chrono::milliseconds Desk::drawLatency() {
+    const Lock lock(latencyMutex_);
+    return latency_.draw(chance_);
+}
+
+void Desk::reseedLatency() {
+    const Lock lock(latencyMutex_);
+    chance_.seed(seedOf(options_, latencySource));
+}
+
 void Desk::reset() {
     service_.reset();
-    faults_.clear();
+    clearFaults();
+    faults_.reseed(seedOf(options_, faultSource));
+    reseedLatency();
     images_.clear();
     journal_.clear();
     tally_.clear();
@@ -141,12 +162,19 @@ std::optional<UpstreamProxy> Desk::upstreamProxy(const std::string& authority) c
 Reply Desk::answer(const Request& request) {
     auto violations = contract_.violations(request);
     auto reply = goodReply(request);
-    if (const auto fault = faults_.draw(request))
+    if (const auto fault = faults_.draw(request, sessionOf(request)))
         reply = applyFault(request, std::move(reply), *fault);
     reply.violations = std::move(violations);
     contract_.remember(request, reply);
-    reply.delay += latency().draw(chance_);
+    reply.delay += drawLatency();
     return reply;
+}
+
+/// The session of the last token, or else the one that the request names.
+std::string Desk::sessionOf(const Request& request) const {
+    const auto tokens = bearerTokens(request);
+    const auto claims = tokens.empty() ? std::nullopt : service_.issuedClaims(tokens.back());
+    return claims ? claims->sessionId : request.header("x-session-id");
 }
 
 Reply Desk::goodReply(const Request& request) {

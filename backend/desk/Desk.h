@@ -64,6 +64,10 @@ public:
 
     void addFault(Fault fault);
 
+    /// Removes the faults with that rule, or all if there is none; returns how many. Requests that
+    /// such a fault left hanging are answered. Throws what parseFault throws.
+    std::size_t clearFaults(const std::optional<std::string>& rule = std::nullopt);
+
     /// Expires all tokens issued so far, of one kind or of both.
     void expire(std::optional<TokenKind> kind);
 
@@ -71,11 +75,11 @@ public:
     void setLatency(const Latency& latency);
     Latency latency() const;
 
-    /// Clears sessions, tokens, faults, images, requests and totals.
+    /// Clears sessions, tokens, faults, images, requests and totals, answers the requests that
+    /// hang, and starts random choices anew: with a seed, as they were at the start.
     void reset();
 
     Service& service() { return service_; }
-    Faults& faults() { return faults_; }
     const Faults& faults() const { return faults_; }
     Images& images() { return images_; }
     Journal& journal() { return journal_; }
@@ -94,6 +98,9 @@ private:
     void handshakeFailed(const std::string& reason);
     Reply answer(const Request& request);
     Reply goodReply(const Request& request);
+    std::string sessionOf(const Request& request) const;
+    std::chrono::milliseconds drawLatency();
+    void reseedLatency();
     std::vector<std::string> namesOf(const std::vector<std::string>& tokens) const;
     void finished(Exchange exchange);
     ServerOptions serverOptions();
@@ -106,8 +113,8 @@ private:
     Tally tally_;
     mutable Mutex latencyMutex_;
     Latency latency_ KIVO_BACKEND_GUARDED_BY(latencyMutex_);
-    Contract contract_;       // Used only on the server's thread.
-    std::mt19937_64 chance_;  // Used only on the server's thread.
+    std::mt19937_64 chance_ KIVO_BACKEND_GUARDED_BY(latencyMutex_);
+    Contract contract_;  // Used only on the server's thread.
     std::unique_ptr<Server> server_;
 };
 

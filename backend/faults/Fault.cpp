@@ -4,7 +4,9 @@
 #include <charconv>
 #include <stdexcept>
 
+#include "backend/base/Duration.h"
 #include "backend/base/Number.h"
+#include "backend/faults/BrokenTransport.h"
 #include "backend/faults/FaultKinds.h"
 #include "backend/service/Endpoints.h"
 
@@ -24,8 +26,20 @@ std::string_view next(std::string_view& rest, char separator) {
     return part;
 }
 
-bool isEndpoint(std::string_view name) {
-    return name == "*" || name == "img" || endpointNamed(name);
+/// "*" and "img" are no ends of paths.
+std::string endpointIn(std::string_view text) {
+    if (text == "*" || text == "img") return std::string(text);
+    return endpointMeant(text, "img, or * for every request");
+}
+
+/// What is meant by a number that stands where a kind should.
+std::string statusHint(std::string_view text) {
+    const auto status = parseNumber<int>(text).value_or(0);
+    return status >= 200 && status <= 599 ? "; did you mean status=" + std::string(text) + "?" : "";
+}
+
+bool isSession(std::string_view text) {
+    return text.starts_with('S') && parseNumber<std::uint64_t>(text.substr(1));
 }
 
 void applyLimit(Fault& fault, std::string_view part) {
@@ -38,21 +52,43 @@ void applyLimit(Fault& fault, std::string_view part) {
         fault.times = times;
     else if (name == "p" && probability > 0 && probability <= 1)
         fault.probability = probability;
+    else if (name == "session" && isSession(value))
+        fault.session = value;
     else
-        reject(part, "is not a limit; write times=2 or p=0.3, or leave it out");
+        reject(part, "is not a limit; write times=2, p=0.3 or session=S1, or leave it out");
 }
 
 void require(const Fault& fault, std::string_view rule) {
-    if (!isEndpoint(fault.endpoint))
-        reject(fault.endpoint, "is not an endpoint; choose one of " + endpointNames() +
-                                   "img, or * for every request");
     const auto* kind = faultKindNamed(fault.kind);
-    if (!kind) reject(fault.kind, "is not a kind of fault; choose one of\n" + describeFaultKinds());
+    if (!kind) {
+        const auto hint = statusHint(fault.kind);
+        reject(fault.kind, "is not a kind of fault" +
+                               (hint.empty() ? "; choose one of\n" + describeFaultKinds() : hint));
+    }
     if (!kind->accepts(fault.argument))
         reject(rule, "is not valid; write " + std::string(kind->form) + ": " +
                          std::string(kind->description));
     if (!kind->apply && fault.endpoint != "*")
         reject(rule, "affects connections, which have no endpoint; write *:" + fault.kind);
+}
+
+bool givesTokens(std::string_view endpoint) {
+    const auto* named = endpointNamed(endpoint);
+    return !named || named->bearer != TokenKind::user;
+}
+
+/// Why the fault could never change anything; empty if it could.
+std::string uselessBecause(const Fault& fault) {
+    const auto& kind = *faultKindNamed(fault.kind);
+    const bool isImage = fault.endpoint == "img";
+    if (kind.changes == Changes::tokens && (isImage || !givesTokens(fault.endpoint)))
+        return "replies of " + fault.endpoint + " contain no token";
+    if (kind.changes == Changes::jsonObject && isImage) return "images are not JSON";
+    if (parseDuration(fault.argument) == std::chrono::milliseconds(0))
+        return "a pause of 0 is none";
+    if (fault.session.empty()) return {};
+    if (!kind.apply) return "TLS handshakes belong to no session";
+    return isImage ? "requests for images belong to no session" : "";
 }
 
 std::string textOf(double number) {
@@ -65,16 +101,17 @@ std::string textOf(double number) {
 
 Fault parseFault(std::string_view rule) {
     if (rule.find(':') == rule.npos)
-        reject(rule,
-               "is not a fault rule; write ENDPOINT:KIND[=ARG][:times=N][:p=0.3], as in "
-               "user/unset:401:times=2");
+        reject(rule, std::string("is not a fault rule; write ") + faultForm +
+                         ", as in user/unset:401:times=2" + statusHint(rule));
     auto rest = rule;
-    Fault fault{.endpoint = std::string(next(rest, ':')), .kind = {}};
+    Fault fault{.endpoint = endpointIn(next(rest, ':')), .kind = {}};
     auto what = next(rest, ':');
     fault.kind = next(what, '=');
     fault.argument = what;
     require(fault, rule);
     while (!rest.empty()) applyLimit(fault, next(rest, ':'));
+    if (const auto reason = uselessBecause(fault); !reason.empty())
+        reject(rule, "would never change anything: " + reason);
     return fault;
 }
 
@@ -83,6 +120,7 @@ std::string ruleOf(const Fault& fault) {
     if (!fault.argument.empty()) rule += "=" + fault.argument;
     if (fault.times) rule += ":times=" + std::to_string(*fault.times);
     if (fault.probability < 1) rule += ":p=" + textOf(fault.probability);
+    if (!fault.session.empty()) rule += ":session=" + fault.session;
     return rule;
 }
 

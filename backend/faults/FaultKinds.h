@@ -10,6 +10,9 @@
 
 namespace kivo::backend {
 
+/// What a kind of fault changes in a reply; other replies stay as they are.
+enum class Changes { anyReply, jsonObject, tokens };
+
 /// One kind of deliberate failure. It affects either requests or TLS handshakes.
 struct FaultKind {
     using Apply = Reply (*)(const Request&, Reply good, std::string_view argument);
@@ -20,6 +23,7 @@ struct FaultKind {
     bool (*accepts)(std::string_view argument);
     Apply apply = nullptr;                                 ///< For a fault that affects requests.
     HandshakeAction handshake = HandshakeAction::proceed;  ///< For a fault that affects handshakes.
+    Changes changes = Changes::anyReply;
 };
 
 std::span<const FaultKind> faultKinds();

@@ -18,15 +18,11 @@ bool isUsedUp(const Faults::Active& active) {
     return active.fault.times && active.hits >= *active.fault.times;
 }
 
-std::string_view endpointOf(const Request& request) {
-    if (imageAt(request.path())) return "img";
-    const auto* endpoint = endpointAt(request.path());
-    return endpoint ? endpoint->name : "";
-}
-
 }  // namespace
 
 bool affectsConnections(const Fault& fault) { return !faultKindNamed(fault.kind)->apply; }
+
+bool isHang(const Fault& fault) { return fault.kind == "hang"; }
 
 void Faults::add(Fault fault) {
     const Lock lock(mutex_);
@@ -61,11 +57,18 @@ std::optional<Fault> Faults::drawNewest(const Fits& fits) {
     return std::nullopt;
 }
 
-std::optional<Fault> Faults::draw(const Request& request) {
+void Faults::reseed(std::uint64_t seed) {
+    const Lock lock(mutex_);
+    chance_.seed(seed);
+}
+
+std::optional<Fault> Faults::draw(const Request& request, std::string_view session) {
     if (wasRedirected(request)) return std::nullopt;
-    const auto endpoint = endpointOf(request);
+    const auto endpoint = groupAt(request.path());
     return drawNewest([&](const Fault& fault) {
-        return !affectsConnections(fault) && (fault.endpoint == "*" || fault.endpoint == endpoint);
+        return !affectsConnections(fault) &&
+               (fault.endpoint == "*" || fault.endpoint == endpoint) &&
+               (fault.session.empty() || fault.session == session);
     });
 }
 

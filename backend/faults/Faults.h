@@ -17,6 +17,9 @@ namespace kivo::backend {
 /// Whether the fault affects TLS handshakes; all others affect requests.
 bool affectsConnections(const Fault& fault);
 
+/// Whether the fault leaves requests without an answer until they are released.
+bool isHang(const Fault& fault);
+
 /// The active faults, oldest first. If several match, the newest applies that its probability lets
 /// through. May be called from any thread.
 class Faults {
@@ -35,12 +38,15 @@ public:
     /// parseFault throws.
     std::size_t clear(const std::optional<std::string>& rule = std::nullopt);
 
+    /// Starts the chances anew.
+    void reseed(std::uint64_t seed);
+
     /// Includes faults that have been used up.
     std::vector<Active> list() const;
 
-    /// The fault for this request; counts as one of its times. A request that follows a redirect by
-    /// a fault is spared.
-    std::optional<Fault> draw(const Request& request);
+    /// The fault for this request of that session; counts as one of its times. A request that
+    /// follows a redirect by a fault is spared.
+    std::optional<Fault> draw(const Request& request, std::string_view session = "");
 
     /// How to treat the next TLS handshake; counts as one of the fault's times.
     HandshakeAction drawHandshakeAction();

@@ -9,6 +9,7 @@
 
 #include "backend/http/Header.h"
 #include "backend/http/Request.h"
+#include "backend/http/Violation.h"
 
 namespace kivo::backend {
 
@@ -48,7 +49,7 @@ struct Reply {
     /// The rule of the fault that caused this reply, if any. For the journal; never sent.
     std::string fault = {};
     /// How the request broke the contract. For the journal; never sent.
-    std::vector<std::string> violations = {};
+    Violations violations = {};
     static constexpr std::uint64_t endless = std::numeric_limits<std::uint64_t>::max();
 
     static Reply json(int status, std::string body);

@@ -111,13 +111,16 @@ private:
                 full_ = false;
                 asio::co_spawn(context_, serve(std::move(socket)), asio::detached);
             } else {
-                reject();
+                reject(socket);
             }
         }
     }
 
     /// Reported once until there is room again.
-    void reject() {
+    void reject(tcp::socket& socket) {
+        boost::system::error_code ignored;
+        socket.non_blocking(true, ignored);
+        socket.write_some(asio::buffer(shared_.options.whenFull), ignored);
         if (!std::exchange(full_, true))
             report("rejected: " + std::to_string(open_.size()) + " clients are already connected");
     }

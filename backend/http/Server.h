@@ -61,6 +61,8 @@ struct ServerOptions {
     std::function<std::optional<UpstreamProxy>(const std::string& authority)> upstreamProxy = {};
     /// Whether clients of other users of this machine are turned away, except root's.
     bool onlyOwnUser = false;
+    /// What a client beyond the limit of connections gets before it is disconnected.
+    std::string whenFull = {};
     ServerLimits limits = {};
 };
 

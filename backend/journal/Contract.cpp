@@ -12,7 +12,7 @@ namespace kivo::backend {
 
 namespace {
 
-using Violations = std::vector<std::string>;
+using Part = Violation::Part;
 constexpr std::size_t violationLimit = 20;
 
 struct IdentityHeader {
@@ -30,18 +30,25 @@ constexpr std::array<IdentityHeader, 6> identityHeaders{{
     {"x-unique-device-id", "", true},
 }};
 
+/// What is wrong with the header after its name; empty if nothing is.
+std::string defectOf(const IdentityHeader& header, const std::vector<std::string>& values) {
+    if (values.empty()) return " is missing";
+    if (values.size() > 1)
+        return " appears " + std::to_string(values.size()) + " times; it must appear once";
+    const auto& value = values.front();
+    if (!header.value.empty() && value != header.value)
+        return " is " + inQuotes(value) + "; it must be " + inQuotes(header.value);
+    return value.empty() && !header.mayBeEmpty ? " is empty" : "";
+}
+
 void checkHeader(const Request& request, const IdentityHeader& header, Violations& found) {
     const std::string name(header.name);
-    const auto values = request.values(name);
-    if (values.empty()) return found.push_back(name + " is missing");
-    if (values.size() > 1)
-        return found.push_back(name + " appears " + std::to_string(values.size()) +
-                               " times; it must appear once");
-    if (!header.value.empty() && values.front() != header.value)
-        found.push_back(name + " is " + inQuotes(values.front()) + "; it must be " +
-                        inQuotes(header.value));
-    else if (values.front().empty() && !header.mayBeEmpty)
-        found.push_back(name + " is empty");
+    const auto defect = defectOf(header, request.values(name));
+    if (!defect.empty()) found.push_back({Part::header, name + defect, name});
+}
+
+Violation ofAuthorization(std::string text) {
+    return {Part::header, std::move(text), "Authorization"};
 }
 
 bool useOne(std::size_t& allowance) {
@@ -81,7 +88,7 @@ Violations Contract::violations(const Request& request) {
     if (isPreflight(request)) return found;
     const auto* endpoint = endpointAt(request.path());
     if (!endpoint && resemblesContract(request.path()))
-        found.emplace_back("the path is not one of the contract's five");
+        found.push_back({Part::path, "the path is not one of the contract's five"});
     if (!endpoint) return found;
     checkRedirectable(request, *endpoint, found);
     for (const auto& header : identityHeaders) checkHeader(request, header, found);
@@ -111,11 +118,12 @@ void Contract::checkRedirectable(const Request& request, const Endpoint& endpoin
                                  Violations& found) {
     auto& allowed = allowances_[endpoint.name];
     const bool hasQuery = request.target.find_first_of("?#") != request.target.npos;
-    if (hasQuery && !useOne(allowed.redirected)) found.emplace_back("the path has a query");
+    if (hasQuery && !useOne(allowed.redirected))
+        found.push_back({Part::path, "the path has a query"});
     if (request.method == "GET" && request.body.empty() && useOne(allowed.turnedToGet)) return;
     if (request.method != endpoint.method)
-        found.push_back("the method is " + inQuotes(request.method) + "; it must be " +
-                        std::string(endpoint.method));
+        found.push_back({Part::method, "the method is " + inQuotes(request.method) +
+                                           "; it must be " + std::string(endpoint.method)});
     for (auto& violation : bodyViolations(request, endpoint)) found.push_back(std::move(violation));
 }
 
@@ -125,18 +133,19 @@ void Contract::checkAuthorization(const Request& request, const Endpoint& endpoi
                                   Violations& found) {
     const auto lines = request.values("Authorization");
     if (!endpoint.bearer) {
-        if (!lines.empty()) found.emplace_back("Authorization must not be sent");
+        if (!lines.empty()) found.push_back(ofAuthorization("Authorization must not be sent"));
         return;
     }
     if (lines.empty()) return checkAbsence(endpoint, found);
     if (lines.size() > 1)
-        found.push_back("Authorization appears in " + std::to_string(lines.size()) +
-                        " lines; its values must be in one, joined by commas");
+        found.push_back(ofAuthorization("Authorization appears in " + std::to_string(lines.size()) +
+                                        " lines; its values must be in one, joined by commas"));
     for (const auto& line : lines) {
         const auto values = splitAtCommas(line);
         if (values.size() > 1 && endpoint.bearer == TokenKind::merchant)
-            found.push_back("Authorization carries " + std::to_string(values.size()) +
-                            " merchant tokens; it must carry one");
+            found.push_back(ofAuthorization("Authorization carries " +
+                                            std::to_string(values.size()) +
+                                            " merchant tokens; it must carry one"));
         for (const auto value : values) checkValue(value, endpoint, found);
         checkOrder(values, found);
     }
@@ -146,32 +155,34 @@ void Contract::checkAuthorization(const Request& request, const Endpoint& endpoi
 void Contract::checkAbsence(const Endpoint& endpoint, Violations& found) {
     if (gaveUnsendableToken_) return;
     if (endpoint.bearer == TokenKind::user && useOne(emptyUserTokens_)) return;
-    found.push_back("Authorization is missing; it must carry a " + tokenText(*endpoint.bearer));
+    found.push_back(ofAuthorization("Authorization is missing; it must carry a " +
+                                    tokenText(*endpoint.bearer)));
 }
 
 void Contract::checkValue(std::string_view value, const Endpoint& endpoint, Violations& found) {
     if (value.starts_with(' '))
-        return static_cast<void>(
-            found.emplace_back("the values of Authorization are joined by more than a comma"));
+        return found.push_back(
+            ofAuthorization("the values of Authorization are joined by more than a comma"));
     const auto scheme = value.substr(0, value.find(' '));
     if (scheme != "Bearer")
-        return found.push_back("the scheme of Authorization is " + inQuotes(scheme) +
-                               "; it must be \"Bearer\"");
+        return found.push_back(ofAuthorization("the scheme of Authorization is " +
+                                               inQuotes(scheme) + "; it must be \"Bearer\""));
     const auto token = tokenIn(value);
     if (!token.empty()) return checkToken(token, *endpoint.bearer, found);
     if (endpoint.bearer == TokenKind::merchant && useOne(emptyMerchantTokens_)) return;
-    found.emplace_back("a bearer value has no token");
+    found.push_back(ofAuthorization("a bearer value has no token"));
 }
 
 void Contract::checkToken(std::string_view token, TokenKind expected, Violations& found) const {
     if (!std::ranges::all_of(token, isSendable))
-        return found.push_back("the token after \"Bearer \" is malformed: " + inQuotes(token));
+        return found.push_back(
+            ofAuthorization("the token after \"Bearer \" is malformed: " + inQuotes(token)));
     const auto issued = issued_(token);
     const auto claims = issued ? issued : readClaims(token);
     if (!claims || claims->kind == expected) return;
     const auto name = issued ? " " + inQuotes(claims->name) : " of another backend";
-    found.push_back("Authorization carries " + tokenText(claims->kind) + name + " instead of a " +
-                    tokenText(expected));
+    found.push_back(ofAuthorization("Authorization carries " + tokenText(claims->kind) + name +
+                                    " instead of a " + tokenText(expected)));
 }
 
 /// Tokens are numbered as they are issued, and each renewal adds its token at the end. A seed
@@ -183,8 +194,8 @@ void Contract::checkOrder(const std::vector<std::string_view>& values, Violation
         if (!claims || !claims->hasTimes) continue;
         const auto number = numberIn(claims->name);
         if (number < last)
-            return found.push_back("the new token stands before the refused one: " +
-                                   inQuotes(claims->name) + " must come first");
+            return found.push_back(ofAuthorization("the new token stands before the refused one: " +
+                                                   inQuotes(claims->name) + " must come first"));
         last = number;
     }
 }

@@ -24,15 +24,14 @@ public:
 
     explicit Contract(IssuedClaims issued) : issued_(std::move(issued)) {}
 
-    /// What breaks the contract, one sentence each; empty if nothing does. Images, paths that do
+    /// What breaks the contract; empty if nothing does. Images, paths that do
     /// not resemble the contract's, and a browser's preflight break nothing.
-    std::vector<std::string> violations(const Request& request);
+    Violations violations(const Request& request);
 
     /// Must be called with each reply before it is sent.
     void remember(const Request& request, const Reply& reply);
 
 private:
-    using Violations = std::vector<std::string>;
     /// How many requests of a kind the replies so far have made right.
     struct Allowance {
         std::size_t redirected = 0;  ///< May have a query.

@@ -1,5 +1,6 @@
 #include "backend/journal/Journal.h"
 
+#include <algorithm>
 #include <chrono>
 #include <utility>
 
@@ -62,21 +63,33 @@ void Journal::dropOldest() {
     entries_.pop_front();
 }
 
-std::vector<Entry> Journal::after(std::uint64_t number, std::size_t bytes) const {
+Excerpt Journal::after(std::uint64_t number, std::size_t bytes) const {
     const Lock lock(mutex_);
-    std::vector<Entry> later;
+    Excerpt later{.lost = lostAfter(number), .newest = recorded_};
     std::size_t taken = 0;
     for (const auto& entry : entries_) {
         if (entry.number <= number || taken >= bytes) continue;
         taken += sizeOf(entry);
-        later.push_back(entry);
+        later.entries.push_back(entry);
     }
     return later;
+}
+
+std::uint64_t Journal::newest() const {
+    const Lock lock(mutex_);
+    return recorded_;
+}
+
+std::uint64_t Journal::lostAfter(std::uint64_t number) const {
+    const auto oldest = entries_.empty() ? recorded_ + 1 : entries_.front().number;
+    const auto seen = std::max(number, cleared_);
+    return oldest > seen + 1 ? oldest - seen - 1 : 0;
 }
 
 void Journal::clear() {
     const Lock lock(mutex_);
     entries_.clear();
+    cleared_ = recorded_;
     bytes_ = 0;
 }
 

@@ -28,7 +28,7 @@ struct Entry {
     std::uint64_t number = 0;
     Exchange exchange = {};
     /// How the request broke the contract.
-    std::vector<std::string> violations = {};
+    Violations violations = {};
     /// How often this image has been requested; 0 for any other request.
     unsigned imageHits = 0;
     /// The short names of the tokens that the request carried and the reply gave.
@@ -50,6 +50,16 @@ struct JournalLimits {
     std::size_t bytes = 8 * 1024 * 1024;
 };
 
+/// Entries as they are read from a journal.
+struct Excerpt {
+    std::vector<Entry> entries = {};
+    /// How many before them were dropped, since only the newest are kept. Those that a reset
+    /// cleared do not count.
+    std::uint64_t lost = 0;
+    /// The number of the journal's newest entry, which may be none of these.
+    std::uint64_t newest = 0;
+};
+
 /// The newest exchanges. A body over the limit is cut, with a note of its length. May be called
 /// from any thread.
 class Journal {
@@ -65,8 +75,11 @@ public:
 
     /// The entries with a greater number, oldest first. They end at the one that brings them to
     /// that many bytes.
-    std::vector<Entry> after(std::uint64_t number = 0,
-                             std::size_t bytes = std::numeric_limits<std::size_t>::max()) const;
+    Excerpt after(std::uint64_t number = 0,
+                  std::size_t bytes = std::numeric_limits<std::size_t>::max()) const;
+
+    /// The number of the newest entry, kept or not; 0 if there never was one.
+    std::uint64_t newest() const;
 
     const JournalLimits& limits() const { return limits_; }
 
@@ -76,10 +89,12 @@ public:
 private:
     std::vector<Observer> keep(Entry& entry);
     void dropOldest() KIVO_BACKEND_REQUIRES(mutex_);
+    std::uint64_t lostAfter(std::uint64_t number) const KIVO_BACKEND_REQUIRES(mutex_);
 
     const JournalLimits limits_;
     mutable Mutex mutex_;
     std::uint64_t recorded_ KIVO_BACKEND_GUARDED_BY(mutex_) = 0;
+    std::uint64_t cleared_ KIVO_BACKEND_GUARDED_BY(mutex_) = 0;  // The newest cleared.
     std::deque<Entry> entries_ KIVO_BACKEND_GUARDED_BY(mutex_);
     std::size_t bytes_ KIVO_BACKEND_GUARDED_BY(mutex_) = 0;
     std::vector<Observer> observers_ KIVO_BACKEND_GUARDED_BY(mutex_);

@@ -53,9 +53,10 @@ std::string remarksOn(const Entry& entry) {
     return text;
 }
 
-std::string joined(const std::vector<std::string>& sentences) {
+std::string joined(const Violations& violations) {
     std::string text;
-    for (const auto& sentence : sentences) text += (text.empty() ? "" : "; ") + printable(sentence);
+    for (const auto& violation : violations)
+        text += (text.empty() ? "" : "; ") + printable(violation.text);
     return text;
 }
 

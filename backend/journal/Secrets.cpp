@@ -15,7 +15,8 @@ constexpr std::size_t longEnoughForBothEnds = 24;
 constexpr std::size_t shortestToken = 32;
 constexpr int deepest = 32;
 constexpr std::string_view scheme = "Bearer";
-constexpr std::array secretKeys{"apiKey", "merchantToken", "userToken", "deviceToken"};
+constexpr std::array<std::string_view, 4> secretKeys{"apiKey", "merchantToken", "userToken",
+                                                     "deviceToken"};
 
 bool belongsToToken(char letter) {
     return (letter >= '0' && letter <= '9') || (letter >= 'a' && letter <= 'z') ||
@@ -38,8 +39,7 @@ std::string withoutLongWords(std::string_view text, std::size_t shortest = short
 
 void shortenIn(json& container) {
     for (auto& [key, value] : container.items()) {
-        const bool secret = std::ranges::find(secretKeys, key) != secretKeys.end();
-        if (secret && value.is_string()) value = shortened(value.get_ref<std::string&>());
+        if (isSecret(key) && value.is_string()) value = shortened(value.get_ref<std::string&>());
         if (value.is_structured()) shortenIn(value);
     }
 }
@@ -68,6 +68,10 @@ std::string shortened(std::string_view secret) {
 Header withoutSecrets(const Header& header) {
     if (!header.isNamed("Authorization")) return header;
     return {.name = header.name, .value = withoutLongWords(header.value, scheme.size() + 1)};
+}
+
+bool isSecret(std::string_view key) {
+    return std::ranges::find(secretKeys, key) != secretKeys.end();
 }
 
 std::string withoutSecrets(const std::string& body) {

@@ -4,23 +4,15 @@ import { el } from "./dom.js";
 
 const lineLimit = 2000;
 
-/** What a finding of the contract check is about: { part: "method" | "header" | "field" | "", name }. */
-export function placeOf(violation) {
-  if (violation.startsWith("the method")) return { part: "method", name: "" };
-  const field = /^"([^"]+)" in the body|^the body (?:lacks|has the unexpected member) "([^"]+)"/.exec(violation);
-  if (field) return { part: "field", name: field[1] ?? field[2] };
-  if (violation.startsWith("a bearer value")) return { part: "header", name: "authorization" };
-  const header = /^([A-Za-z][\w-]*) (?:is|appears|carries|must)\b/.exec(violation);
-  if (header) return { part: "header", name: header[1].toLowerCase() };
-  return { part: "", name: "" };
-}
+/** Header names differ in case only by accident. */
+const nameIn = (part, name) => (part === "header" ? name.toLowerCase() : name);
 
 /** The findings of a request by what they are about. */
 export class Findings {
   #left;
 
   constructor(violations) {
-    this.#left = violations.map((text) => ({ text, ...placeOf(text) }));
+    this.#left = violations.map(({ part, name, text }) => ({ part, name: nameIn(part, name), text }));
   }
 
   /** Notes about that part; each finding is told once. */
@@ -46,7 +38,7 @@ export class Findings {
 /** The headers in their order; those that are missing stand behind them. */
 export function headerTable(headers, findings) {
   const rows = headers.map(([name, value]) => {
-    const notes = findings.take("header", name.toLowerCase());
+    const notes = findings.take("header", nameIn("header", name));
     const row = el("div.header", {}, el("dt", {}, name), el("dd", {}, value || el("i", {}, "empty")));
     if (notes.length) row.classList.add("broken");
     row.append(...notes);
@@ -93,7 +85,7 @@ function addLines(lines, value, place) {
 
 function addScalar(lines, value, place) {
   const element = line(place, el(`span.${typeof value}`, {}, JSON.stringify(value)), place.comma ?? "");
-  const notes = place.depth === 1 && place.key !== undefined ? place.findings.take("field", place.key) : [];
+  const notes = place.depth === 1 && place.key !== undefined ? place.findings.take("member", place.key) : [];
   if (notes.length) element.classList.add("broken");
   lines.push(element, ...notes);
 }

@@ -33,6 +33,7 @@ export class Detail {
     this.#panel.replaceChildren(
       title(entry.method || "no HTTP", el("span.name", {}, entry.endpoint), statusPill(entry)),
       ...findings.take("method", ""),
+      ...findings.take("path", ""),
       meta(factsOf(entry)),
       this.#steps(entry),
       this.#actions(entry),

@@ -55,7 +55,7 @@ export function spokenOf(entry) {
 export function noteOf(entry) {
   if (entry.violations.length) {
     const more = entry.violations.length > 1 ? ` and ${entry.violations.length - 1} more` : "";
-    return { text: `broken: ${entry.violations[0]}${more}`, kind: "bad" };
+    return { text: `broken: ${entry.violations[0].text}${more}`, kind: "bad" };
   }
   if (entry.fault) return { text: `fault ${entry.fault.split(":").slice(1).join(":")}`, kind: "warn" };
   if (!entry.delivered) return { text: "not delivered", kind: "warn" };

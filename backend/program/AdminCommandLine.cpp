@@ -1,10 +1,12 @@
 #include <memory>
+#include <optional>
 #include <stdexcept>
 #include <string>
 
 #include "backend/admin/AdminCommands.h"
 #include "backend/admin/AdminPort.h"
 #include "backend/base/Duration.h"
+#include "backend/faults/Fault.h"
 #include "backend/faults/FaultKinds.h"
 #include "backend/program/Commands.h"
 
@@ -12,12 +14,15 @@ namespace kivo::backend {
 
 namespace {
 
+constexpr long most = 1'000'000'000;
+
 /// Where the options and arguments are stored; each command uses some of them.
 struct AdminArguments {
     std::uint16_t port = defaultAdminPort;
     std::string word;
-    std::vector<std::string> words;
+    bool json = false;
     std::string within = "5s";
+    command::ExpectOptions expect;
     command::RequestsOptions requests;
 
     AdminClient backend() const { return AdminClient(port); }
@@ -43,17 +48,27 @@ CLI::App* add(CLI::App& parent, const char* name, const char* help, const Argume
     return command;
 }
 
+CLI::Option* addNumber(CLI::App& command, const char* name, std::optional<unsigned>& number,
+                       long lowest, long highest, const char* help) {
+    return command.add_option(name, number, help)
+        ->check(numberFrom(lowest, highest))
+        ->type_name("N");
+}
+
 void addFaultCommands(CLI::App& program, const Arguments& arguments, Command& selected) {
     auto* fault = program.add_subcommand("fault", "Makes requests fail on purpose");
     fault->require_subcommand(1);
     fault->footer("Kinds:\n" + describeFaultKinds());
-    add(*fault, "list", "Lists the active faults", arguments, selected,
-        [](const auto& given) { command::listFaults(given.backend()); });
+    add(*fault, "list", "Lists the active faults", arguments, selected, [](const auto& given) {
+        command::listFaults(given.backend(), given.json);
+    })->add_flag("--json", arguments->json, "As JSON");
     add(*fault, "add", "Adds a fault, as in user/unset:401:times=1", arguments, selected,
         [](const auto& given) { command::addFault(given.backend(), given.word); })
-        ->add_option("RULE", arguments->word, "ENDPOINT:KIND[=ARG][:times=N][:p=0.3]")
+        ->add_option("RULE", arguments->word, faultForm)
         ->required();
-    add(*fault, "clear", "Removes a fault, or all of them if no rule is given", arguments, selected,
+    add(*fault, "clear",
+        "Removes a fault, or all of them if no rule is given; requests that hang are answered",
+        arguments, selected,
         [](const auto& given) { command::clearFaults(given.backend(), given.word); })
         ->add_option("RULE", arguments->word, "As \"fault list\" shows it");
 }
@@ -64,18 +79,31 @@ void addStateCommands(CLI::App& program, const Arguments& arguments, Command& se
         ->add_option("KIND", arguments->word, "user, merchant or all")
         ->required();
     add(program, "state", "Shows sessions, faults, images and totals", arguments, selected,
-        [](const auto& given) { command::showState(given.backend()); });
-    add(program, "reset", "Clears sessions, tokens, faults, images, requests and totals", arguments,
-        selected, [](const auto& given) { command::reset(given.backend()); });
-    auto* requests =
-        add(program, "requests", "Shows the newest requests", arguments, selected,
-            [](const auto& given) { command::showRequests(given.backend(), given.requests); });
-    requests->add_flag("--follow", arguments->requests.follow, "Keep printing new requests");
-    requests->add_flag("--json", arguments->requests.json, "As JSON, with headers and bodies");
+        [](const auto& given) { command::showState(given.backend(), given.json); })
+        ->add_flag("--json", arguments->json, "As JSON");
+    add(program, "reset",
+        "Clears sessions, tokens, faults, images, requests and totals, and starts the chances of "
+        "--seed anew",
+        arguments, selected, [](const auto& given) { command::reset(given.backend()); });
     add(program, "push", "Prints a notification whose image this backend serves", arguments,
         selected, [](const auto& given) { command::push(given.backend(), given.word); })
         ->add_option("--image-file", arguments->word, "The image file")
         ->required();
+}
+
+void addRequests(CLI::App& program, const Arguments& arguments, Command& selected) {
+    auto* command =
+        add(program, "requests", "Shows the newest requests", arguments, selected,
+            [](const auto& given) { command::showRequests(given.backend(), given.requests); });
+    auto& options = arguments->requests;
+    command->add_flag("--follow", options.follow, "Keep printing new requests");
+    command->add_flag("--json", options.json,
+                      "As JSON, one request a line, with headers and bodies");
+    command->add_option("--endpoint", options.endpoint,
+                        "Only requests to this endpoint, such as user/unset, or img for images");
+    addNumber(*command, "--status", options.status, 100, 599, "Only those with this status");
+    command->add_flag("--broken", options.broken, "Only those that broke the contract");
+    addNumber(*command, "--limit", options.limit, 1, most, "Only so many, the newest");
 }
 
 std::chrono::milliseconds durationIn(const std::string& text) {
@@ -86,13 +114,28 @@ std::chrono::milliseconds durationIn(const std::string& text) {
 void addExpect(CLI::App& program, const Arguments& arguments, Command& selected) {
     auto* expect = add(program, "expect", "Fails unless a matching request arrives; for scripts",
                        arguments, selected, [](const auto&) {});
-    expect->add_option("WHAT", arguments->words, "'ENDPOINT [KEY=VALUE]... [status=N]'")
+    auto& options = arguments->expect;
+    expect
+        ->add_option("WHAT", options.words,
+                     "'ENDPOINT [KEY=VALUE]... [status=N]'; several in order: WHAT then WHAT")
         ->required();
-    expect->add_option("--within", arguments->within, "How long to wait")->capture_default_str();
+    expect->add_option("--within", arguments->within, "How long to wait")
+        ->type_name("TIME")
+        ->capture_default_str();
+    expect
+        ->add_option("--after", options.after,
+                     "Only requests after the entry of this number, the newest one in \"state\"")
+        ->check(numberFrom(0, most))
+        ->type_name("N");
+    auto* none = expect->add_flag("--none", options.none,
+                                  "Fail if a matching request arrives within the whole time");
+    addNumber(*expect, "--count", options.count, 1, most,
+              "So many matching requests, and no more when they have arrived")
+        ->excludes(none);
     expect->callback([arguments, &selected] {
         selected = [arguments] {
-            return command::expect(arguments->backend(), arguments->words,
-                                   durationIn(arguments->within));
+            arguments->expect.within = durationIn(arguments->within);
+            return command::expect(arguments->backend(), arguments->expect);
         };
     });
 }
@@ -103,6 +146,7 @@ void addAdminCommands(CLI::App& program, Command& selected) {
     const auto arguments = std::make_shared<AdminArguments>();
     addFaultCommands(program, arguments, selected);
     addStateCommands(program, arguments, selected);
+    addRequests(program, arguments, selected);
     addExpect(program, arguments, selected);
     auto* authority = program.add_subcommand("ca", "The certificate authority of serve");
     authority->require_subcommand(1);

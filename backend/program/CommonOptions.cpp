@@ -79,7 +79,7 @@ void addCommonOptions(CLI::App& command, CommonOptions& options) {
                     "Another https host to answer for as a proxy, NAME or NAME:PORT; may be "
                     "repeated")
         ->allow_extra_args(false);
-    command.footer("Kinds of faults, written ENDPOINT:KIND[=ARG][:times=N][:p=0.3]:\n" +
+    command.footer("Kinds of faults, written " + std::string(faultForm) + ":\n" +
                    describeFaultKinds());
 }
 

@@ -5,6 +5,8 @@
 #include <stdexcept>
 #include <system_error>
 
+#include "backend/journal/LineColours.h"
+
 namespace kivo::backend {
 
 namespace {
@@ -31,7 +33,7 @@ void Narrator::tell(const std::string& lines) const {
 
 /// A full disk loses lines of the log and nothing else.
 void Narrator::log(const std::string& line) const {
-    if (!log_) return tell("backend | " + line);
+    if (!log_) return tell("backend | " + forOutput(line));
     try {
         log_->write(line);
     } catch (const std::system_error&) {

@@ -143,7 +143,7 @@ int ProgramRun::conclude(const ChildState& state) {
     const bool broken = options_.common.strict && desk_.tally().violationsEver() > 0;
     const int status = state.exitStatus();
     for (const auto& report : options_.reports)
-        report.write({.entries = desk_.journal().after(),
+        report.write({.entries = desk_.journal().after().entries,
                       .totals = totals,
                       .program = options_.command.front(),
                       .ending = state.description(),

@@ -16,6 +16,7 @@
 #include "backend/admin/AdminServer.h"
 #include "backend/base/FileDescriptor.h"
 #include "backend/base/Terminal.h"
+#include "backend/journal/LineColours.h"
 #include "backend/journal/RequestLine.h"
 #include "backend/journal/Summary.h"
 #include "backend/run/Browser.h"
@@ -97,7 +98,7 @@ Serving::Serving(ServeOptions options, const RunFolder& folder)
              [this](const auto& line) { output_.show(line); }),
       desk_(deskOptions(), [this](const Entry& entry) {
           recordStatus(entry, options_.common.strict);
-          output_.show(requestLine(entry, options_.common.desk.showSecrets));
+          output_.show(forOutput(requestLine(entry, options_.common.desk.showSecrets)));
       }) {
     desk_.open();
     if (options_.common.adminPort)
@@ -109,7 +110,9 @@ DeskOptions Serving::deskOptions() {
     desk.identity = store_.authority.issue(loopbackHosts());
     desk.proxyIdentity = proxy_.identity();
     proxy_.direct(desk);
-    desk.onHandshakeFailed = [this](const auto& reason) { output_.show(handshakeLine(reason)); };
+    desk.onHandshakeFailed = [this](const auto& reason) {
+        output_.show(forOutput(handshakeLine(reason)));
+    };
     return desk;
 }
 

@@ -24,7 +24,7 @@ class Run:
 
     @property
     def violations(self):
-        return [text for each in self.requests for text in each["violations"]]
+        return [found["text"] for each in self.requests for found in each["violations"]]
 
 
 @pytest.fixture

@@ -58,6 +58,10 @@ TEST_F(AdminTest, EventsResumeWhereAClientLeftOffAndTellWhatIsLost) {
         EXPECT_THAT(text("/events", place), HasSubstr(counted));
         EXPECT_THAT(text("/events?after=" + place, ""), HasSubstr(counted));
     }
+    EXPECT_THAT(adminReply(context,
+                           {.method = "GET", .target = "/requests", .headers = {{"Host", "[::1]"}}})
+                    .body,
+                AllOf(HasSubstr("\"lost\":44"), HasSubstr("\"newest\":300")));
     EXPECT_THAT(text("/events", "1-299"), HasSubstr("\"lost\":44"));
     EXPECT_THAT(text("/events", run + "-300"), Not(HasSubstr("\"entries\"")));
     EXPECT_EQ(context.followers, 0U);
@@ -78,7 +82,11 @@ TEST_F(AdminTest, RefusesWhatItDoesNotUnderstand) {
         {"GET", "/", "", 200, "<!doctype html>"},
         {"POST", "/images?file=a.png", "", 400, "empty"},
         {"POST", "/expectations", R"({"words":["x"]})", 400, "not an endpoint"},
-        {"GET", "/requests?after=x", "", 200, R"({"requests":[]})"},
+        {"POST", "/expectations", R"({"words":["unset then unset"]})", 400, "one expectation"},
+        {"POST", "/expectations", R"({"words":["unset"],"after":9})", 400, "the newest is 0"},
+        {"GET", "/requests?after=x", "", 400, "after takes a whole number"},
+        {"GET", "/requests?broken=1&endpoint=authenticate", "", 400, "several endpoints"},
+        {"GET", "/requests?status=200&limit=-1", "", 400, "limit takes a whole number"},
         {"PUT", "/state", "", 404, "no admin request PUT /state"}};
     for (const auto& [method, target, body, status, text] : cases) {
         const auto reply = adminReply(

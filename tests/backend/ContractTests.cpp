@@ -1,5 +1,6 @@
 #include <gmock/gmock.h>
 
+#include <array>
 #include <sstream>
 
 #include "backend/journal/Contract.h"
@@ -33,8 +34,14 @@ std::string replaced(std::string text, const std::string& part, const std::strin
 
 class ContractTest : public testing::Test {
 protected:
+    /// Each violation as "PART NAME: TEXT".
     std::vector<std::string> check(const std::string& text) {
-        return contract.violations(read(text));
+        constexpr std::array parts{"path", "method", "header", "body", "member"};
+        std::vector<std::string> found;
+        for (const auto& each : contract.violations(read(text)))
+            found.push_back(std::string(parts.at(static_cast<std::size_t>(each.part))) + " " +
+                            each.name + ": " + each.text);
+        return found;
     }
 
     backend::Tokens tokens{{}};
@@ -71,10 +78,10 @@ TEST_F(ContractTest, NamesEachNearMissInWords) {
           "/API/communication/user/unset", "/api/comunication/user/unset",
           "/api/communication/user/unset/x", "/%61pi/communication/x", "/api/communication/sdk",
           "/v2/user/authenticate", "/user/update-device-token/"}},
-        {"the path has a query",
+        {"path : the path has a query",
          path,
          {path + "?", path + "?a=1", path + "#a", path + "?redirected"}},
-        {"it must be PUT",
+        {"method : the method is ",
          "PUT",
          {"POST", "put", "Put", "GET", "DELETE", "OPTIONS", "HEAD", "PATCH"}},
         {"Content-Type is missing", "Content-Type: application/json\n", {"", "ContentType: a\n"}},
@@ -84,7 +91,9 @@ TEST_F(ContractTest, NamesEachNearMissInWords) {
           "application/json,application/json"}},
         {"it must be \"1.0.0\"", "1.0.0", {"1.0", "1.0.1", "v1.0.0", ""}},
         {"it must be \"IOS\"", ": IOS", {": iOS", ": ANDROID", ": ", ": IOS,IOS"}},
-        {"x-platform appears 2 times", "x-platform: IOS", {"x-platform: IOS\nX-Platform: IOS"}},
+        {"header x-platform: x-platform appears 2 times",
+         "x-platform: IOS",
+         {"x-platform: IOS\nX-Platform: IOS"}},
         {"x-package-name is empty", "com.example", {""}},
         {"x-session-id is missing", "x-session-id", {"x-sessionid", "session-id"}},
         {"x-unique-device-id is missing", "x-unique-device-id: id\n", {""}},
@@ -93,7 +102,9 @@ TEST_F(ContractTest, NamesEachNearMissInWords) {
         {"it must be \"Bearer\"",
          "Bearer ",
          {"bearer ", "BEARER ", "Basic ", "Token ", "Bearer:", ""}},
-        {"joined by more than a comma", last, {", Bearer " + u2, ",  Bearer a", ", "}},
+        {"header Authorization: the values of Authorization are joined",
+         last,
+         {", Bearer " + u2, ",  Bearer a", ", "}},
         {"has no token", last, {",Bearer", ",Bearer "}},
         {"is malformed",
          last,
@@ -105,13 +116,13 @@ TEST_F(ContractTest, NamesEachNearMissInWords) {
          {"", "[]", "null", "sessionId=", "{'sessionId':''}", body + ",", body + body,
           "{\"sessionId\":\"}", "{\"sessionId\":\"\",}", "{\"sessionId\":\"\xFF\"}",
           "\"" + body + "\""}},
-        {"byte order mark", body, {"\xEF\xBB\xBF" + body}},
+        {"body : the body begins with a byte order mark", body, {"\xEF\xBB\xBF" + body}},
         {"the member \"sessionId\" twice", body, {"{\"sessionId\":1,\"sessionId\":\"\"}"}},
-        {"the body lacks \"sessionId\"",
+        {"member sessionId: the body lacks \"sessionId\"",
          body,
          {"{}", "{\"sessionid\":\"\"}", "{\"a\":{\"sessionId\":\"\"}}"}},
         {"\"sessionId\" in the body is not a string", ":\"\"", {":1", ":null", ":[\"\"]", ":true"}},
-        {"the unexpected member \"??\"", ":\"\"", {":\"\",\"é\":1"}}};
+        {"member é: the body has the unexpected member \"??\"", ":\"\"", {":\"\",\"é\":1"}}};
     for (const auto& [words, part, instead] : table) {
         for (const auto& other : instead)
             EXPECT_THAT(check(replaced(unset, part, other)), Contains(HasSubstr(words))) << other;
@@ -119,7 +130,7 @@ TEST_F(ContractTest, NamesEachNearMissInWords) {
     EXPECT_THAT(check(replaced(user, m1, m1 + ",Bearer " + m1)),
                 ElementsAre(HasSubstr("carries 2")));
     EXPECT_THAT(check(replaced(user, "user/authenticate", "sdk/authenticate")),
-                Contains("Authorization must not be sent"));
+                Contains("header Authorization: Authorization must not be sent"));
 }
 
 TEST_F(ContractTest, AccusesNothingThatTheSdkMaySend) {

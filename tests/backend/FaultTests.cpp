@@ -28,16 +28,34 @@ TEST(FaultRuleTest, IsReadAndWrittenOrRefusedWithAdvice) {
          {"user/unset:401:times=2", "*:status=503,html:p=0.25", "img:redirect", "*:delay=80ms",
           "user/unset:redirect=308,loop:times=1:p=0.5", "*:refused-handshake"})
         EXPECT_EQ(backend::ruleOf(backend::parseFault(rule)), rule);
-    EXPECT_EQ(backend::ruleOf(backend::parseFault("*:hang:p=1.0:times=01")), "*:hang:times=1");
+    for (const auto& [written, rule] : std::map<std::string, std::string>{
+             {"*:hang:p=1.0:times=01", "*:hang:times=1"},
+             {"unset:401", "user/unset:401"},
+             {"device-token:hang:session=S12", "user/update-device-token:hang:session=S12"},
+             {"/push/api/communication/user/authenticate:401", "user/authenticate:401"},
+             {"communication/sdk/authenticate:empty-token", "sdk/authenticate:empty-token"}})
+        EXPECT_EQ(backend::ruleOf(backend::parseFault(written)), rule);
     const auto read = [](const std::string& rule) { backend::parseFault(rule); };
     expectAdvice(read, {{"", "write ENDPOINT:KIND"},
                         {"user/unste:401", "user/unset, img, or *"},
-                        {"*:404", "status=503[,json|html|empty|good]"},
+                        {"*:lunch", "status=503[,json|html|empty|good]"},
+                        {"authenticate:401", "several endpoints: sdk/authenticate, user/auth"},
+                        {"nset:401", "is not an endpoint"},
+                        {":401", "is not an endpoint"},
+                        {"503", "did you mean status=503?"},
+                        {"img:503", "did you mean status=503?"},
                         {"*:delay=2", "write delay=2s"},
+                        {"unset:empty-token", "replies of user/unset contain no token"},
+                        {"img:line-break-token", "replies of img contain no token"},
+                        {"img:no-data", "images are not JSON"},
+                        {"*:drip=0ms", "a pause of 0 is none"},
+                        {"img:401:session=S1", "images belong to no session"},
+                        {"*:refused-handshake:session=S1", "handshakes belong to no session"},
+                        {"*:401:session=1", "session=S1, or leave it out"},
                         {"img:wrong-certificate", "write *:wrong-certificate"},
-                        {"*:401:times=0", "write times=2 or p=0.3"},
-                        {"*:401:p=nan", "write times=2 or p=0.3"},
-                        {"*:401:often", "write times=2 or p=0.3"}});
+                        {"*:401:times=0", "write times=2, p=0.3 or"},
+                        {"*:401:p=nan", "write times=2, p=0.3 or"},
+                        {"*:401:often", "write times=2, p=0.3 or"}});
 }
 
 std::string drawn(Faults& faults, const std::string& target) {
@@ -61,9 +79,21 @@ TEST(FaultsTest, DrawsTheNewestThatFitsAsOftenAsItIsMeant) {
     EXPECT_EQ(faults.clear("user/unset:401:times=2") + faults.clear() + faults.clear(), 3U);
 
     faults.add(backend::parseFault("*:401:p=0.3"));
-    std::string hits;
-    for (int count = 0; count < 60; ++count) hits += drawn(faults, "/").empty() ? '.' : 'X';
-    EXPECT_EQ(hits, "..X..X..X.XX..XX....XXX......X...XX.X.X.....X....X.XXXXXXXX.") << "as seeded";
+    const auto hits = [&] {
+        std::string each;
+        for (int count = 0; count < 60; ++count) each += drawn(faults, "/").empty() ? '.' : 'X';
+        return each;
+    };
+    EXPECT_EQ(hits(), "..X..X..X.XX..XX....XXX......X...XX.X.X.....X....X.XXXXXXXX.")
+        << "as seeded";
+    faults.reseed(5);
+    const auto anew = hits();
+    faults.reseed(5);
+    EXPECT_EQ(hits(), anew);
+    faults.add(backend::parseFault("*:401"));
+    faults.add(backend::parseFault("*:hang:session=S2"));
+    EXPECT_EQ(faults.draw({.target = path}, "S2")->kind, "hang");
+    EXPECT_EQ(faults.draw({.target = path}, "S1")->kind, "401");
 }
 
 TEST(LifetimesTest, AreReadOrRefusedWithAnExample) {

@@ -2,6 +2,7 @@
 #include <nlohmann/json.hpp>
 
 #include "backend/admin/Expectation.h"
+#include "backend/journal/LineColours.h"
 #include "backend/journal/RequestLine.h"
 #include "backend/journal/Secrets.h"
 #include "backend/journal/Tally.h"
@@ -31,7 +32,8 @@ TEST(JournalTest, KeepsTheNewestWithinItsBytesAndTellsObserversOfAll) {
     });
     const auto kept = [&](std::uint64_t after) {
         std::string targets;
-        for (const auto& entry : journal.after(after)) targets += entry.exchange.request.target;
+        for (const auto& entry : journal.after(after).entries)
+            targets += entry.exchange.request.target;
         return targets;
     };
     for (const auto* target : {"/1", "/2", "/3", "/4"}) journal.record(entryFor(target));
@@ -39,9 +41,12 @@ TEST(JournalTest, KeepsTheNewestWithinItsBytesAndTellsObserversOfAll) {
     const std::string body(100'000, 'x');
     for (const auto* target : {"/5", "/6", "/7"}) journal.record(entryFor(target, 200, body));
     EXPECT_EQ(kept(0), "/6/7");
-    EXPECT_EQ(journal.after(6).front().exchange.request.body,
+    EXPECT_EQ(journal.after(6).entries.front().exchange.request.body,
               body.substr(0, 60'000) + "… (100000 bytes in all)");
+    EXPECT_EQ(journal.after().lost, 5U);
+    EXPECT_EQ(std::pair(journal.after(4).lost, journal.after(9).lost), std::pair(1UL, 0UL));
     journal.clear();
+    EXPECT_EQ(std::pair(journal.after(4).lost, journal.newest()), std::pair(0UL, 7UL));
     EXPECT_EQ(kept(0) + " " + seen, " /1=1 /2=2 /3=3 /4=4 /5=5 /6=6 /7=7 ");
 }
 
@@ -60,7 +65,7 @@ TEST(RequestLineTest, ShowsAnExchangeWithoutObeyingIt) {
     const std::string start = "  POST /base/api/communication/user/authenticate  200  0 ms  ";
     EXPECT_THAT(backend::requestLine(entry), EndsWith(start + "M1+? gives M1  ok\n"));
     EXPECT_THAT(backend::requestLine(entry, true), testing::HasSubstr("+?=x gives M1=eyJ"));
-    entry.violations = {"no a", "b\n"};
+    entry.violations = {{.text = "no a"}, {.text = "b\n"}};
     entry.exchange.reply = {.status = 401, .fault = "*:401"};
     entry.given.clear();
     EXPECT_THAT(backend::requestLine(entry), EndsWith("  M1+?  BROKEN: no a; b?  fault *:401\n"));
@@ -87,21 +92,49 @@ TEST(TallyTest, CountsByEndpointAndTheRefreshesThatRefusalsCaused) {
 }
 
 TEST(ExpectationTest, IsMetByItsEndpointFieldsAndStatus) {
-    const auto entry = entryFor(root + "user/authenticate", 401, R"({"name":"Ana B","phone":7})");
+    const auto entry = entryFor(root + "user/authenticate", 401,
+                                R"({"name":"Ana B","phone":7,"apiKey":"0123456789"})");
     const auto image = entryFor("/img/a.png");
-    const std::vector<std::pair<std::vector<std::string>, bool>> cases{
-        {{" user/authenticate  status=401 "}, true},
-        {{"user/authenticate status=200"}, false},
-        {{"user/authenticate", "name=Ana B"}, true},
-        {{"user/authenticate name=Ana"}, false},
-        {{"user/authenticate email="}, false},
-        {{"sdk/authenticate"}, false},
-        {{"img/a.png"}, false}};
-    for (const auto& [words, met] : cases)
-        EXPECT_EQ(meets(entry, backend::parseExpectation(words)), met) << words.front();
-    EXPECT_TRUE(meets(image, backend::parseExpectation({"img/a.png status=200"})));
-    for (const auto* text : {"", "user", "user/unset x", "user/unset =x", "user/unset status=x"})
-        EXPECT_THROW(backend::parseExpectation({text}), std::invalid_argument) << text;
+    const std::string met = "met", other = "another endpoint";
+    const auto check = [&](const std::vector<std::string>& words) -> std::string {
+        const auto expected = backend::parseExpectation(backend::splitExpectations(words).at(0));
+        if (!isForEndpoint(entry, expected)) return other;
+        return meets(entry, expected) ? met : differences(entry, expected, false).front();
+    };
+    const std::vector<std::pair<std::vector<std::string>, std::string>> cases{
+        {{" user/authenticate  status=401 "}, met},
+        {{"user/authenticate status=200"}, "the status is 401, not 200"},
+        {{"user/authenticate", "name=Ana B"}, met},
+        {{"user/authenticate 'name=Ana B'"}, met},
+        {{"user/authenticate name=\"Ana B\" status=401"}, met},
+        {{"user/authenticate name=Ana"}, "\"name\" is \"Ana B\", not \"Ana\""},
+        {{"user/authenticate email="}, "the body has no \"email\""},
+        {{"user/authenticate phone=7"}, "\"phone\" is not a string"},
+        {{"user/authenticate apiKey=k"},
+         "\"apiKey\" is different (a secret, which serve and run --show-secrets show)"},
+        {{"sdk/authenticate"}, other},
+        {{"img/a.png"}, other}};
+    for (const auto& [words, result] : cases) EXPECT_EQ(check(words), result) << words.front();
+    EXPECT_TRUE(meets(image, backend::parseExpectation({"img/a.png", "status=200"})));
+    EXPECT_THAT(
+        backend::splitExpectations({"unset then img/a  status=200", "then", "unset", "a=b c"}),
+        ElementsAre(ElementsAre("unset"), ElementsAre("img/a", "status=200"),
+                    ElementsAre("unset", "a=b c")));
+    for (const auto* text : {"", "then", "unset then", "unset 'a=b"})
+        EXPECT_THROW(backend::splitExpectations({text}), std::invalid_argument) << text;
+    using Words = std::vector<std::string>;
+    for (const auto& words : {Words{"user"}, Words{"authenticate"}, Words{"unset", "x"},
+                              Words{"unset", "=x"}, Words{"unset", "status=x"}})
+        EXPECT_THROW(backend::parseExpectation(words), std::invalid_argument) << words.back();
+}
+
+TEST(LineColoursTest, FollowTheFieldsOfALine) {
+    EXPECT_EQ(backend::coloured("1:2  POST /a  200  0 ms  U1  ok  fault *:401\n"),
+              "\x1b[90m1:2\x1b[0m  POST /a  \x1b[32m200\x1b[0m  0 ms  U1  ok  "
+              "\x1b[33mfault *:401\x1b[0m\n");
+    EXPECT_EQ(
+        backend::coloured("1:2  PUT /a  404  0 ms  BROKEN: no a; b"),
+        "\x1b[90m1:2\x1b[0m  PUT /a  \x1b[33m404\x1b[0m  0 ms  \x1b[31mBROKEN: no a; b\x1b[0m");
 }
 
 TEST(SecretsTest, AreShortenedWhereverTheyStand) {

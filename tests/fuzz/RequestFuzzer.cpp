@@ -25,7 +25,7 @@ std::string_view argumentOf(const FaultKind& kind) {
 void answer(Service& service, const Request& request) {
     Contract contract([&](std::string_view token) { return service.issuedClaims(token); });
     for (const auto& violation : contract.violations(request))
-        if (violation.empty() || violation.size() > 400) std::abort();
+        if (violation.text.empty() || violation.text.size() > 400) std::abort();
     if (withoutSecrets(request.body).empty() != request.body.empty()) std::abort();
     const auto good = service.answer(request);
     for (const auto& kind : faultKinds()) {
