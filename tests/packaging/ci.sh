@@ -49,7 +49,7 @@ expect_test_failure() {
 
 refuse_what_is_wrong() {
     local python="__import__('urllib.request').request.urlopen('https://localhost:8443/api/communication/x')"
-    expect_test_failure 'no matching request' unmet COMMAND app EXPECT '"user/unset status=200"'
+    expect_test_failure 'there was none to that endpoint' unmet COMMAND app EXPECT '"user/unset status=200"'
     expect_test_failure 'not one of the contract' broken STRICT \
         COMMAND sh -c "\"/usr/bin/python3 -c \\\"$python\\\" || true\""
     cat >test_wrong.py <<'END'
