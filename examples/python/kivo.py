@@ -11,12 +11,8 @@ import os
 import threading
 
 
-class _Entry(ctypes.Structure):
-    _fields_ = [(name, ctypes.c_char_p) for name in ("section", "key", "value")]
-
-
-def _text(value):
-    return None if value is None else str(value).encode()
+def _texts(*values):
+    return [None if value is None else str(value).encode() for value in values]
 
 
 class Kivo:
@@ -24,18 +20,12 @@ class Kivo:
 
     def __init__(self, identifier, api_key, production=False, on_line=None, library="libkivo.so.1"):
         self._kivo = ctypes.CDLL(library)
-        self._kivo.kivo_initialise.argtypes = [ctypes.c_char_p, ctypes.c_bool]
-        self._kivo.kivo_initialise.restype = ctypes.c_bool
-        self._kivo.kivo_wait_until_idle.restype = ctypes.c_bool
-        self._kivo.kivo_set_notification_permission.argtypes = [ctypes.c_bool]
-        self._kivo.kivo_on_message_received.argtypes = [ctypes.POINTER(_Entry), ctypes.c_size_t]
         self._kivo.kivo_version.restype = ctypes.c_char_p
         self.version = self._kivo.kivo_version().decode()
-        self._reader = None
-        if on_line is not None:
-            self._deliver_lines(on_line)
-        self._kivo.kivo_set_bundle_identifier(_text(identifier))
-        if not self._kivo.kivo_initialise(_text(api_key), production):
+        self._reader = self._deliver_lines(on_line) if on_line else None
+        self._kivo.kivo_set_bundle_identifier(*_texts(identifier))
+        self._kivo.kivo_initialise.restype = ctypes.c_bool
+        if not self._kivo.kivo_initialise(*_texts(api_key), ctypes.c_bool(production)):
             raise RuntimeError("Kivo could not be initialised")
 
     def _deliver_lines(self, on_line):
@@ -49,39 +39,40 @@ class Kivo:
                 for line in lines:
                     on_line(line.rstrip("\n"))
 
-        self._reader = threading.Thread(target=read, name="kivo-lines", daemon=True)
-        self._reader.start()
+        reader = threading.Thread(target=read, name="kivo-lines", daemon=True)
+        reader.start()
         atexit.register(self.close)
+        return reader
 
     def set_user(self, country=None, phone=None, email=None, name=None):
-        self._kivo.kivo_set_user(*map(_text, (country, phone, email, name)))
+        self._kivo.kivo_set_user(*_texts(country, phone, email, name))
 
     def update_device_token(self, token):
-        self._kivo.kivo_update_device_token(_text(token))
+        self._kivo.kivo_update_device_token(*_texts(token))
 
     def set_notification_permission(self, granted):
-        self._kivo.kivo_set_notification_permission(granted)
+        self._kivo.kivo_set_notification_permission(ctypes.c_bool(granted))
 
     def on_message_received(self, payload):
         """`payload` holds texts: {"notification": {"image": "https://…"}}."""
-        entries = [
-            _Entry(*map(_text, (section, key, value)))
-            for section, values in payload.items()
-            for key, value in values.items()
+        texts = [
+            _texts(at, key, text) for at, part in payload.items() for key, text in part.items()
         ]
-        self._kivo.kivo_on_message_received((_Entry * len(entries))(*entries), len(entries))
+        entries = (ctypes.c_char_p * 3 * len(texts))(*map(tuple, texts))
+        self._kivo.kivo_on_message_received(entries, ctypes.c_size_t(len(texts)))
 
     def unset_user(self):
         self._kivo.kivo_unset_user()
 
     def wait(self, seconds):
         """Blocks until nothing is under way; returns whether that state was reached in time."""
+        self._kivo.kivo_wait_until_idle.restype = ctypes.c_bool
         return self._kivo.kivo_wait_until_idle(int(seconds * 1000))
 
     def close(self):
         """Hands over the lines that are on their way; later ones go to standard output."""
         self._kivo.kivo_set_output_descriptor(-1)
-        if self._reader is not None:
+        if self._reader:
             self._reader.join()
 
     def __enter__(self):
