@@ -38,8 +38,10 @@ std::string statusHint(std::string_view text) {
     return status >= 200 && status <= 599 ? "; did you mean status=" + std::string(text) + "?" : "";
 }
 
+/// Sessions are numbered from 1, without leading zeros.
 bool isSession(std::string_view text) {
-    return text.starts_with('S') && parseNumber<std::uint64_t>(text.substr(1));
+    return text.starts_with('S') && text.substr(1, 1) > "0" &&
+           parseNumber<std::uint64_t>(text.substr(1));
 }
 
 void applyLimit(Fault& fault, std::string_view part) {

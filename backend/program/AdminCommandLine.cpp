@@ -130,7 +130,7 @@ void addExpect(CLI::App& program, const Arguments& arguments, Command& selected)
     auto* none = expect->add_flag("--none", options.none,
                                   "Fail if a matching request arrives within the whole time");
     addNumber(*expect, "--count", options.count, 1, most,
-              "So many matching requests, and no more when they have arrived")
+              "Wait until so many matching requests have arrived, and fail if there are more")
         ->excludes(none);
     expect->callback([arguments, &selected] {
         selected = [arguments] {

@@ -50,11 +50,25 @@ void addHelp(CLI::App& program, Command& selected) {
     });
 }
 
-/// The parser would take --strict=no for --strict.
-void forbidValuesOfFlags(CLI::App& command) {
-    for (auto* option : command.get_options())
+/// The parser would take --strict=no for --strict, and names the type of an argument behind its
+/// name.
+void refineOptions(CLI::App& command) {
+    for (auto* option : command.get_options()) {
         if (option->get_items_expected_max() == 0) option->disable_flag_override();
-    for (auto* each : command.get_subcommands({})) forbidValuesOfFlags(*each);
+        if (option->get_positional()) option->type_name("");
+    }
+    for (auto* each : command.get_subcommands({})) {
+        if (!each->get_group().empty()) each->group("Commands");
+        refineOptions(*each);
+    }
+}
+
+void useOwnWords(CLI::FormatterBase& formatter) {
+    formatter.label("Positionals", "Arguments");
+    formatter.label("SUBCOMMAND", "COMMAND");
+    formatter.label("REQUIRED", "(required)");
+    formatter.label("Env", "or");
+    formatter.label("Excludes", "not with");
 }
 
 /// For the build, which installs what this writes.
@@ -83,7 +97,8 @@ void describeCommandLine(CLI::App& program, Command& selected) {
     addAdminCommands(program, selected);
     addHelp(program, selected);
     addPages(program, selected);
-    forbidValuesOfFlags(program);
+    refineOptions(program);
+    useOwnWords(*program.get_formatter());
 }
 
 }  // namespace kivo::backend

@@ -60,7 +60,8 @@ std::string optionEntries(const CLI::App& command) {
     return text;
 }
 
-/// The footer is shown where it belongs to several commands; the help of each repeats it.
+/// The footer is shown where it belongs to several commands; the help of each repeats it, as it
+/// does that of the command above, which is shown elsewhere.
 std::string commandEntries(const CLI::App& command) {
     std::string text;
     for (const auto* each : commandsIn(command)) {
@@ -69,7 +70,7 @@ std::string commandEntries(const CLI::App& command) {
         if (nested.empty())
             text += ".SS kivo\\-dev " + troff(pathOf(*each)) + "\n" +
                     troff(sentence(each->get_description())) + "\n" + optionEntries(*each);
-        else if (!each->get_footer().empty())
+        else if (each->get_footer() != command.get_footer())
             text += ".PP\n.nf\n" + troff(each->get_footer()) + ".fi\n";
     }
     return text;

@@ -52,6 +52,7 @@ TEST(FaultRuleTest, IsReadAndWrittenOrRefusedWithAdvice) {
                         {"img:401:session=S1", "images belong to no session"},
                         {"*:refused-handshake:session=S1", "handshakes belong to no session"},
                         {"*:401:session=1", "session=S1, or leave it out"},
+                        {"*:401:session=S01", "session=S1, or leave it out"},
                         {"img:wrong-certificate", "write *:wrong-certificate"},
                         {"*:401:times=0", "write times=2, p=0.3 or"},
                         {"*:401:p=nan", "write times=2, p=0.3 or"},
