@@ -19,6 +19,7 @@ import jsonschema
 import yaml
 
 PATIENCE = 20
+FOLDER = pathlib.Path(os.environ["KIVO_OPENAPI"])
 ADMIN_PORT = int(os.environ["KIVO_DEV_ADMIN_PORT"])
 # What the admin requests with a body are tried with, in the order in which they make sense.
 ADMIN_BODIES = {
@@ -42,9 +43,7 @@ class Description:
     """An OpenAPI file, and which of its answers were seen."""
 
     def __init__(self, name):
-        self.document = yaml.safe_load(
-            (pathlib.Path(os.environ["KIVO_OPENAPI"]) / name).read_text()
-        )
+        self.document = yaml.safe_load((FOLDER / name).read_text())
         self.operations = {}
         for path, methods in self.document["paths"].items():
             for method, operation in methods.items():
@@ -161,17 +160,18 @@ class AdminTest(unittest.TestCase):
         """The first event of each kind, by kind."""
         connection, reply = ask("GET", "/events", headers=headers)
         with contextlib.closing(connection):
-            schemas = self.admin.content(name, reply.status, reply.headers["Content-Type"])
+            content = self.admin.content(name, reply.status, reply.headers["Content-Type"])
+            schemas = content["x-events"] | {"id": {"$ref": "#/components/schemas/EventId"}}
             found, kind = {}, "message"
-            while len(found) < len(schemas["x-events"]):
+            while len(found) < len(content["x-events"]):
                 field, _, value = reply.readline().decode().rstrip("\n").partition(": ")
                 if field == "event":
                     kind = value
                 elif field == "id":
-                    self.admin.check(value, self.admin.document["components"]["schemas"]["EventId"])
+                    self.admin.check(value, schemas["id"])
                 elif field == "data":
+                    self.admin.check(json.loads(value), schemas[kind])
                     found.setdefault(kind, json.loads(value))
-                    self.admin.check(json.loads(value), schemas["x-events"][kind])
                     kind = "message"
             self.admin.seen.add((name, reply.status))
             return found
@@ -225,8 +225,7 @@ class AdminTest(unittest.TestCase):
             if isinstance(value, dict) and value.get("type") == "object":
                 yield value
 
-        schemas = self.admin.document["components"]["schemas"]
-        for schema in objects(schemas):
+        for schema in objects(self.admin.document["components"]["schemas"]):
             self.assertIn("additionalProperties", schema)
             self.assertEqual(schema.get("required", []), list(schema.get("properties", {})))
 
@@ -238,8 +237,8 @@ class BackendTest(unittest.TestCase):
     def setUpClass(cls):
         answer("POST", "/reset")
         run_host()
-        operations = len(cls.backend.operations)
-        wait_for(lambda: len(ask_json("/requests")["requests"]) == operations)
+        count = len(cls.backend.operations)
+        wait_for(lambda: len(ask_json("/requests")["requests"]) == count)
         cls.sent = ask_json("/requests")["requests"]
         cls.newest = cls.sent[-1]["number"]
         address = ask_json("/state")["baseUrl"].split("/")[2]
@@ -253,8 +252,7 @@ class BackendTest(unittest.TestCase):
         self.connection.request(method, path, json.dumps(body), headers)
         reply = self.connection.getresponse()
         self.backend.check_answer(name, reply.status, reply.headers, reply.read())
-        later = f"/requests?after={self.newest}"
-        entry = wait_for(lambda: ask_json(later)["requests"])[0]
+        entry = wait_for(lambda: ask_json(f"/requests?after={self.newest}")["requests"])[0]
         self.newest = entry["number"]
         return entry
 
