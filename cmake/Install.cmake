@@ -24,6 +24,11 @@ install(FILES "${PROJECT_BINARY_DIR}/KivoConfig.cmake" "${PROJECT_BINARY_DIR}/Ki
     "${CMAKE_CURRENT_LIST_DIR}/FindIdn2.cmake" "${CMAKE_CURRENT_LIST_DIR}/KivoDevTest.cmake"
     DESTINATION "${packageDirectory}" COMPONENT dev)
 
+set(standardLibrary stdc++)
+if("c++" IN_LIST CMAKE_CXX_IMPLICIT_LINK_LIBRARIES)
+    set(standardLibrary c++)
+endif()
+
 # Written when it is installed, since only then the prefix is known. The prefix stands there in full: pkg-config
 # would not recognise a path relative to the file as one of the system's folders, and pass it to the compiler.
 function(kivo_install_pkg_config name)
@@ -33,6 +38,7 @@ function(kivo_install_pkg_config name)
         set(includedir \"${CMAKE_INSTALL_INCLUDEDIR}\")
         set(libdir \"${CMAKE_INSTALL_LIBDIR}\")
         set(version \"${PROJECT_VERSION}\")
+        set(standardLibrary \"${standardLibrary}\")
         configure_file(\"${template}\" \"${PROJECT_BINARY_DIR}/${name}.pc\" @ONLY)
         file(INSTALL \"${PROJECT_BINARY_DIR}/${name}.pc\" DESTINATION \"\${CMAKE_INSTALL_PREFIX}/${directory}\")"
         COMPONENT dev)

@@ -6,12 +6,13 @@
 
 namespace kivo::backend {
 
-/// Parses the whole text as a number; std::nullopt if it is not one or does not fit.
+/// Parses the whole text as an integer; std::nullopt if it is not one or does not fit.
 template <typename Number>
 std::optional<Number> parseNumber(std::string_view text) {
     Number number{};
-    const auto [end, error] = std::from_chars(text.begin(), text.end(), number);
-    if (error != std::errc{} || end != text.end()) return std::nullopt;
+    const char* const last = text.data() + text.size();
+    const auto [end, error] = std::from_chars(text.data(), last, number);
+    if (error != std::errc{} || end != last) return std::nullopt;
     return number;
 }
 

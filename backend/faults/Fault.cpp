@@ -2,6 +2,8 @@
 
 #include <array>
 #include <charconv>
+#include <locale>
+#include <sstream>
 #include <stdexcept>
 
 #include "backend/base/Duration.h"
@@ -44,12 +46,21 @@ bool isSession(std::string_view text) {
            parseNumber<std::uint64_t>(text.substr(1));
 }
 
+/// 0 for what is not a number. libc++ 19 has no std::from_chars for a double.
+double fractionIn(std::string_view text) {
+    std::istringstream in{std::string(text)};
+    in.imbue(std::locale::classic());
+    double number = 0;
+    in >> std::noskipws >> number;
+    return in && in.peek() == std::char_traits<char>::eof() ? number : 0;
+}
+
 void applyLimit(Fault& fault, std::string_view part) {
     const auto equals = part.find('=');
     const auto name = part.substr(0, equals);
     const auto value = equals == part.npos ? "" : part.substr(equals + 1);
     const auto times = parseNumber<unsigned>(value).value_or(0);
-    const auto probability = parseNumber<double>(value).value_or(0);
+    const auto probability = fractionIn(value);
     if (name == "times" && times > 0)
         fault.times = times;
     else if (name == "p" && probability > 0 && probability <= 1)

@@ -20,6 +20,7 @@ build_host() {
     expect_success "$cmake" -G "$(cached CMAKE_GENERATOR)" -S "$here/host" -B "$scratch/$name" \
         -DCMAKE_BUILD_TYPE="$(cached CMAKE_BUILD_TYPE)" \
         -DCMAKE_CXX_COMPILER="$(cached CMAKE_CXX_COMPILER)" \
+        -DCMAKE_CXX_FLAGS="$(cached CMAKE_CXX_FLAGS)" \
         -DKIVO_SOURCE_ROOT="$source_root" "$@"
     expect_success "$cmake" --build "$scratch/$name" --parallel 2
 }
@@ -68,7 +69,8 @@ flags() { PKG_CONFIG_PATH="$scratch/prefix/lib/pkgconfig" pkg-config --cflags --
 # compile_by_hand PACKAGE FLAG...: the host, with pkg-config alone.
 compile_by_hand() {
     # shellcheck disable=SC2046  # Flags are words.
-    "$(cached CMAKE_CXX_COMPILER)" -std=c++20 "${@:2}" "$here/host/host.cpp" $(flags "$1") -o "$scratch/by-hand"
+    "$(cached CMAKE_CXX_COMPILER)" $(cached CMAKE_CXX_FLAGS) -std=c++20 "${@:2}" "$here/host/host.cpp" \
+        $(flags "$1") -o "$scratch/by-hand"
 }
 
 compile_without_cmake() {

@@ -34,8 +34,9 @@ inline void passTheLoop() {
 /// Runs `body(number)` on that many threads at once and waits for all.
 template <typename Body>
 void onThreads(int count, const Body& body) {
-    std::vector<std::jthread> threads;
+    std::vector<std::thread> threads;
     for (int number = 0; number < count; ++number) threads.emplace_back(body, number);
+    for (auto& thread : threads) thread.join();
 }
 
 /// A forked copy of the test that runs `body` and ends; a failed expectation in it fails the test,
