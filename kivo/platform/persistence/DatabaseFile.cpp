@@ -162,14 +162,11 @@ void DatabaseFile::performOnFreshConnection(const Block& block) {
 
 /// Otherwise, files that were first created under another user, such as root, would go unused
 /// without a word.
-void DatabaseFile::reportMissingPermission() noexcept {
+void DatabaseFile::reportMissingPermission() noexcept try {
     if (isReported_ || !isForbidden(path_)) return;
     isReported_ = true;
-    try {
-        Console::print("Kivo has no permission to use " + path_.string() +
-                       ": nothing is stored there");
-    } catch (const std::exception&) {  // No memory for the line.
-    }
+    Console::print("Kivo has no permission to use " + path_.string() + ": nothing is stored there");
+} catch (const std::exception&) {  // No memory for the line.
 }
 
 }  // namespace kivo::platform
