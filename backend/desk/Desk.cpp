@@ -123,7 +123,7 @@ ServerOptions Desk::serverOptions() {
             .tunnelPolicy = [this](const std::string& target) { return tunnelPolicy(target); },
             .onHandshakeFailed = [this](const std::string& reason) { handshakeFailed(reason); },
             .onExchange = [this](Exchange exchange) { finished(std::move(exchange)); },
-            .upstreamProxy = [this](const std::string& target) { return upstreamProxy(target); },
+            .upstreamProxy = options_.upstreamProxy,
             .onlyOwnUser = options_.onlyOwnUser};
 }
 
@@ -138,25 +138,14 @@ void Desk::handshakeFailed(const std::string& reason) {
     journal_.record(eventOf(EntryKind::handshake, reason));
 }
 
-bool Desk::isOwn(const HostAndPort& address) const {
-    return isLoopback(address.host) && address.port == port();
-}
-
 TunnelPolicy Desk::tunnelPolicy(const std::string& authority) {
-    const auto target = hostAndPort(authority);
-    if (!options_.tunnelPolicy || (target && isOwn(*target))) return TunnelPolicy::intercept;
+    if (!options_.tunnelPolicy) return TunnelPolicy::intercept;
     const auto policy = options_.tunnelPolicy(authority);
     if (policy == TunnelPolicy::forward && tally_.countForwarded(authority)) {
         if (options_.onForwarded) options_.onForwarded(authority);
         journal_.record(eventOf(EntryKind::forwarded, authority));
     }
     return policy;
-}
-
-/// The user's environment may name this very backend, which would connect to itself for ever.
-std::optional<UpstreamProxy> Desk::upstreamProxy(const std::string& authority) const {
-    auto proxy = options_.upstreamProxy ? options_.upstreamProxy(authority) : std::nullopt;
-    return proxy && isOwn(proxy->address) ? std::nullopt : proxy;
 }
 
 Reply Desk::answer(const Request& request) {

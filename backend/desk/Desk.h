@@ -92,9 +92,7 @@ public:
 
 private:
     HandshakeAction handshakeAction();
-    bool isOwn(const HostAndPort& address) const;
     TunnelPolicy tunnelPolicy(const std::string& authority);
-    std::optional<UpstreamProxy> upstreamProxy(const std::string& authority) const;
     void handshakeFailed(const std::string& reason);
     Reply answer(const Request& request);
     Reply goodReply(const Request& request);

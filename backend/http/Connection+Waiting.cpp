@@ -49,7 +49,7 @@ asio::awaitable<void> Connection::waitUntil(Clock::time_point end, WakeUp reason
     while (socket.is_open() && awaited_ == reason && Clock::now() < end) {
         timer_.expires_at(std::min(end, Clock::now() + betweenLooks));
         co_await timer_.async_wait(asio::redirect_error(asio::use_awaitable, ignored));
-        if (departure_.isNoticed(socket)) socket.close(ignored);
+        if (hasLeft(socket)) socket.close(ignored);
     }
     awaited_ = WakeUp::none;
 }

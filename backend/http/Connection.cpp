@@ -39,6 +39,10 @@ bool endsConnection(const Reply& reply) {
            reply.repetitions == Reply::endless || reply.more;
 }
 
+bool isOwnAddress(const asio::ip::tcp::socket& socket, const HostAndPort& address) {
+    return isLoopback(address.host) && address.port == socket.local_endpoint().port();
+}
+
 }  // namespace
 
 Connection::Connection(asio::ip::tcp::socket socket, ServerContext& shared, std::uint64_t number)
@@ -204,9 +208,19 @@ void Connection::reportFailedHandshake(const error_code& error) const {
 /// Other users of this machine would otherwise reach other hosts in our user's name.
 TunnelPolicy Connection::tunnelPolicy(const std::string& authority) {
     const auto& choose = shared_.options.tunnelPolicy;
-    const auto policy = choose ? choose(authority) : TunnelPolicy::intercept;
+    const auto target = hostAndPort(authority);
+    const bool isSelf = target && isOwnAddress(stream_.socket(), *target);
+    const auto policy = choose && !isSelf ? choose(authority) : TunnelPolicy::intercept;
     const bool isStranger = policy == TunnelPolicy::forward && !isOwnUser(stream_.socket());
     return isStranger ? TunnelPolicy::refuse : policy;
+}
+
+/// The user's environment may name this very server, which would connect to itself for ever.
+std::optional<UpstreamProxy> Connection::upstreamProxy(const std::string& authority) {
+    const auto& choose = shared_.options.upstreamProxy;
+    auto proxy = choose ? choose(authority) : std::nullopt;
+    const bool isSelf = proxy && isOwnAddress(stream_.socket(), proxy->address);
+    return isSelf ? std::nullopt : proxy;
 }
 
 asio::awaitable<Connection::Next> Connection::openTunnel(std::string authority) {
@@ -215,8 +229,7 @@ asio::awaitable<Connection::Next> Connection::openTunnel(std::string authority) 
         "HTTP/1.1 403 Forbidden\r\nContent-Length: 0\r\nConnection: close\r\n\r\n";
     const auto policy = tunnelPolicy(authority);
     if (policy == TunnelPolicy::forward) {
-        auto upstream =
-            shared_.options.upstreamProxy ? shared_.options.upstreamProxy(authority) : std::nullopt;
+        auto upstream = upstreamProxy(authority);
         co_await tunnel(stream_, buffer_, std::move(authority), std::move(upstream));
         co_return Next::close;
     }

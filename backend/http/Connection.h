@@ -63,6 +63,7 @@ private:
     boost::asio::awaitable<Next> refuse(Stream& stream, Request request, int status);
     boost::asio::ssl::context& trustedContext();
     TunnelPolicy tunnelPolicy(const std::string& authority);
+    std::optional<UpstreamProxy> upstreamProxy(const std::string& authority);
     boost::asio::awaitable<Next> openTunnel(std::string authority);
     void reportFailedHandshake(const boost::system::error_code& error) const;
     template <typename Stream>
@@ -84,7 +85,6 @@ private:
     std::string authority_;
     boost::asio::steady_timer timer_;
     WakeUp awaited_ = WakeUp::none;
-    Departure departure_;
     bool tls_ = false;
     bool idle_ = false;
 };

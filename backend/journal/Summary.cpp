@@ -33,7 +33,10 @@ std::string handshakeLine(const std::string& reason) {
     const auto line = localTime(std::chrono::system_clock::now()) + "  (no request)  " +
                       (isRejection(reason) ? "" : "TLS handshake failed: ") + reason;
     if (reason.find("expired") != reason.npos)
-        return line + "; is the client's clock right? A new backend has a new certificate\n";
+        return line +
+               "; for the client, the certificate has expired: is its clock right? This backend "
+               "has "
+               "a new one after a restart\n";
     if (!isDistrust(reason)) return line + "\n";
     return line + "; the client does not trust this backend: does it use SSL_CERT_FILE?\n";
 }

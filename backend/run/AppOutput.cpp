@@ -17,6 +17,8 @@ namespace {
 using SteadyClock = std::chrono::steady_clock;
 constexpr std::chrono::milliseconds longestPause(100);
 constexpr std::size_t longestPart = 64 * 1024;
+/// Where another line came between the parts of a long one.
+constexpr const char* rest = "(rest of a long line) ";
 
 /// One of the program's pipes.
 class AppPipe {
@@ -80,14 +82,18 @@ private:
         }
         if (unfinished_.empty()) since_ = SteadyClock::now();
         unfinished_.append(piece);
-        if (unfinished_.size() > longestPart) show();
+        if (unfinished_.size() <= longestPart) return;
+        show();
+        cut_ = true;
     }
 
     void show() {
         if (unfinished_.empty()) return;
         const bool continues = output_.isAtUnfinishedLine(stream_);
         const auto* origin = stream_ == Output::Stream::output ? "app     | " : "app err | ";
-        output_.handOn(stream_, (continues ? "" : origin) + unfinished_, continues);
+        const std::string start = continues ? "" : origin;
+        output_.handOn(stream_, start + (cut_ && !continues ? rest : "") + unfinished_, continues);
+        cut_ = cut_ && !unfinished_.ends_with('\n');
         unfinished_.clear();
     }
 
@@ -97,6 +103,7 @@ private:
     std::string unfinished_;
     SteadyClock::time_point since_;
     bool open_ = true;
+    bool cut_ = false;  ///< The line goes on after a part that was too long to wait for its end.
 };
 
 /// The shorter of two waits, of which -1 has no end.

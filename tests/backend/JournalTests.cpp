@@ -5,6 +5,7 @@
 #include "backend/journal/LineColours.h"
 #include "backend/journal/RequestLine.h"
 #include "backend/journal/Secrets.h"
+#include "backend/journal/Summary.h"
 #include "backend/journal/Tally.h"
 #include "backend/service/Service.h"
 
@@ -89,6 +90,14 @@ TEST(TallyTest, CountsByEndpointAndTheRefreshesThatRefusalsCaused) {
     EXPECT_THAT(tally.totals().requests,
                 ElementsAre(Pair("images", 1), Pair("other paths", 2), Pair("sdk/authenticate", 3),
                             Pair("user/authenticate", 4), Pair("user/update-device-token", 2)));
+}
+
+TEST(SummaryTest, TellsWhyAHandshakeFailedWhereTheReasonIsKnown) {
+    using testing::HasSubstr;
+    EXPECT_THAT(backend::handshakeLine("tlsv1 alert unknown ca"), HasSubstr("not trust this back"));
+    EXPECT_THAT(backend::handshakeLine("sslv3 alert certificate expired"),
+                HasSubstr("the certificate has expired: is its clock right?"));
+    EXPECT_THAT(backend::handshakeLine("stream truncated"), EndsWith(": stream truncated\n"));
 }
 
 TEST(ExpectationTest, IsMetByItsEndpointFieldsAndStatus) {

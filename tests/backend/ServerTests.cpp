@@ -61,9 +61,42 @@ TEST_F(ServerTest, RefusesWhatIsNoRequestAndGoesOn) {
     EXPECT_TRUE(backend.requests().empty());
 }
 
+TEST_F(ServerTest, SpeaksAsStrictClientsExpect) {
+    backend.answer("/", {.body = "body"});
+    const std::string head =
+        "^HTTP/1.1 200 OK\r\nContent-Length: 4\r\nDate: [A-Z][a-z]{2}, [0-9]{2} "
+        "[A-Z][a-z]{2} [0-9]{4} [0-9:]{8} GMT\r\n";
+    const std::vector<std::pair<std::string, std::string>> cases{
+        {"GET / HTTP/1.0\r\n\r\n", head + "Connection: close\r\n\r\nbody$"},
+        {"HEAD / HTTP/1.0\r\n\r\n", head + "Connection: close\r\n\r\n$"},
+        {"GET / HTTP/1.0\r\nConnection: keep-alive\r\n\r\nGET / HTTP/1.0\r\n\r\n",
+         head + "Connection: keep-alive\r\n\r\nbodyHTTP/1.1 200 .*: close\r\n\r\nbody$"},
+        {"PUT / HTTP/1.1\r\nExpect: 100-Continue\r\nContent-Length: 1\r\nConnection: close"
+         "\r\n\r\nx",
+         "^HTTP/1.1 100 Continue\r\n\r\nHTTP/1.1 200 "},
+        {"PUT / HTTP/1.0\r\nExpect: 100-continue\r\nContent-Length: 1\r\n\r\nx", head},
+        {"PUT / HTTP/1.1\r\nExpect: 100-continue\r\nContent-Length: 9999999\r\n\r\n",
+         "^HTTP/1.1 413 "},
+    };
+    for (const auto& [bytes, answer] : cases) EXPECT_THAT(ask(bytes), ContainsRegex(answer));
+}
+
+TEST_F(ServerTest, WaitsForClientsThatOnlyFinishedSending) {
+    backend.answer("/", delayed(150ms, {.body = "body"}));
+    tcp::iostream client("127.0.0.1", std::to_string(backend.port()));
+    client.expires_after(patience);
+    client << get("/") << std::flush;
+    ASSERT_TRUE(backend.awaitRequests("/", 1));
+    client << get("/") << std::flush;
+    client.socket().shutdown(tcp::socket::shutdown_send);
+    const std::string answers(std::istreambuf_iterator<char>(client), {});
+    EXPECT_THAT(answers, ContainsRegex("200 OK.*\r\n\r\nbodyHTTP/1.1 200 OK.*\r\n\r\nbody$"));
+}
+
 TEST_F(ServerTest, ResetsConnectionsInEarnest) {
     backend.answer("/", {.body = "body", .delivery = Delivery::resetInHead});
-    EXPECT_THAT(ask(get("/")), ContainsRegex("^HTTP/1.1 200 OK\r\nCo[^\n]*.reset.$"));
+    EXPECT_THAT(ask(get("/")),
+                ContainsRegex("^HTTP/1.1 200 OK\r\nContent-Length: 4\r\n[^\r]*.reset.$"));
 }
 
 TEST_F(ServerTest, StopsAtOnceWhileRepliesHang) {
