@@ -15,8 +15,8 @@ namespace {
 
 using Days = std::chrono::duration<long, std::ratio<86400>>;
 constexpr Days authorityLifetime{730};
-constexpr Days identityLifetime{30};
-constexpr Days renewalMargin{31};  // An identity never outlives the authority that issued it.
+constexpr Days identityLifetime{365};
+constexpr Days renewalMargin{366};  // An identity never outlives the authority that issued it.
 
 constexpr const char* loopbackOnly =
     "critical,permitted;DNS:localhost,permitted;IP:127.0.0.0/255.0.0.0,"
@@ -47,7 +47,8 @@ std::string alternativeNames(const std::vector<std::string>& hosts) {
     return text;
 }
 
-bool isStillValid(const X509& certificate) {
+/// Also false where the clock is behind the certificate.
+bool isValidForLong(const X509& certificate) {
     std::time_t soon = std::time(nullptr) + std::chrono::seconds(renewalMargin).count();
     return X509_cmp_current_time(X509_get0_notBefore(&certificate)) < 0 &&
            X509_cmp_time(X509_get0_notAfter(&certificate), &soon) > 0;
@@ -83,7 +84,9 @@ std::optional<Authority> Authority::read(std::string_view pem) {
     if (!credentials->key || !credentials->certificate) return std::nullopt;
     if (X509_check_private_key(credentials->certificate.get(), credentials->key.get()) != 1)
         return std::nullopt;
-    if (!isStillValid(*credentials->certificate)) return std::nullopt;
+    auto& certificate = credentials->certificate;
+    if (!isValidForLong(*certificate))
+        certificate = renewed(*certificate, *credentials->key, authorityLifetime);
     return Authority(std::move(credentials));
 }
 

@@ -22,7 +22,8 @@ public:
     /// Creates one in memory. Throws std::invalid_argument if a name is not a DNS name.
     static Authority make(const std::vector<std::string>& extraNames = {});
 
-    /// Reads the output of pem(); std::nullopt if it is damaged or the certificate expires soon.
+    /// Reads the output of pem(); std::nullopt if it is damaged. A certificate that expires within
+    /// a year, or that the clock says is not valid, is renewed with the same key.
     static std::optional<Authority> read(std::string_view pem);
 
     Authority(Authority&&) noexcept;

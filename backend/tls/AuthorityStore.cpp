@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -20,8 +21,18 @@ constexpr ::mode_t readable = 0644;
 
 std::string textOf(const fs::path& file) { return fs::exists(file) ? contentOf(file) : ""; }
 
+/// Another user could have the key, or change later what clients trust.
+void requireOwn(const fs::path& file) {
+    struct stat info{};
+    if (stat(file.c_str(), &info) != 0 || info.st_uid == geteuid()) return;
+    throw std::runtime_error(file.string() + " belongs to another user (" +
+                             std::to_string(info.st_uid) +
+                             "); remove it, or set XDG_DATA_HOME to a folder that you own");
+}
+
 void prepare(const fs::path& folder) {
     fs::create_directories(folder);
+    requireOwn(folder);
     fs::permissions(folder, fs::perms::owner_all);
 }
 
@@ -47,10 +58,11 @@ void replace(const fs::path& file, const std::string& text, ::mode_t mode) {
 }
 
 Authority authorityIn(const fs::path& file) {
-    if (auto kept = Authority::read(textOf(file))) return std::move(*kept);
-    auto made = Authority::make();
-    replace(file, made.pem(), ownerOnly);
-    return made;
+    const auto text = textOf(file);
+    auto kept = Authority::read(text);
+    auto authority = kept ? std::move(*kept) : Authority::make();
+    if (authority.pem() != text) replace(file, authority.pem(), ownerOnly);
+    return authority;
 }
 
 fs::path dataHome() {
@@ -64,8 +76,10 @@ fs::path dataHome() {
 StoredAuthority openIn(const fs::path& folder) {
     prepare(folder);
     const auto lock = lockIn(folder);
-    auto authority = authorityIn(folder / "authority.pem");
+    const auto file = folder / "authority.pem";
     const auto trustFile = folder / "ca.pem";
+    for (const auto& each : {file, trustFile}) requireOwn(each);
+    auto authority = authorityIn(file);
     if (textOf(trustFile) != authority.certificate())
         replace(trustFile, authority.certificate(), readable);
     return {.authority = std::move(authority), .trustFile = trustFile};

@@ -12,9 +12,10 @@ struct StoredAuthority {
     std::filesystem::path trustFile;
 };
 
-/// Loads the authority in the folder, or creates and stores one; one that is damaged or expires
-/// soon is replaced. Concurrent processes get the same one. Only the owner can access the folder.
-/// Throws std::runtime_error, with a message for the user, if the folder cannot be used.
+/// Loads the authority in the folder, or creates and stores one; one that is damaged is replaced,
+/// one that expires soon is renewed. Concurrent processes get the same one. Only the owner can
+/// access the folder. Throws std::runtime_error, with a message for the user, if the folder cannot
+/// be used, or if it or a file in it belongs to another user.
 StoredAuthority openAuthorityStore(const std::filesystem::path& folder);
 
 /// $XDG_DATA_HOME/kivo-dev, by default ~/.local/share/kivo-dev. Throws std::runtime_error if

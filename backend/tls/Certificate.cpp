@@ -8,6 +8,7 @@
 #include <openssl/x509v3.h>
 
 #include <array>
+#include <ctime>
 #include <limits>
 #include <stdexcept>
 
@@ -58,6 +59,14 @@ void setCommonName(X509_NAME& subject, const std::string& name) {
     require(done == 1, "name a certificate");
 }
 
+void setStart(X509& certificate) {
+    X509_gmtime_adj(X509_getm_notBefore(&certificate), -clockSkewSeconds);
+}
+
+void setEnd(X509& certificate, std::chrono::seconds duration) {
+    X509_gmtime_adj(X509_getm_notAfter(&certificate), static_cast<long>(duration.count()));
+}
+
 }  // namespace
 
 KeyPointer makeKey() {
@@ -94,6 +103,18 @@ KeyPointer keyFrom(std::string_view pem) {
     return key;
 }
 
+CertificatePointer renewed(const X509& certificate, EVP_PKEY& key, std::chrono::seconds duration) {
+    CertificatePointer copy(X509_dup(&certificate));
+    require(copy != nullptr, "copy a certificate");
+    setSerialNumber(*copy);
+    auto start = std::time(nullptr) - clockSkewSeconds;
+    if (X509_cmp_time(X509_get0_notBefore(copy.get()), &start) > 0) setStart(*copy);
+    auto end = std::time(nullptr) + duration.count();
+    if (X509_cmp_time(X509_get0_notAfter(copy.get()), &end) < 0) setEnd(*copy, duration);
+    require(X509_sign(copy.get(), &key, EVP_sha256()) > 0, "sign a certificate");
+    return copy;
+}
+
 CertificateBuilder::CertificateBuilder(const std::string& commonName, EVP_PKEY& subjectKey,
                                        X509* issuer)
     : certificate_(X509_new()), issuer_(issuer ? issuer : certificate_.get()) {
@@ -108,8 +129,8 @@ CertificateBuilder::CertificateBuilder(const std::string& commonName, EVP_PKEY& 
 }
 
 CertificateBuilder& CertificateBuilder::validFor(std::chrono::seconds duration) {
-    X509_gmtime_adj(X509_getm_notBefore(certificate_.get()), -clockSkewSeconds);
-    X509_gmtime_adj(X509_getm_notAfter(certificate_.get()), static_cast<long>(duration.count()));
+    setStart(*certificate_);
+    setEnd(*certificate_, duration);
     return *this;
 }
 

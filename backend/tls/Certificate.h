@@ -31,6 +31,10 @@ std::string pemOf(const EVP_PKEY& key);
 CertificatePointer certificateFrom(std::string_view pem);
 KeyPointer keyFrom(std::string_view pem);
 
+/// The certificate with a validity that also covers an hour ago until `duration` from now, signed
+/// with its own key. Those who trust the old one trust what that key signs for as long as before.
+CertificatePointer renewed(const X509& certificate, EVP_PKEY& key, std::chrono::seconds duration);
+
 /// Builds one X.509 certificate, then signs it.
 class CertificateBuilder {
 public:
