@@ -21,7 +21,8 @@ std::string groupOf(std::string_view path) {
 void Tally::count(const Entry& entry) {
     const Lock lock(mutex_);
     if (entry.kind == EntryKind::request) countRequest(entry);
-    if (entry.kind == EntryKind::handshake && !isRejection(entry.detail)) ++totals_.failedHandshakes;
+    if (entry.kind == EntryKind::handshake && !isRejection(entry.detail))
+        ++totals_.failedHandshakes;
 }
 
 bool Tally::countForwarded(const std::string& host) {
