@@ -36,6 +36,9 @@ TEST_F(WorkflowTest, EachOperationMakesItsOneCallAndPrintsItsEnvelope) {
     }
     settle();
     EXPECT_EQ(store().getUserJwtToken(), "u-1") << "unsetting forgets nothing";
+    backend().answer("user/unset", {.headers = {{"Content-Encoding", "gzip"}}, .body = "\x1F"});
+    plugin.unsetUser();
+    EXPECT_THAT(output().awaitLine("Failed to unsetUser: "), HasSubstr("encoded with gzip"));
 }
 
 TEST_F(WorkflowTest, AnSdkReplyIsKeptWhateverItReportsAndOneWithoutDataKeepsTheOldToken) {
@@ -90,6 +93,7 @@ TEST_F(WorkflowTest, EachImageIsHitWithNothingOfTheFrameworksAndItsOutcomePrinte
         {image("large", {.body = std::string(20U << 20U, 'x')}), good + url + "large"},
         {image("moved", elsewhere), good + url + "moved"},
         {image("201", {.status = 201}), odd},
+        {image("204", {.status = 204}), odd},
         {image("401", refusedReply(401)), odd},
         {"ftp://localhost/a.png"s, "Error hitting image URL: unsupported URL"},
         {"https:///a.png"s, "Error hitting image URL: bad URL"},

@@ -40,6 +40,7 @@ namespace kivo::tests {
 namespace {
 
 using namespace platform;
+using namespace std::literals;
 using Table = std::vector<std::pair<std::string, std::string>>;
 
 /// The shared session against a backend over real sockets that says "fine" unless told otherwise,
@@ -177,7 +178,8 @@ TEST_F(HTTPTest, WhatGoesWrongHasItsCodeAndHandsOverNothing) {
                         {"a", "-1002"},
                         {distrusted.url(), "-1202"}};
     for (const auto& [url, code] : urls) EXPECT_EQ(get(url), code) << url;
-    for (const std::string version : {"HTTP/1.0 ", "HTTP/1.1 "})
+    const std::string continued = "HTTP/1.1 100 Continue\r\n\r\n";
+    for (const std::string& version : {"HTTP/1.0 "s, "HTTP/1.1 "s, continued + "HTTP/1.1 "})
         for (const char* status : {"200 OK", "401 No", "302 Found\r\nLocation: /bad"}) {
             backend_.answer("cut", rawReply(version + status + "\r\nContent-Le"));
             EXPECT_EQ(get(backend_.url("cut")) + get(backend_.plainUrl("cut")), "-1005-1005");

@@ -110,6 +110,23 @@ TEST(LoopTest, WhatIsLaunchedWaitsForPreparationsAndNobodyWaitsForCommits) {
     settle();
 }
 
+TEST(LoopTest, WhatWaitedForAPreparationRunsBeforeWhatCameLater) {
+    std::vector<int> order;
+    loop().submit([&] {
+        loop().submit([] {}, Work::Kind::preparation);
+        loop().submit([] {  // The helper has ended it when it gets to the commit.
+            Signal committed{0};
+            loop().submit([&] { committed.release(); }, Work::Kind::commit);
+            committed.acquire();
+        });
+        for (int number = 0; number < 200; ++number)  // More than a turn runs.
+            loop().submit([&, number] { order.push_back(number); }, Work::Kind::barrier);
+    });
+    settle();
+    EXPECT_EQ(order.size(), 200U);
+    EXPECT_TRUE(std::is_sorted(order.begin(), order.end()));
+}
+
 TEST(LoopTest, WhatTheLoopSubmitsGoesBehindWhatWasHandedInBefore) {
     std::string order;
     Signal handedIn{0};

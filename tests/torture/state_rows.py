@@ -86,6 +86,11 @@ def pipes(at):
         os.mkfifo(file)
 
 
+def pipe_for_a_journal(at):
+    database(defaults_file, DEFAULTS)(at)
+    os.mkfifo(defaults_file(at) + "-journal")
+
+
 ENDLESS = "WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n)"
 VIEW = f"CREATE VIEW defaults (key, value) AS {ENDLESS} SELECT i, zeroblob(9999999) FROM n;"
 TRIGGER = f"""{DEFAULTS} CREATE TRIGGER t BEFORE INSERT ON defaults
@@ -106,6 +111,7 @@ BEFORE = {
     "an endless trigger": (database(defaults_file, TRIGGER), {}, None, 1, True),
     "120 MB of foreign rows": (database(defaults_file, DEFAULTS + BLOBS), {}, None, 1, True),
     "pipes": (pipes, {}, None, "many", False),
+    "a pipe for a journal": (pipe_for_a_journal, {}, None, 1, False),
     "umask 0": (nothing, {}, "0", 1, True),
     "umask 0777": (nothing, {}, "0777", 1, True),
     "no HOME": (nothing, {"HOME": None}, None, "many", False),
