@@ -223,7 +223,8 @@ class PageTest(unittest.TestCase):
         self.row("user/unset", "401", "broken").click()
         for selector in (".headers", ".body"):
             self.wait_for(selector, HOSTILE)
-        self.wait_for(".header.broken", "x-platform")
+        self.wait_for(".header.broken", "is malformed")
+        self.wait_for(".header.broken ~ .header.broken", "x-platform")
         made = "return [window.hit, document.querySelector('img, #detail script, main script')]"
         self.assertEqual(self.browser.execute_script(made), [None, None])
 
