@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <climits>
+#include <ctime>
 #include <new>
 #include <optional>
 #include <thread>
@@ -38,9 +39,12 @@ CURLM* makeMulti() {
 /// Takes no lock. False once `deadline` has passed.
 bool waitFor(sem_t& semaphore, Loop::Clock::time_point deadline) noexcept {
     using std::chrono::nanoseconds;
-    const auto sinceStart = std::chrono::duration_cast<nanoseconds>(deadline.time_since_epoch());
-    const timespec end{.tv_sec = sinceStart.count() / std::nano::den,
-                       .tv_nsec = sinceStart.count() % std::nano::den};
+    using std::chrono::seconds;
+    const auto sinceStart = deadline.time_since_epoch();
+    const auto whole = std::chrono::floor<seconds>(sinceStart);
+    const nanoseconds rest = sinceStart - whole;
+    const timespec end{.tv_sec = static_cast<std::time_t>(whole.count()),
+                       .tv_nsec = static_cast<long>(rest.count())};
     while (sem_clockwait(&semaphore, CLOCK_MONOTONIC, &end) != 0)
         if (errno != EINTR) return false;
     return true;
