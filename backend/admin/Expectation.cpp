@@ -28,14 +28,14 @@ constexpr const char* separator = "then";
 /// Splits at spaces; quotes of either kind hold a word together.
 Words wordsIn(const std::string& text) {
     Words words;
-    char quote = 0;
+    char quote = '\0';
     bool within = false;
     for (const char letter : text) {
         const bool isQuote = quote ? letter == quote : letter == '"' || letter == '\'';
         const bool isSpace = letter == ' ' && !quote;
         if (!isSpace && !std::exchange(within, true)) words.emplace_back();
         if (isQuote)
-            quote = quote ? 0 : letter;
+            quote = quote ? '\0' : letter;
         else if (isSpace)
             within = false;
         else

@@ -25,7 +25,7 @@ RequestFilter filterIn(const Request& request) {
         filter.endpoint = *name == "img" ? *name : endpointMeant(*name, "or img");
     if (const auto status = queryNumber(request, "status"))
         filter.status = static_cast<int>(std::min<std::uint64_t>(*status, 1000));
-    if (const auto limit = queryNumber(request, "limit")) filter.limit = *limit;
+    filter.limit = queryNumber(request, "limit");
     return filter;
 }
 

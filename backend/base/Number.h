@@ -10,9 +10,8 @@ namespace kivo::backend {
 template <typename Number>
 std::optional<Number> parseNumber(std::string_view text) {
     Number number{};
-    const char* const last = text.data() + text.size();
-    const auto [end, error] = std::from_chars(text.data(), last, number);
-    if (error != std::errc{} || end != last) return std::nullopt;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+    if (error != std::errc{} || end != text.data() + text.size()) return std::nullopt;
     return number;
 }
 

@@ -25,6 +25,15 @@ std::optional<std::uint16_t> adminPortIn(const std::string& text) {
         "--admin-port takes a port number, 0 for a free one, or off, not \"" + text + "\"");
 }
 
+void addHosts(CLI::App& command, CommonOptions& options) {
+    options.baseUrls = {KIVO_PRODUCTION_BASE_URL, KIVO_DEVELOPMENT_BASE_URL};
+    command
+        .add_option("--host", options.hosts,
+                    "Another https host to answer for as a proxy, NAME or NAME:PORT; may be "
+                    "repeated")
+        ->allow_extra_args(false);
+}
+
 }  // namespace
 
 CLI::Validator numberFrom(long lowest, long highest) {
@@ -73,12 +82,7 @@ void addCommonOptions(CLI::App& command, CommonOptions& options) {
     command.add_flag("--strict", options.strict,
                      "Exit with a failure if a request broke the contract");
     command.add_flag("--show-secrets", desk.showSecrets, "Show tokens and keys in full");
-    options.baseUrls = {KIVO_PRODUCTION_BASE_URL, KIVO_DEVELOPMENT_BASE_URL};
-    command
-        .add_option("--host", options.hosts,
-                    "Another https host to answer for as a proxy, NAME or NAME:PORT; may be "
-                    "repeated")
-        ->allow_extra_args(false);
+    addHosts(command, options);
     command.footer("Kinds of faults, written " + std::string(faultForm) + ":\n" +
                    describeFaultKinds());
 }

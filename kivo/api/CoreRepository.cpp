@@ -57,7 +57,7 @@ CoreRepository::Reply<Payload> send(Endpoint<Payload> endpoint,
         NetworkClient::instance().request<ApiResponse<Payload>>(
             endpoint.path, endpoint.method, parameters,
             [continuation](platform::Result<ApiResponse<Payload>> result) {
-                continuation.resume(platform::widened<Envelope>(std::move(result)));
+                continuation.resume(platform::widened(std::move(result)));
             });
     };
     co_return co_await platform::withCheckedThrowingContinuation<Envelope>(endpoint.operation,

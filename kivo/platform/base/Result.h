@@ -10,8 +10,10 @@ namespace kivo::platform {
 template <typename T>
 struct Result {
     Result() = default;
+    // NOLINTBEGIN(google-explicit-constructor): either is a result.
     Result(T success) : value(std::move(success)) {}
     Result(std::exception_ptr failure) : error(std::move(failure)) {}
+    // NOLINTEND(google-explicit-constructor)
 
     std::optional<T> value;
     std::exception_ptr error;
@@ -24,11 +26,11 @@ T get(Result<T> result) {
     return *std::move(result.value);
 }
 
-/// The same result with its value converted to `To`.
-template <typename To, typename From>
-Result<To> widened(Result<From> result) {
+/// The same result with a value that may be absent.
+template <typename T>
+Result<std::optional<T>> widened(Result<T> result) {
     if (result.error) return std::move(result.error);
-    return To(*std::move(result.value));
+    return std::move(result.value);
 }
 
 }  // namespace kivo::platform
