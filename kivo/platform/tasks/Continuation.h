@@ -52,8 +52,7 @@ private:
 template <typename T>
 class CheckedContinuation {
 public:
-    CheckedContinuation(const char* label, std::coroutine_handle<> suspended,
-                        Result<T>& slot)
+    CheckedContinuation(const char* label, std::coroutine_handle<> suspended, Result<T>& slot)
         : operation_(std::make_shared<SuspendedOperation>(label, suspended)), slot_(&slot) {}
 
     void resume(Result<T> outcome) const {
