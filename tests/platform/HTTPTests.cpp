@@ -27,7 +27,10 @@ extern "C" CURLcode curl_easy_setopt(CURL* easy, CURLoption option, ...) {
     static const auto own =
         reinterpret_cast<decltype(&curl_easy_setopt)>(dlsym(RTLD_NEXT, "curl_easy_setopt"));
     std::va_list values;
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wvarargs"  // The signature is libcurl's own.
     va_start(values, option);
+#pragma GCC diagnostic pop
     const bool isOffset = option >= CURLOPTTYPE_OFF_T && option < CURLOPTTYPE_BLOB;
     const CURLcode code = isOffset ? own(easy, option, va_arg(values, curl_off_t))
                                    : own(easy, option, va_arg(values, void*));
