@@ -162,6 +162,8 @@ Measured by `scripts/bench` on {machine()}. Rounds: {plan.rounds}; calls a round
 
 {goals(figures)}
 
+[profile.md](profile.md) tells what is behind those that are missed.
+
 ## Calls
 
 {calls(figures)}

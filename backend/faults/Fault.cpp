@@ -28,7 +28,7 @@ std::string_view next(std::string_view& rest, char separator) {
     return part;
 }
 
-/// "*" and "img" are no ends of paths.
+/// "*" and "img" are not ends of paths.
 std::string endpointIn(std::string_view text) {
     if (text == "*" || text == "img") return std::string(text);
     return endpointMeant(text, "img, or * for every request");
@@ -98,7 +98,7 @@ std::string uselessBecause(const Fault& fault) {
         return "replies of " + fault.endpoint + " contain no token";
     if (kind.changes == Changes::jsonObject && isImage) return "images are not JSON";
     if (parseDuration(fault.argument) == std::chrono::milliseconds(0))
-        return "a pause of 0 is none";
+        return "a pause of 0 delays nothing";
     if (fault.session.empty()) return {};
     if (!kind.apply) return "TLS handshakes belong to no session";
     return isImage ? "requests for images belong to no session" : "";

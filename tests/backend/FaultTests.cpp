@@ -48,7 +48,7 @@ TEST(FaultRuleTest, IsReadAndWrittenOrRefusedWithAdvice) {
                         {"unset:empty-token", "replies of user/unset contain no token"},
                         {"img:line-break-token", "replies of img contain no token"},
                         {"img:no-data", "images are not JSON"},
-                        {"*:drip=0ms", "a pause of 0 is none"},
+                        {"*:drip=0ms", "a pause of 0 delays nothing"},
                         {"img:401:session=S1", "images belong to no session"},
                         {"*:refused-handshake:session=S1", "handshakes belong to no session"},
                         {"*:401:session=1", "session=S1, or leave it out"},

@@ -7,6 +7,7 @@
 #include "kivo/platform/Console.h"
 #include "kivo/platform/persistence/Keychain.h"
 #include "kivo/platform/persistence/UserDefaults.h"
+#include "kivo/platform/system/Output.h"
 #include "tests/support/Background.h"
 #include "tests/support/TemporaryDirectory.h"
 
@@ -135,6 +136,7 @@ TEST_F(StateTest, AFileIsPrivateAndAMissingPermissionIsSaidOnce) {
     auto later = launch();
     for (const char* value : {"1", "2"}) set(later, "new", value);
     EXPECT_EQ(isRoot ? seteuid(0) : 0, 0);
+    Output::shared().drainSink(Output::Clock::now() + tests::patience);
     Console::setOutput({});
     EXPECT_THAT(lines, testing::ElementsAre(testing::HasSubstr(file)));
 }
