@@ -9,6 +9,7 @@
 #include <csignal>
 #include <thread>
 
+#include "backend/base/SignalSet.h"
 #include "backend/base/Terminal.h"
 
 namespace kivo::backend {
@@ -20,8 +21,7 @@ namespace {
 int spawnDetached(std::array<const char*, 3> arguments) {
     posix_spawnattr_t attributes;
     posix_spawnattr_init(&attributes);
-    sigset_t none;
-    sigemptyset(&none);
+    const sigset_t none = signalSet({});
     posix_spawnattr_setsigmask(&attributes, &none);
     posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETPGROUP);
     posix_spawn_file_actions_t files;

@@ -11,6 +11,7 @@
 #include <system_error>
 
 #include "backend/base/ExitStatus.h"
+#include "backend/base/SignalSet.h"
 
 namespace kivo::backend {
 
@@ -32,12 +33,7 @@ std::string hintFor(int error) {
 
 /// Signals that we ignore or inherited as ignored; the program gets their default action.
 const sigset_t& restored() {
-    static const sigset_t signals = [] {
-        sigset_t set;
-        sigemptyset(&set);
-        for (const int signal : {SIGINT, SIGQUIT, SIGPIPE}) sigaddset(&set, signal);
-        return set;
-    }();
+    static const sigset_t signals = signalSet({SIGINT, SIGQUIT, SIGPIPE});
     return signals;
 }
 

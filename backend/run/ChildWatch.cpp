@@ -12,6 +12,8 @@
 #include <thread>
 #include <utility>
 
+#include "backend/base/SignalSet.h"
+
 namespace kivo::backend {
 
 namespace {
@@ -28,9 +30,7 @@ bool isStopped(pid_t id) {
 
 }  // namespace
 
-GuardedSignals::GuardedSignals() {
-    sigemptyset(&set_);
-    for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGCHLD}) sigaddset(&set_, signal);
+GuardedSignals::GuardedSignals() : set_(signalSet({SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGCHLD})) {
     std::signal(SIGCHLD, SIG_DFL);  // If ignored, the exit status would be lost.
     std::signal(SIGPIPE, SIG_IGN);  // Clean-up must run even if the reader has gone.
     pthread_sigmask(SIG_BLOCK, &set_, &before_);

@@ -23,7 +23,7 @@ public:
     const sigset_t& maskBefore() const { return before_; }
 
 private:
-    sigset_t set_{};
+    const sigset_t set_;
     sigset_t before_{};
 };
 

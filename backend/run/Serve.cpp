@@ -15,6 +15,7 @@
 
 #include "backend/admin/AdminServer.h"
 #include "backend/base/FileDescriptor.h"
+#include "backend/base/SignalSet.h"
 #include "backend/base/Terminal.h"
 #include "backend/journal/LineColours.h"
 #include "backend/journal/RequestLine.h"
@@ -36,12 +37,7 @@ std::latch stopRequested(1);
 std::atomic<int> exitStatus = EXIT_SUCCESS;
 
 const sigset_t& endingSignals() {
-    static const sigset_t signals = [] {
-        sigset_t set;
-        sigemptyset(&set);
-        for (const int signal : {SIGINT, SIGTERM, SIGHUP}) sigaddset(&set, signal);
-        return set;
-    }();
+    static const sigset_t signals = signalSet({SIGINT, SIGTERM, SIGHUP});
     return signals;
 }
 
