@@ -3,7 +3,6 @@
 #include <openssl/x509v3.h>
 
 #include <chrono>
-#include <ctime>
 #include <stdexcept>
 
 #include "backend/base/HostAndPort.h"
@@ -49,7 +48,8 @@ std::string alternativeNames(const std::vector<std::string>& hosts) {
 
 /// Also false where the clock is behind the certificate.
 bool isValidForLong(const X509& certificate) {
-    std::time_t soon = std::time(nullptr) + std::chrono::seconds(renewalMargin).count();
+    using Clock = std::chrono::system_clock;
+    auto soon = Clock::to_time_t(Clock::now() + renewalMargin);
     return X509_cmp_current_time(X509_get0_notBefore(&certificate)) < 0 &&
            X509_cmp_time(X509_get0_notAfter(&certificate), &soon) > 0;
 }

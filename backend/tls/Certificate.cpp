@@ -20,7 +20,7 @@ using BioPointer = std::unique_ptr<BIO, Releasing<BIO_free>>;
 using ExtensionPointer = std::unique_ptr<X509_EXTENSION, Releasing<X509_EXTENSION_free>>;
 
 constexpr long version3 = 2;
-constexpr long clockSkewSeconds = 3600;
+constexpr std::chrono::hours clockSkew(1);
 
 void require(bool done, const std::string& what) {
     if (done) return;
@@ -59,12 +59,17 @@ void setCommonName(X509_NAME& subject, const std::string& name) {
     require(done == 1, "name a certificate");
 }
 
+std::time_t timeIn(std::chrono::seconds duration) {
+    using Clock = std::chrono::system_clock;
+    return Clock::to_time_t(Clock::now() + duration);
+}
+
 void setStart(X509& certificate) {
-    X509_gmtime_adj(X509_getm_notBefore(&certificate), -clockSkewSeconds);
+    ASN1_TIME_set(X509_getm_notBefore(&certificate), timeIn(-clockSkew));
 }
 
 void setEnd(X509& certificate, std::chrono::seconds duration) {
-    X509_gmtime_adj(X509_getm_notAfter(&certificate), static_cast<long>(duration.count()));
+    ASN1_TIME_set(X509_getm_notAfter(&certificate), timeIn(duration));
 }
 
 }  // namespace
@@ -107,9 +112,9 @@ CertificatePointer renewed(const X509& certificate, EVP_PKEY& key, std::chrono::
     CertificatePointer copy(X509_dup(&certificate));
     require(copy != nullptr, "copy a certificate");
     setSerialNumber(*copy);
-    auto start = std::time(nullptr) - clockSkewSeconds;
+    auto start = timeIn(-clockSkew);
     if (X509_cmp_time(X509_get0_notBefore(copy.get()), &start) > 0) setStart(*copy);
-    auto end = std::time(nullptr) + duration.count();
+    auto end = timeIn(duration);
     if (X509_cmp_time(X509_get0_notAfter(copy.get()), &end) < 0) setEnd(*copy, duration);
     require(X509_sign(copy.get(), &key, EVP_sha256()) > 0, "sign a certificate");
     return copy;
