@@ -32,6 +32,7 @@ run_host() {
         LD_LIBRARY_PATH="$scratch/prefix/lib" timeout 60 "$@" 2>&1)" || fail "$*: $output"
     grep -q '^Failed to initialize SDK: ' <<<"$output" || fail "no failure line from $*: $output"
     grep -qx 'Failed to retrieve image URL' <<<"$output" || fail "no message line from $*: $output"
+    grep -qFx 'Invalid URL: http://[' <<<"$output" || fail "the library sees no std::string in an any of $*: $output"
 }
 
 # A host of the shared library needs no development package; a plug-in of the static one exports nothing of it.

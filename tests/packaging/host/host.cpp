@@ -1,4 +1,5 @@
 #include <chrono>
+#include <string>
 
 #include "kivo/Kivo.h"
 
@@ -22,6 +23,7 @@ kivo::platform::Task<bool> authenticate(kivo::CoreRepository& repository) {
 int main() {
     const auto plugin = kivo::KivoSDK::initialise(kivo::KivoConfig{"api-key", false});
     plugin->onMessageReceived({{"notification", {{"title", "Hello"}}}});
+    plugin->onMessageReceived({{"notification", {{"image", std::string("http://[")}}}});
     kivo::KivoSDK::waitUntilIdle(std::chrono::seconds(50));
     return plugin == kivo::KivoSDK::instance() ? 0 : 1;
 }
