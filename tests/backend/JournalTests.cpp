@@ -84,12 +84,13 @@ TEST(TallyTest, CountsByEndpointAndTheRefreshesThatRefusalsCaused) {
     const std::vector<std::pair<std::string, int>> requests{
         {sdk, 200},  {user, 200},     {token, 401}, {token, 401}, {user, 200},  // One.
         {user, 401}, {sdk, 200},      {user, 200},                              // Two.
-        {sdk, 200},  {"/img/a", 200}, {"/x", 404},  {"/y", 404}};
+        {sdk, 200},  {"/img/a", 200}, {"/x", 404},  {"/y", 404},  {token, 401},
+        {user, 401}};  // None: the renewal was refused, too.
     for (const auto& [path, status] : requests) tally.count(entryFor(path, status));
     EXPECT_EQ(tally.totals().refreshes, 2);
     EXPECT_THAT(tally.totals().requests,
                 ElementsAre(Pair("images", 1), Pair("other paths", 2), Pair("sdk/authenticate", 3),
-                            Pair("user/authenticate", 4), Pair("user/update-device-token", 2)));
+                            Pair("user/authenticate", 5), Pair("user/update-device-token", 3)));
 }
 
 TEST(SummaryTest, TellsWhyAHandshakeFailedWhereTheReasonIsKnown) {

@@ -3,6 +3,7 @@
 #include <cstdio>
 
 #include "backend/run/Interception.h"
+#include "backend/run/UpstreamProxies.h"
 #include "tests/support/TemporaryDirectory.h"
 
 namespace kivo::tests {
@@ -273,6 +274,19 @@ TEST(InterceptionTest, CoversItsHostsAndPorts) {
     EXPECT_THAT(interception.names(), ElementsAre("api.example", "cdn.example", "one.example"));
     for (const auto* host : {"", "10.0.0.1", "https://x", "a b", "x:0", "*.example", "x:1:2"})
         EXPECT_THROW(interception.addHost(host), std::invalid_argument) << host;
+}
+
+TEST(UpstreamProxiesTest, SpareWhatNoProxyNames) {
+    const auto proxyFor = backend::upstreamProxies(
+        {"https_proxy=http://us%65r@proxy.example:3128/", "no_proxy=a.example, .b.example:444"},
+        [](const std::string& warning) { FAIL() << warning; });
+    for (const auto* target : {"a.example:443", "x.a.example:1", "b.example:444", "[::1]:1"})
+        EXPECT_FALSE(proxyFor(target)) << target;
+    for (const auto* target : {"xa.example:443", "a.example.org:443", "b.example:443"}) {
+        const auto proxy = proxyFor(target);
+        ASSERT_TRUE(proxy) << target;
+        EXPECT_EQ(proxy->address.host + " " + proxy->credentials, "proxy.example user");
+    }
 }
 
 }  // namespace
