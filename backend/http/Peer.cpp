@@ -5,7 +5,6 @@
 
 #include <array>
 #include <bit>
-#include <cstdint>
 #include <cstdio>
 #include <fstream>
 #include <optional>
@@ -20,26 +19,25 @@ namespace {
 
 using boost::asio::ip::tcp;
 
-/// As the kernel writes it: each 32-bit word of the address in the machine's own byte order, in
-/// hexadecimal, then the port.
+/// As a kernel of that byte order writes it: each 32-bit word of the address in hexadecimal, then
+/// the port.
 template <typename Bytes>
-std::string kernelText(const Bytes& bytes, unsigned port) {
+std::string kernelText(const Bytes& bytes, unsigned port, std::endian order) {
     std::string text;
     std::array<char, 16> part{};
-    for (std::size_t at = 0; at < bytes.size(); at += 4) {
-        const auto word = std::bit_cast<std::uint32_t>(
-            std::array{bytes[at], bytes[at + 1], bytes[at + 2], bytes[at + 3]});
-        std::snprintf(part.data(), part.size(), "%08X", word);
+    for (std::size_t at = 0; at < bytes.size(); ++at) {
+        const auto place = order == std::endian::big ? at : at ^ 3;  // Backwards in its word.
+        std::snprintf(part.data(), part.size(), "%02X", unsigned{bytes[place]});
         text += part.data();
     }
     std::snprintf(part.data(), part.size(), ":%04X", port);
     return text + part.data();
 }
 
-std::string kernelText(const tcp::endpoint& endpoint) {
+std::string kernelText(const tcp::endpoint& endpoint, std::endian order) {
     const auto address = endpoint.address();
-    return address.is_v4() ? kernelText(address.to_v4().to_bytes(), endpoint.port())
-                           : kernelText(address.to_v6().to_bytes(), endpoint.port());
+    return address.is_v4() ? kernelText(address.to_v4().to_bytes(), endpoint.port(), order)
+                           : kernelText(address.to_v6().to_bytes(), endpoint.port(), order);
 }
 
 /// The user in a row "number: local remote state queues timer retransmits user timeout inode". A
@@ -54,12 +52,17 @@ std::optional<uid_t> userIn(const std::string& row) {
     return words && inode != 0 ? std::optional(user) : std::nullopt;
 }
 
-/// Whom a connection belongs to, by one of the kernel's tables.
-std::optional<uid_t> userIn(std::ifstream table, const std::string& local,
-                            const std::string& remote) {
-    const auto pair = local + " " + remote;
+/// Whom a connection belongs to, by one of the kernel's tables. The byte order of an emulated
+/// program may differ from the kernel's, so both are looked for.
+std::optional<uid_t> userIn(std::ifstream table, const tcp::endpoint& local,
+                            const tcp::endpoint& remote) {
+    const auto pair = [&](std::endian order) {
+        return kernelText(local, order) + " " + kernelText(remote, order);
+    };
+    const auto little = pair(std::endian::little);
+    const auto big = pair(std::endian::big);
     for (std::string row; std::getline(table, row);)
-        if (row.find(pair) != row.npos) return userIn(row);
+        if (row.find(little) != row.npos || row.find(big) != row.npos) return userIn(row);
     return std::nullopt;
 }
 
@@ -73,12 +76,10 @@ bool canAskKernel() { return static_cast<bool>(std::ifstream("/proc/net/tcp")); 
 /// Slower than ownerOf(), by a hundredth of a second and more, but known to every kernel.
 std::optional<uid_t> userInTables(const tcp::endpoint& own, const tcp::endpoint& peer) {
     const bool isV4 = peer.address().is_v4();
-    const auto user = userIn(std::ifstream(isV4 ? "/proc/net/tcp" : "/proc/net/tcp6"),
-                             kernelText(peer), kernelText(own));
+    const auto user = userIn(std::ifstream(isV4 ? "/proc/net/tcp" : "/proc/net/tcp6"), peer, own);
     if (user || !isV4) return user;
     // Some clients use IPv6 sockets for IPv4 addresses.
-    return userIn(std::ifstream("/proc/net/tcp6"), kernelText(mapped(peer)),
-                  kernelText(mapped(own)));
+    return userIn(std::ifstream("/proc/net/tcp6"), mapped(peer), mapped(own));
 }
 
 /// The user of the program at the other end, unless it has closed its socket.
