@@ -71,7 +71,7 @@ TEST_F(ProgramTest, CommandsControlARunningBackend) {
          {"(kivo push --image-file a.png)", "/img/push-1.png\"\n"},
          {"get /img/push-1.png", "^picture$"},
          {"openssl s_client -proxy 127.0.0.1:$KIVO_DEV_ADMIN_PORT -connect localhost:$port",
-          "CONNECT failed.* 403 Forbidden"},
+          "CONNECT failed.*403 Forbidden"},
          {"(kivo expect img/push-1.png status=200)", "  hit 1\n$"},
          {"(kivo expect user/unset --within 1ms)", "there was none to that endpoint\n$"},
          {"get /api/communication/user/unset >log2; (kivo expect 'user/unset status=405')",
