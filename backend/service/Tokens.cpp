@@ -130,7 +130,7 @@ TokenState Tokens::stateOf(const TokenClaims& claims) const {
     if (number == 0 || number > expiries.issued) return TokenState::invalid;
     const auto age = expiries.issued - number;
     if (age >= expiries.newest.size()) return TokenState::expired;
-    const auto end = expiries.newest[expiries.newest.size() - 1 - age];
+    const auto end = expiries.newest.rbegin()[static_cast<std::ptrdiff_t>(age)];
     return end <= clock_() ? TokenState::expired : TokenState::valid;
 }
 

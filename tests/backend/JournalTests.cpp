@@ -45,9 +45,9 @@ TEST(JournalTest, KeepsTheNewestWithinItsBytesAndTellsObserversOfAll) {
     EXPECT_EQ(journal.after(6).entries.front().exchange.request.body,
               body.substr(0, 60'000) + "… (100000 bytes in all)");
     EXPECT_EQ(journal.after().lost, 5U);
-    EXPECT_EQ(std::pair(journal.after(4).lost, journal.after(9).lost), std::pair(1UL, 0UL));
+    EXPECT_THAT(std::pair(journal.after(4).lost, journal.after(9).lost), Pair(1U, 0U));
     journal.clear();
-    EXPECT_EQ(std::pair(journal.after(4).lost, journal.newest()), std::pair(0UL, 7UL));
+    EXPECT_THAT(std::pair(journal.after(4).lost, journal.newest()), Pair(0U, 7U));
     EXPECT_EQ(kept(0) + " " + seen, " /1=1 /2=2 /3=3 /4=4 /5=5 /6=6 /7=7 ");
 }
 

@@ -30,9 +30,10 @@ namespace {
 using kivo::KivoSDK;
 
 using Clock = std::chrono::steady_clock;
+using Microseconds = std::chrono::duration<long, std::micro>;
 
 long microsecondsSince(Clock::time_point start) {
-    return std::chrono::duration_cast<std::chrono::microseconds>(Clock::now() - start).count();
+    return std::chrono::duration_cast<Microseconds>(Clock::now() - start).count();
 }
 
 /// One whole line, whatever other threads print.
