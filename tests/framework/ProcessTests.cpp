@@ -68,6 +68,15 @@ TEST_F(ProcessTest, ACancelledThreadLeavesItsCallFirst) {
     EXPECT_EQ(backend().requests("user/unset").size(), 50);
 }
 
+TEST_F(ProcessTest, AProxyWithoutAnAddressIsAHostThatCannotBeFound) {
+    const std::string refusedWithoutAskingAnyone(64, 'x');
+    setenv("https_proxy", ("http://" + refusedWithoutAskingAnyone + ":1").c_str(), 1);
+    setenv("HOST_IMAGE", "https://cdn.example/a.png", 1);
+    EXPECT_THAT(runHost("name init image await").output,
+                HasSubstr("Error hitting image URL: A server with the specified hostname could not "
+                          "be found.\n"));
+}
+
 TEST_F(ProcessTest, AHostWithoutAnIdentifierIsStopped) {
     const auto nameless = runHost("init await");
     EXPECT_EQ(WTERMSIG(nameless.status), SIGABRT);
