@@ -216,7 +216,7 @@ def signals(times):
 
     def storm():
         while process.poll() is None:
-            os.kill(process.pid, random.choice(SENT))
+            process.send_signal(random.choice(SENT))
             time.sleep(0.0005)
 
     in_background(storm)
