@@ -48,8 +48,7 @@ std::string alternativeNames(const std::vector<std::string>& hosts) {
 
 /// Also false where the clock is behind the certificate.
 bool isValidForLong(const X509& certificate) {
-    using Clock = std::chrono::system_clock;
-    auto soon = Clock::to_time_t(Clock::now() + renewalMargin);
+    auto soon = timeIn(renewalMargin);
     return X509_cmp_current_time(X509_get0_notBefore(&certificate)) < 0 &&
            X509_cmp_time(X509_get0_notAfter(&certificate), &soon) > 0;
 }

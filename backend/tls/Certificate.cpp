@@ -8,7 +8,6 @@
 #include <openssl/x509v3.h>
 
 #include <array>
-#include <ctime>
 #include <limits>
 #include <stdexcept>
 
@@ -59,11 +58,6 @@ void setCommonName(X509_NAME& subject, const std::string& name) {
     require(done == 1, "name a certificate");
 }
 
-std::time_t timeIn(std::chrono::seconds duration) {
-    using Clock = std::chrono::system_clock;
-    return Clock::to_time_t(Clock::now() + duration);
-}
-
 void setStart(X509& certificate) {
     ASN1_TIME_set(X509_getm_notBefore(&certificate), timeIn(-clockSkew));
 }
@@ -73,6 +67,11 @@ void setEnd(X509& certificate, std::chrono::seconds duration) {
 }
 
 }  // namespace
+
+std::time_t timeIn(std::chrono::seconds duration) {
+    using Clock = std::chrono::system_clock;
+    return Clock::to_time_t(Clock::now() + duration);
+}
 
 KeyPointer makeKey() {
     KeyPointer key(EVP_EC_gen("P-256"));

@@ -4,6 +4,7 @@
 #include <openssl/x509.h>
 
 #include <chrono>
+#include <ctime>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -20,6 +21,9 @@ struct Releasing {
 
 using KeyPointer = std::unique_ptr<EVP_PKEY, Releasing<EVP_PKEY_free>>;
 using CertificatePointer = std::unique_ptr<X509, Releasing<X509_free>>;
+
+/// What the clock will show then, or has shown where `duration` is negative, as OpenSSL takes it.
+std::time_t timeIn(std::chrono::seconds duration);
 
 /// A new P-256 key.
 KeyPointer makeKey();
