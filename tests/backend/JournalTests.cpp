@@ -82,10 +82,10 @@ TEST(TallyTest, CountsByEndpointAndTheRefreshesThatRefusalsCaused) {
     const std::string token = root + "user/update-device-token", user = root + "user/authenticate",
                       sdk = root + "sdk/authenticate";
     const std::vector<std::pair<std::string, int>> requests{
-        {sdk, 200},  {user, 200},     {token, 401}, {token, 401}, {user, 200},  // One.
-        {user, 401}, {sdk, 200},      {user, 200},                              // Two.
-        {sdk, 200},  {"/img/a", 200}, {"/x", 404},  {"/y", 404},  {token, 401},
-        {user, 401}};  // None: the renewal was refused, too.
+        {sdk, 200},   {user, 200},     {token, 401}, {token, 401}, {user, 200},  // One.
+        {user, 401},  {sdk, 200},      {user, 200},                              // Two.
+        {sdk, 200},   {"/img/a", 200}, {"/x", 404},  {"/y", 404},                // None.
+        {token, 401}, {user, 401}};  // None: the renewal was refused, too.
     for (const auto& [path, status] : requests) tally.count(entryFor(path, status));
     EXPECT_EQ(tally.totals().refreshes, 2);
     EXPECT_THAT(tally.totals().requests,
