@@ -31,6 +31,7 @@ endif()
 
 # Written when it is installed, since only then the prefix is known. The prefix stands there in full: pkg-config
 # would not recognise a path relative to the file as one of the system's folders, and pass it to the compiler.
+# Written straight into place, so that two installations of one build at the same time do not mix their prefixes.
 function(kivo_install_pkg_config name)
     set(template "${CMAKE_CURRENT_FUNCTION_LIST_DIR}/${name}.pc.in")
     set(directory "${CMAKE_INSTALL_LIBDIR}/pkgconfig")
@@ -39,8 +40,10 @@ function(kivo_install_pkg_config name)
         set(libdir \"${CMAKE_INSTALL_LIBDIR}\")
         set(version \"${PROJECT_VERSION}\")
         set(standardLibrary \"${standardLibrary}\")
-        configure_file(\"${template}\" \"${PROJECT_BINARY_DIR}/${name}.pc\" @ONLY)
-        file(INSTALL \"${PROJECT_BINARY_DIR}/${name}.pc\" DESTINATION \"\${CMAKE_INSTALL_PREFIX}/${directory}\")"
+        set(file \"\${CMAKE_INSTALL_PREFIX}/${directory}/${name}.pc\")
+        message(STATUS \"Installing: \$ENV{DESTDIR}\${file}\")
+        configure_file(\"${template}\" \"\$ENV{DESTDIR}\${file}\" @ONLY NO_SOURCE_PERMISSIONS)
+        list(APPEND CMAKE_INSTALL_MANIFEST_FILES \"\${file}\")"
         COMPONENT dev)
 endfunction()
 
