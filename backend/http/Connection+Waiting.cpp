@@ -20,6 +20,7 @@ constexpr std::chrono::milliseconds betweenLooks(100);
 }  // namespace
 
 void Connection::wakeUp(WakeUp reason) {
+    released_ = released_ || reason == WakeUp::release;
     if (awaited_ != reason) return;
     awaited_ = WakeUp::none;
     timer_.cancel();
@@ -30,9 +31,11 @@ void Connection::closeIfIdle() {
     if (idle_) stream_.socket().close(ignored);
 }
 
+/// A release during the delay counts: what would hold the reply afterwards has gone.
 asio::awaitable<void> Connection::waitBeforeSending(const Reply& reply) {
+    released_ = false;
     if (reply.delay.count() > 0) co_await pause(reply.delay);
-    if (reply.delivery == Delivery::hang)
+    if (reply.delivery == Delivery::hang && !released_)
         co_await waitUntil(Clock::time_point::max(), WakeUp::release);
 }
 

@@ -85,6 +85,7 @@ private:
     std::string authority_;
     boost::asio::steady_timer timer_;
     WakeUp awaited_ = WakeUp::none;
+    bool released_ = false;
     bool tls_ = false;
     bool idle_ = false;
 };

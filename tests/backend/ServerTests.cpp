@@ -99,6 +99,18 @@ TEST_F(ServerTest, ResetsConnectionsInEarnest) {
                 ContainsRegex("^HTTP/1.1 200 OK\r\nContent-Length: 4\r\n[^\r]*.reset.$"));
 }
 
+TEST_F(ServerTest, ReleasesWhatItHoldsAndWhatItWouldHoldAfterItsDelay) {
+    std::size_t asked = 0;
+    for (const auto delay : {0ms, 300ms}) {
+        backend.answer("/", {.body = "body", .delivery = Delivery::hang, .delay = delay});
+        auto answer = std::async(
+            std::launch::async, [&] { return ask("GET / HTTP/1.1\r\nConnection: close\r\n\r\n"); });
+        ASSERT_TRUE(backend.awaitRequests("/", ++asked));
+        backend.release();
+        EXPECT_THAT(answer.get(), testing::EndsWith("\r\n\r\nbody"));
+    }
+}
+
 TEST_F(ServerTest, StopsAtOnceWhileRepliesHang) {
     backend.answer("/hang", hanging());
     backend.answer("/slow", delayed(1h, {.body = "x", .repetitions = Reply::endless}));
