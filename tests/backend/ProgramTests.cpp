@@ -228,8 +228,10 @@ TEST_F(ProgramTest, RunIsNotInTheWay) {
          {"mkfifo line; (kivo run -- sh -c 'printf name?; read -r x; echo $x' <line >out &)\n"
           "exec 5>line; until grep -qs name out; do sleep .05; done; echo shown; echo Ana >&5",
           "^shown\n$"},
-         {"background -- sh -c 'trap \"\" INT; echo $$ >ready; while :; do sleep 1; done'\n"
-          "kill -INT $!; sleep .1; kill -INT $!; wait $!; echo $?; grep -o 'ended by.*' out",
+         {"background -- sh -c 'trap \"echo >ready\" INT; echo $$ >ready; while :; do sleep .1; "
+          "done'\n"
+          "kill -INT $!; read -r trapped <ready; kill -INT $!; wait $!; echo $?; grep -o 'ended "
+          "by.*' out",
           "^137\nended by signal 9 .SIGKILL.\n$"},
          {"background -- sh -c 'echo $$ >ready; exec sleep 60'\n"
           "until grep -qs page out; do sleep .02; done; kill -KILL $!; gone $pid; until [ ! -e "
