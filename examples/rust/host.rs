@@ -1,4 +1,4 @@
-//! A host in Rust: every operation once. With Kivo installed: rustc host.rs -l kivo
+//! A host in Rust: every operation once. With Kivo installed: rustc --edition 2021 host.rs -l kivo
 
 use std::ffi::{c_char, c_int, CStr, CString};
 use std::ptr::null;

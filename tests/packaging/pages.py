@@ -75,7 +75,7 @@ class Sandbox:
         }
         inherited = ("CMAKE_", "CCACHE_")
         self.environment |= {k: v for k, v in os.environ.items() if k.startswith(inherited)}
-        # Rust is nobody's duty, and rustup's compiler works with its user's home alone.
+        # Rust is optional, and rustup's compiler works only with its user's home.
         command = ["bash", "-c", "rustc --version"]
         asked = subprocess.run(command, env=self.environment, capture_output=True)
         self.has_rust = asked.returncode == 0
