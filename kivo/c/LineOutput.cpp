@@ -5,6 +5,7 @@
 #include "kivo/platform/Console.h"
 #include "kivo/platform/base/Mutex.h"
 #include "kivo/platform/system/CancellationShield.h"
+#include "kivo/platform/system/Output.h"
 #include "kivo/platform/system/Process.h"
 
 namespace kivo::c {
@@ -19,18 +20,19 @@ constinit const Callback* callbackInUse KIVO_GUARDED_BY(mutex) =
     nullptr;  // Owned; never freed at exit.
 
 /// Returns the callback that was in use.
-std::unique_ptr<const Callback> exchange(platform::Console::Output output,
+std::unique_ptr<const Callback> exchange(std::shared_ptr<const platform::Console::Output> output,
                                          std::unique_ptr<const Callback> callback) {
     const platform::Lock lock(mutex);
-    platform::Console::setOutput(std::move(output));
+    platform::Output::shared().setSink(std::move(output));
     return std::unique_ptr<const Callback>(std::exchange(callbackInUse, callback.release()));
 }
 
 void replace(platform::Console::Output output, std::unique_ptr<const Callback> callback = {}) {
-    if (!platform::Process::isOwn()) return;
+    if (!platform::Process::claim()) return;
     const platform::CancellationShield uncancelled;
-    if (const auto previous = exchange(std::move(output), std::move(callback)))
-        (*previous)->retire();
+    auto sink =
+        output ? std::make_shared<const platform::Console::Output>(std::move(output)) : nullptr;
+    if (const auto previous = exchange(std::move(sink), std::move(callback))) (*previous)->retire();
 }
 
 }  // namespace

@@ -62,6 +62,11 @@ TEST_F(ProcessTest, AForkedChildDoesNothingAndItsParentGoesOnAndExitsAmidOperati
     EXPECT_THAT(backend().requests("update-notification-consent"), IsEmpty());
 }
 
+TEST_F(ProcessTest, AChildForkedBetweenASinkAndTheFirstCallDoesNothingEither) {
+    EXPECT_THAT(runHost("name sink fork everything await").output, HasSubstr("child ended with 0"));
+    EXPECT_THAT(backend().requests("user/unset"), SizeIs(1));
+}
+
 TEST_F(ProcessTest, ACancelledThreadLeavesItsCallFirst) {
     const auto ended = runHost("name cancel-threads");
     EXPECT_EQ(ended.status, 0);

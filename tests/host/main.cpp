@@ -103,7 +103,7 @@ void inAForkedChild() {
     inChild = child == 0;
     if (child == 0) {
         everyOperation();
-        KivoSDK::waitUntilIdle(std::chrono::seconds(1));
+        KivoSDK::waitUntilIdle(std::chrono::seconds(60));
         std::exit(0);
     }
     int status = 0;
@@ -250,6 +250,7 @@ const std::map<std::string, void (*)()> commands = {
     {"image-elsewhere", askForAnImageElsewhere},
     {"ask-production", [] { askAsProduction(); }},
     {"unset", [] { made->unsetUser(); }},
+    {"sink", [] { kivo::platform::Console::setOutput([](auto line) { say(std::string(line)); }); }},
     {"everything", everyOperation},
     {"storm", storm},
     // How it waits.

@@ -10,7 +10,7 @@
 namespace kivo::platform {
 
 void Console::print(std::string line) noexcept {
-    if (!Process::isUsable()) return;
+    if (!Process::isUsable() || !Process::claim()) return;
     const CancellationShield uncancelled;
     try {
         platform::Output::shared().add(std::move(line));
@@ -19,7 +19,7 @@ void Console::print(std::string line) noexcept {
 }
 
 void Console::setOutput(Output output) noexcept {
-    if (!Process::isOwn()) return;
+    if (!Process::claim()) return;
     const CancellationShield uncancelled;
     try {
         platform::Output::shared().setSink(

@@ -28,7 +28,7 @@ std::atomic<Stoppable*> registeredLast{nullptr};
 /// A byte that is 1 in this process and 0 in a forked child, where the kernel wipes its page. Every
 /// entry point checks whose process it is in, and this needs no system call. Null if the kernel
 /// does not support it.
-const char* makeMark() {
+const char* makeMark() noexcept {
     const auto size = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
     void* page = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
     if (page == MAP_FAILED || madvise(page, size, MADV_WIPEONFORK) != 0) return nullptr;
@@ -96,7 +96,6 @@ void initialiseLibcurl() {
 }
 
 bool prepareOnce() {
-    mark = makeMark();
     lackOfMemory();
     Environment::current();
     Output::shared();
@@ -132,12 +131,18 @@ bool isOwn() noexcept {
 
 bool isUsable() noexcept { return !ending.load(std::memory_order_acquire) && isOwn(); }
 
-/// The owner is known before the guard of the static is touched: a child that is forked while
-/// another thread holds that guard would wait for it forever.
-void prepare() {
+bool claim() noexcept {
     pid_t nobody = 0;
-    owner.compare_exchange_strong(nobody, getpid());
-    if (!isOwn()) return;
+    if (owner.load(std::memory_order_relaxed) == 0 &&
+        owner.compare_exchange_strong(nobody, getpid()))
+        mark = makeMark();
+    return isOwn();
+}
+
+/// Claimed before the guard of the static is touched: a child that is forked while another thread
+/// holds that guard would wait for it forever.
+void prepare() {
+    if (!claim()) return;
     [[maybe_unused]] static const bool prepared = prepareOnce();
 }
 

@@ -12,6 +12,11 @@ inline constexpr std::chrono::milliseconds exitPatience{40};
 /// lock: every entry point calls it before it takes one.
 bool isOwn() noexcept;
 
+/// Makes this process the one that uses the platform, unless another one already is; returns
+/// whether it is. Every entry point that keeps something calls it first: a forked child would
+/// find that without the threads and locks that belong to it. Takes no lock.
+bool claim() noexcept;
+
 /// Whether the platform may act: only in its own process, and until that process begins to exit.
 /// Takes no lock.
 bool isUsable() noexcept;
