@@ -7,7 +7,7 @@
 
 namespace kivo::c {
 
-/// A host's function that takes the lines, until it is retired. Any thread may call.
+/// A host's function that takes the lines, until it is retired.
 class LineCallback {
 public:
     LineCallback(kivo_line_callback function, void* context)

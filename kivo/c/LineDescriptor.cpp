@@ -25,15 +25,15 @@ bool mayGoOn(int descriptor) {
 }  // namespace
 
 LineDescriptor::LineDescriptor(int descriptor) noexcept
-    : own_(fcntl(descriptor, F_DUPFD_CLOEXEC, STDERR_FILENO + 1)) {}
+    : own_(fcntl(descriptor, F_DUPFD_CLOEXEC, STDERR_FILENO + 1)), file_(own_) {}
 
 LineDescriptor::~LineDescriptor() {
-    if (isOpen()) close(own_);
+    if (file_.isAt(own_)) close(own_);
 }
 
 void LineDescriptor::write(std::string_view line) {
     const std::string text = std::string(line) + '\n';
-    const platform::Lock lock(oneAtATime_);
+    if (!file_.isAt(own_)) return;
     const platform::OutputSignals masked;
     for (std::string_view rest = text; !rest.empty();) {
         const ssize_t done = ::write(own_, rest.data(), rest.size());

@@ -3,11 +3,11 @@
 #include <string>
 #include <string_view>
 
-#include "kivo/platform/base/Mutex.h"
+#include "kivo/platform/system/OpenFile.h"
 
 namespace kivo::c {
 
-/// Writes lines to a duplicate of a host's descriptor. Any thread may call.
+/// Writes lines to a duplicate of a host's descriptor, on one thread at a time.
 class LineDescriptor {
 public:
     explicit LineDescriptor(int descriptor) noexcept;
@@ -18,13 +18,13 @@ public:
     /// Whether there is a duplicate to write to.
     bool isOpen() const { return own_ >= 0; }
 
-    /// Writes a whole line; waits for a slow reader. What cannot be written is lost. Throws
-    /// std::bad_alloc.
+    /// Writes a whole line; waits for a slow reader. What cannot be written is lost, and so is
+    /// every line once the host has closed the duplicate. Throws std::bad_alloc.
     void write(std::string_view line);
 
 private:
-    platform::Mutex oneAtATime_;
     const int own_;
+    const platform::OpenFile file_;
 };
 
 }  // namespace kivo::c

@@ -1,8 +1,10 @@
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <cstdint>
+#include <cstdio>
 
 #include "kivo/kivo.h"
 #include "tests/framework/FrameworkTest.h"
@@ -103,8 +105,22 @@ TEST_F(CInterfaceTest, ADescriptorTakesWholeLinesUntilItsReaderIsGone) {
     ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
     kivo_set_output_descriptor(ends[1]);
     platform::Console::print("to another");
-    char byte;
-    EXPECT_EQ(read(ends[0], &byte, 1), 1);
+    char buffer[64];
+    EXPECT_EQ(read(ends[0], buffer, sizeof buffer), 11);
+
+    // The host closes Kivo's duplicate, and opens a file that takes its number.
+    const int number = fcntl(ends[1], F_DUPFD, STDERR_FILENO + 1);
+    close(number);
+    kivo_set_output_descriptor(ends[1]);
+    FILE* const file = std::tmpfile();
+    dup2(fileno(file), number);
+    platform::Console::print("lost");
+    kivo_set_output_descriptor(ends[1]);
+    platform::Console::print("kept");
+    EXPECT_EQ(read(ends[0], buffer, sizeof buffer), 5);
+    struct stat found{};
+    EXPECT_EQ(fstat(number, &found), 0);
+    EXPECT_EQ(found.st_size, 0);
 }
 
 }  // namespace

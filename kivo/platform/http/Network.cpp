@@ -15,7 +15,7 @@ Network::Network(Loop& loop) : loop_(loop), multi_(loop.multi()) {
     // next ones need.
     constexpr long keptConnections = 16;
     curl_multi_setopt(multi_, CURLMOPT_MAXCONNECTS, keptConnections);
-    loop.carry(*this);
+    loop.attach(*this);
 }
 
 Network& Network::shared() {

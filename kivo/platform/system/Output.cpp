@@ -24,11 +24,6 @@ namespace {
 constexpr std::size_t piece = PIPE_BUF;
 constexpr int retryMilliseconds = 5;
 
-std::optional<struct stat> fileAt(int descriptor) {
-    struct stat found{};
-    return fstat(descriptor, &found) == 0 ? std::optional(found) : std::nullopt;
-}
-
 /// For a standard output without a descriptor, such as one that the host has made of functions. A
 /// failure that lost only our line leaves no error flag behind, which the host might take for its
 /// own.
@@ -49,7 +44,7 @@ bool takesWhole(int descriptor, std::size_t size) {
 
 }  // namespace
 
-Output::Output() : standardOutput_(fileAt(fileno(stdout))) {}
+Output::Output() : standardOutput_(fileno(stdout)) {}
 
 Output& Output::shared() {
     static Output& output = *new Output;
@@ -135,7 +130,7 @@ void Output::write() noexcept {
 /// in order, and the stream's orientation stays the host's to choose.
 void Output::writeLocked() noexcept try {
     const int descriptor = fileno_unlocked(stdout);
-    const bool isOurs = descriptor < 0 || isStillOurs(descriptor);
+    const bool isOurs = descriptor < 0 || standardOutput_.isAt(descriptor);
     for (gather(); !batch_.empty(); gather()) {
         if (!isOurs) {
             forgetBatch();
@@ -148,12 +143,6 @@ void Output::writeLocked() noexcept try {
     }
 } catch (...) {  // No memory: the lines go out later.
     obstacle_.milliseconds = retryMilliseconds;
-}
-
-bool Output::isStillOurs(int descriptor) const {
-    const auto now = fileAt(descriptor);
-    return standardOutput_ && now && now->st_dev == standardOutput_->st_dev &&
-           now->st_ino == standardOutput_->st_ino;
 }
 
 /// As many lines as go out in one piece, or a single longer one.
@@ -200,7 +189,7 @@ bool Output::writeSome(int descriptor) {
 /// begins only where all of them fit, so that nothing of the host's comes into the middle of a long
 /// line.
 bool Output::hasRoom(int descriptor, std::size_t size) {
-    if (standardOutput_ && S_ISREG(standardOutput_->st_mode)) return true;
+    if (standardOutput_.isRegular()) return true;
     pollfd output{.fd = descriptor, .events = POLLOUT, .revents = 0};
     if (poll(&output, 1, 0) == 0) {
         obstacle_.descriptor = descriptor;
@@ -234,11 +223,6 @@ void Output::drainSink(Clock::time_point deadline) noexcept {
 Output::Obstacle Output::obstacle() {
     const Lock lock(mutex_);
     return obstacle_;
-}
-
-bool Output::isIdle() {
-    const Lock lock(mutex_);
-    return isWritten() && sinkIsDone();
 }
 
 }  // namespace kivo::platform

@@ -1,17 +1,15 @@
 #pragma once
 
-#include <sys/stat.h>
-
 #include <atomic>
 #include <chrono>
 #include <cstddef>
 #include <list>
 #include <memory>
-#include <optional>
 #include <string>
 
 #include "kivo/platform/Console.h"
 #include "kivo/platform/base/Mutex.h"
+#include "kivo/platform/system/OpenFile.h"
 
 namespace kivo::platform {
 
@@ -60,8 +58,8 @@ public:
     /// Whether so many bytes are queued that no work that may print should run.
     bool isFull() const noexcept { return queued_.load(std::memory_order_relaxed) > most; }
 
-    /// Whether every line has left.
-    bool isIdle();
+    /// Whether every line has left. Takes no lock, which a write to a slow disk may hold.
+    bool isIdle() const noexcept { return queued_ == 0; }
 
 private:
     static constexpr std::size_t most = 1U << 20U;
@@ -78,7 +76,6 @@ private:
     LineForSink takeLineForSink() KIVO_EXCLUDES(mutex_);
     bool noteSinkReturned(std::size_t size) KIVO_EXCLUDES(mutex_);
     void writeLocked() noexcept KIVO_REQUIRES(mutex_);
-    bool isStillOurs(int descriptor) const;
     void gather() KIVO_REQUIRES(mutex_);
     bool flushHosts(int descriptor) KIVO_REQUIRES(mutex_);
     bool writeSome(int descriptor) KIVO_REQUIRES(mutex_);
@@ -89,9 +86,9 @@ private:
 
     static inline thread_local bool gathersHere = false;
 
-    std::optional<struct stat> standardOutput_;  // As it was at the beginning.
+    const OpenFile standardOutput_;  // As it was at the beginning.
     std::atomic<void (*)()> waker_{nullptr};
-    std::atomic<std::size_t> queued_{0};  // Bytes.
+    std::atomic<std::size_t> queued_{0};  // Bytes that have not left.
 
     Mutex mutex_;
     Condition sinkWoken_;

@@ -77,7 +77,7 @@ public:
     /// libcurl's multi handle, in whose poll the loop sleeps.
     void* multi() const noexcept { return multi_; }
 
-    void carry(Wire& wire) noexcept { wire_ = &wire; }
+    void attach(Wire& wire) noexcept { wire_ = &wire; }
 
     /// Has the wire perform within this turn.
     void wireHasWork() noexcept { wireIsDue_ = true; }
