@@ -106,6 +106,7 @@ TEST(LoopTest, WhatIsLaunchedWaitsForPreparationsAndNobodyWaitsForCommits) {
     passTheLoop();
     EXPECT_EQ(seen, 1);
     EXPECT_FALSE(loop().waitUntilIdle(50ms));
+    EXPECT_FALSE(loop().waitUntilIdle(std::chrono::milliseconds::min()));
     goOn.release();
     settle();
 }

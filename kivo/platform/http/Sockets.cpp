@@ -35,15 +35,15 @@ int openSocket(const curl_sockaddr& address) {
     return opened;
 }
 
-/// The number of bytes read from `socket` since it was opened.
-std::uint64_t bytesRead(int socket) {
+/// The number of bytes read from `socket` since it was opened; too small by what arrives meanwhile.
+std::int64_t bytesRead(int socket) {
     tcp_info told{};
     socklen_t size = sizeof told;
     int unread = 0;
     if (getsockopt(socket, IPPROTO_TCP, TCP_INFO, &told, &size) != 0 ||
         ioctl(socket, FIONREAD, &unread) != 0)
         return 0;
-    return told.tcpi_bytes_received - static_cast<std::uint64_t>(unread);
+    return static_cast<std::int64_t>(told.tcpi_bytes_received) - unread;
 }
 
 }  // namespace
@@ -85,16 +85,17 @@ int Sockets::close(void* sockets, curl_socket_t socket) {
 /// The loop reads from one socket alone while it is stuck; data on the others lies unread.
 void Sockets::shutDownBusiest() noexcept try {
     const Lock lock(mutex_);
-    std::vector<std::pair<int, std::uint64_t>> before;
+    std::vector<std::pair<int, std::int64_t>> before;
     before.reserve(open_.size());
     for (const int socket : open_) before.emplace_back(socket, bytesRead(socket));
     std::this_thread::sleep_for(observed);
     int busiest = -1;
-    std::uint64_t most = 0;
+    std::int64_t most = 0;
     for (const auto& [socket, earlier] : before) {
-        const std::uint64_t meanwhile = bytesRead(socket) - earlier;
-        if (meanwhile > most) busiest = socket;
-        if (meanwhile > most) most = meanwhile;
+        const std::int64_t meanwhile = bytesRead(socket) - earlier;
+        if (meanwhile <= most) continue;
+        busiest = socket;
+        most = meanwhile;
     }
     if (busiest >= 0) shutdown(busiest, SHUT_RDWR);
 } catch (const std::bad_alloc&) {  // Tried again a second later.

@@ -24,7 +24,7 @@ void Loop::handToHelperLocked(Work& work) noexcept {
     helperWoken_.notifyOne();
 }
 
-/// It may take some milliseconds.
+/// It takes time in proportion to the free memory of the whole process.
 void Loop::giveMemoryBack() {
     class Trim final : public Work {
     public:
@@ -89,7 +89,8 @@ bool Loop::hasStuckWhileWaiting(Lock& lock) {
     if (helperWoken_.waitUntil(lock, Clock::now() + longestPerform) || passage_ != before)
         return false;
     const bool isInside = before % 2 == 1;
-    if (!isInside) isWatched_ = false;  // A quiet second; the next bytes start the watch again.
+    if (!isInside) isWatched_ = false;          // A quiet second; the next bytes start it again.
+    if (passage_ != before) isWatched_ = true;  // They came before that was known.
     return isInside;
 }
 

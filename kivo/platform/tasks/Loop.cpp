@@ -185,8 +185,8 @@ void Loop::take(Work& work) noexcept {
 
 void Loop::perform() {
     wireIsDue_ = false;
-    if (!isWatched_.load(std::memory_order_relaxed)) startWatch();
     ++passage_;
+    if (!isWatched_) startWatch();
     wire_->perform();
     ++passage_;
 }
@@ -275,7 +275,7 @@ bool Loop::waitUntilIdle(std::chrono::milliseconds timeout) noexcept {
     Loop* loop = running.load(std::memory_order_acquire);
     if (loop == nullptr) return true;
     constexpr std::chrono::milliseconds longest = std::chrono::hours(24 * 365);
-    const auto deadline = Clock::now() + std::min(timeout, longest);
+    const auto deadline = Clock::now() + std::clamp(timeout, std::chrono::milliseconds(0), longest);
     Lock lock(loop->mutex_);
     while (!loop->isIdleLocked())
         if (!loop->idleReached_.waitUntil(lock, deadline)) return loop->isIdleLocked();
