@@ -157,6 +157,17 @@ TEST_F(StateTest, AKeychainSaysWhenItCannotKeepAnItem) {
     EXPECT_EQ(Keychain(keychainFile).copyMatching("s", "a"), "newest");
 }
 
+TEST_F(StateTest, AKeychainRemembersAnItemWhoseFileCannotBeReached) {
+    EXPECT_EQ(keychain.add("s", "a", "d"), Keychain::success);
+    EXPECT_EQ(keychain.copyMatching("s", "a"), "d");
+    const Path folder = keychainFile.parent_path();
+    rename(folder, folder.string() + "-elsewhere");
+    create_symlink(folder, folder);
+    EXPECT_EQ(keychain.copyMatching("s", "a"), "d");
+    std::filesystem::remove(folder);
+    EXPECT_EQ(keychain.copyMatching("s", "a"), std::nullopt);
+}
+
 }  // namespace
 
 }  // namespace kivo::platform

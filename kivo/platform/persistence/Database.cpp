@@ -158,7 +158,7 @@ Transaction::~Transaction() {
     if (!isOpen_) return;
     try {
         database_.execute("ROLLBACK");
-    } catch (const DatabaseError&) {  // SQLite has already rolled back on its own.
+    } catch (const std::exception&) {  // SQLite has rolled back on its own, or has no memory.
     }
 }
 

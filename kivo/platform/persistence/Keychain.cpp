@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
 #include <exception>
 #include <ratio>
@@ -104,9 +105,13 @@ bool Keychain::holdsForIntake(Item& item) const {
     return true;
 }
 
-Keychain::FileState Keychain::fileState() const {
+std::optional<Keychain::FileState> Keychain::fileState() const {
     struct stat found{};
-    if (!path_ || stat(path_->c_str(), &found) != 0) return {};
+    if (!path_) return FileState();
+    if (stat(path_->c_str(), &found) != 0) {
+        const bool isAbsent = errno == ENOENT || errno == ENOTDIR;
+        return isAbsent ? std::optional(FileState()) : std::nullopt;
+    }
     return FileState{.device = found.st_dev,
                      .inode = found.st_ino,
                      .size = found.st_size,
@@ -128,7 +133,7 @@ std::optional<Data> Keychain::look(std::string_view service, std::string_view ac
     if (isFileRead && item.pendingAdditions == 0) {
         item.data = std::move(found);
         item.seen.reset();
-        if (!isRecent(state.modified)) item.seen = state;
+        if (state && !isRecent(state->modified)) item.seen = state;
     }
     return item.data;
 }
@@ -148,15 +153,19 @@ std::optional<Data> Keychain::read(std::string_view service, std::string_view ac
 
 void Keychain::addLater(std::string service, std::string account, Data data,
                         std::function<void(Status)> failed) {
-    auto& addition = makeWork(
-        [this, service, account, data, failed = std::move(failed)] {
-            const Status status = add(service, account, data);
-            noteAdded(service, account, data, status);
-            if (status != success) failed(status);
-        },
-        Work::Kind::commit);
     noteAddition(service, account, data);
-    Loop::shared().submit(addition);
+    try {
+        Loop::shared().submit(
+            [this, service, account, data, failed = std::move(failed)] {
+                const Status status = add(service, account, data);
+                noteAdded(service, account, data, status);
+                if (status != success) failed(status);
+            },
+            Work::Kind::commit);
+    } catch (...) {
+        noteAdded(service, account, data, notAvailable);
+        throw;
+    }
 }
 
 void Keychain::noteAddition(std::string_view service, std::string_view account, const Data& data) {
@@ -172,7 +181,7 @@ void Keychain::noteAdded(std::string_view service, std::string_view account, con
     Item& item = findOrMake(service, account);
     --item.pendingAdditions;
     // What is known need not be looked up, which a lock of another process could hold up.
-    item.seen = status == success ? std::optional(fileState()) : std::nullopt;
+    item.seen = status == success ? fileState() : std::nullopt;
     if (status != success && item.data == data) item.data.reset();
 }
 

@@ -29,7 +29,7 @@ void UserDefaults::load() {
 }
 
 void UserDefaults::loadAhead() {
-    Loop::shared().submit([this] { load(); }, platform::Work::Kind::preparation);
+    Loop::shared().submit([this] { load(); }, Work::Kind::preparation);
 }
 
 /// A file that is missing, locked, unreadable or has another schema leaves the table empty. Of a

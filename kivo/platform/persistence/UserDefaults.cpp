@@ -38,7 +38,7 @@ void UserDefaults::Changes::remove(std::string key) {
 
 UserDefaults& UserDefaults::standard() {
     const auto commitOnHelper = [](std::function<void()> commit) {
-        Loop::shared().submit(std::move(commit), platform::Work::Kind::commit);
+        Loop::shared().submit(std::move(commit), Work::Kind::commit);
     };
     static UserDefaults& application = *new UserDefaults(standardFile(), commitOnHelper);
     return application;
