@@ -30,9 +30,10 @@ typedef struct kivo_payload_entry {
     const char* value;
 } kivo_payload_entry;
 
-/// Receives one line of `length` bytes, which has no line feed and ends with a NUL that is not
-/// counted. The line is valid during the call. Called on any thread but never under a lock, perhaps
-/// on several threads at once.
+/// Receives one line of `length` bytes, without its line feed; a NUL that is not counted follows. A
+/// token or an address within it is as the server or the notification gave it, control characters
+/// and line feeds included. The line is valid during the call. Called for one line at a time, on a
+/// thread of Kivo's own, never under a lock.
 typedef void (*kivo_line_callback)(const char* line, size_t length, void* context);
 
 /// The library's version, such as "1.0.0". The text is never freed.
@@ -48,7 +49,8 @@ KIVO_EXPORT void kivo_set_bundle_identifier(const char* identifier) KIVO_NOEXCEP
 /// own: the other end of a pipe is read where and when the language likes. Kivo writes to a
 /// duplicate, so the caller may close its own descriptor. A pipe's reader sees the end of it once
 /// another output is set. A descriptor that cannot be duplicated is ignored. A reader that is gone
-/// costs the lines and nothing else; one that is slow holds up other lines.
+/// costs the lines and nothing else; one that is slow holds up other lines, and operations too once
+/// 1 MiB of lines is queued. Lines that are still queued at exit are lost.
 KIVO_EXPORT void kivo_set_output_descriptor(int descriptor) KIVO_NOEXCEPT;
 
 /// Passes every later line to `callback`, with `context`, instead of standard output; NULL restores
@@ -56,7 +58,7 @@ KIVO_EXPORT void kivo_set_output_descriptor(int descriptor) KIVO_NOEXCEPT;
 /// kivo_set_output_descriptor(), the call returns only after the previous callback has returned
 /// from all its calls, so its context may then be freed. There is one exception: a call made from
 /// within the callback does not wait. The caller must hold no lock for which the callback waits,
-/// such as an interpreter's.
+/// such as an interpreter's. A callback that is slow holds up what a slow descriptor does.
 KIVO_EXPORT void kivo_set_output_callback(kivo_line_callback callback, void* context) KIVO_NOEXCEPT;
 
 /// Makes the plugin and starts SDK authentication in the background. Returns whether there is a

@@ -1,7 +1,7 @@
 #pragma once
 
-#include <exception>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "kivo/platform/Task.h"

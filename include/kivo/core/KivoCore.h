@@ -22,7 +22,8 @@ public:
     /// `initSdk()` reads `apiKey`. Setting it neither authenticates nor selects another backend.
     virtual KivoConfig config() const;
     virtual void setConfig(KivoConfig config);
-    /// Changes the copy in place; other threads wait while `change` runs.
+    /// Changes the copy in place; other threads wait while `change` runs. What it throws is passed
+    /// on, and what it has changed stays.
     virtual void modifyConfig(const std::function<void(KivoConfig&)>& change);
 
     /// Records in the session store which backend to use. Throws std::bad_alloc or

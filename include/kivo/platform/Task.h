@@ -133,8 +133,8 @@ inline Task<void> detail::TaskPromise<void>::get_return_object() noexcept {
     return Task<void>(std::coroutine_handle<TaskPromise>::from_promise(*this));
 }
 
-/// Starts `task` on the loop and keeps `owner` alive until the task has ended. Nothing waits
-/// for the task, and an exception that leaves it is dropped. Throws std::bad_alloc or
+/// Starts `task` on the loop and keeps `owner` alive until the task has ended. Nobody gets
+/// its result, and an exception that leaves it is dropped. Throws std::bad_alloc or
 /// std::system_error if memory or threads run out; the task has then not started. Does nothing in a
 /// forked child.
 KIVO_EXPORT void launch(std::shared_ptr<const void> owner, Task<void> task);

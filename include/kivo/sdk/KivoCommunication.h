@@ -18,7 +18,8 @@ public:
     /// empty pointer is ignored.
     virtual std::shared_ptr<KivoCore> kivoCore() const;
     virtual void setKivoCore(std::shared_ptr<KivoCore> core);
-    /// Changes the pointer in place; other threads wait while `change` runs.
+    /// Changes the pointer in place; other threads wait while `change` runs. If it throws, the core
+    /// stays.
     virtual void modifyKivoCore(const std::function<void(std::shared_ptr<KivoCore>&)>& change);
 
     /// Creates the core with a copy of `config` and starts SDK authentication in the background.

@@ -26,7 +26,8 @@ public:
     /// configuration takes effect once, at initialisation.
     virtual KivoConfig config() const = 0;
     virtual void setConfig(KivoConfig config) = 0;
-    /// Changes the copy in place; other threads wait while `change` runs.
+    /// Changes the copy in place; other threads wait while `change` runs. What it throws is passed
+    /// on, and what it has changed stays.
     virtual void modifyConfig(const std::function<void(KivoConfig&)>& change) = 0;
 
     /// Authenticates the user; an absent value is sent as an empty string.

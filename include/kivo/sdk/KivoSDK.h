@@ -17,7 +17,8 @@ class KIVO_EXPORT KivoSDK {
 public:
     /// Returns the plugin, never empty. The first call creates it and starts SDK authentication in
     /// the background; every later call prints "Kivo already initialized", ignores `config` and
-    /// returns the same plugin. Threads may call at the same time. If memory or threads run out,
+    /// returns the same plugin. `config` is copied; its key is also stored on disk, to authenticate
+    /// again. Threads may call at the same time. If memory or threads run out,
     /// the returned plugin drops every operation, and the next call tries again.
     static std::shared_ptr<KivoCommunicationPlugin> initialise(const KivoConfig& config) noexcept;
 

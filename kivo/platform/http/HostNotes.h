@@ -9,7 +9,7 @@
 namespace kivo::platform {
 
 /// What is remembered about hosts, in a fixed amount of memory: hosts whose names collide share a
-/// note, which costs some time and nothing else.
+/// note, which costs some time, or one of them more connections, and nothing else.
 class HostNotes {
 public:
     enum class Speech : std::uint8_t { unknown, separate, multiplexed };

@@ -108,6 +108,7 @@ void Transfers::forgetIfIdle(Hosts::iterator host) noexcept {
     if (host->second.running == 0 && host->second.waitingUnread.isEmpty()) hosts_.erase(host);
 }
 
+/// In no particular order of the hosts.
 void Transfers::advanceUnread() noexcept {
     for (auto& [name, host] : hosts_)
         if (!host.waitingUnread.isEmpty()) advance(name, host);

@@ -25,8 +25,6 @@ public:
         Entry(const Entry&) = delete;
         Entry& operator=(const Entry&) = delete;
 
-        const std::string& host() const { return host_; }
-
         /// Marks the connections that it may share. Set when its turn comes.
         unsigned generation() const { return generation_; }
 

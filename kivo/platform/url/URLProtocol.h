@@ -17,7 +17,7 @@ class CachedURLResponse;
 /// Whether a reply may be cached. Only the modelled platform has a cache: the value is ignored.
 enum class CacheStoragePolicy { allowed, allowedInMemoryOnly, notAllowed };
 
-/// The receiver of a protocol's load. Callable on any thread and in any order; chunks of data are
+/// The receiver of a protocol's load. Called on the loop, in any order; chunks of data are
 /// appended. The first terminal call (finish or failure) decides the outcome, and every later call
 /// is ignored.
 class URLProtocolClient {
@@ -31,8 +31,8 @@ public:
     virtual void urlProtocolDidFailWithError(std::exception_ptr error) = 0;
 };
 
-/// One way of serving a request. Each load creates an object of its own, off the caller's thread,
-/// and owns it until the load has ended.
+/// One way of serving a request. Each load creates an object of its own, on the loop, and owns it
+/// until the load has ended.
 class URLProtocol : public std::enable_shared_from_this<URLProtocol> {
 public:
     URLProtocol(URLRequest request, const CachedURLResponse* cachedResponse,
@@ -48,12 +48,11 @@ public:
     const CachedURLResponse* cachedResponse() const { return cachedResponse_; }
     URLProtocolClient& client() const { return *client_; }
 
-    /// Starts the load. Called at most once, possibly after `stopLoading`; there is then nothing
-    /// left to start.
+    /// Starts the load. Called at most once, on the loop.
     virtual void startLoading() = 0;
 
-    /// Ends whatever is still running. Called after the load has ended, on any thread, possibly
-    /// while `startLoading` runs. An object created after its load has ended gets neither call.
+    /// Ends whatever is still running. Called on the loop once the load has ended, possibly from
+    /// within `startLoading`.
     virtual void stopLoading() = 0;
 
 private:
