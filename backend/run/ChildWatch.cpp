@@ -18,7 +18,7 @@ namespace kivo::backend {
 
 namespace {
 
-constexpr std::chrono::milliseconds exitGrace(150);
+constexpr std::chrono::seconds exitGrace(1);
 constexpr std::chrono::milliseconds stopGrace(50);
 
 bool isStopped(pid_t id) {

@@ -31,7 +31,7 @@ namespace kivo::backend {
 
 namespace {
 
-constexpr std::chrono::milliseconds exitGrace(150);
+constexpr std::chrono::seconds exitGrace(1);
 
 std::latch stopRequested(1);
 std::atomic<int> exitStatus = EXIT_SUCCESS;

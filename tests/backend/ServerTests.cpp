@@ -125,14 +125,16 @@ TEST_F(ServerTest, StopsAtOnceWhileRepliesHang) {
 }
 
 TEST(ServerLimitsTest, NoticesWhoIsSilentAndWhoLeaves) {
+    const auto identity = backend::Authority::make().issue({"localhost"});
+    const auto answer = [](const Request&) { return Reply(); };
+    backend::Server impatient({.identity = identity, .handler = answer, .limits = {.idle = 50ms}});
+    EXPECT_EQ(answerTo(impatient.port(), ""), "");
     for (const Reply& late : {hanging(), delayed(1h, {})}) {
         std::promise<bool> delivered;
         backend::Server server(
-            {.identity = backend::Authority::make().issue({"localhost"}),
+            {.identity = identity,
              .handler = [&](const Request&) { return late; },
-             .onExchange = [&](const auto& exchange) { delivered.set_value(exchange.delivered); },
-             .limits = {.idle = 50ms}});
-        EXPECT_EQ(answerTo(server.port(), ""), "");
+             .onExchange = [&](const auto& exchange) { delivered.set_value(exchange.delivered); }});
         tcp::iostream("127.0.0.1", std::to_string(server.port())) << get("/") << std::flush;
         auto outcome = delivered.get_future();
         ASSERT_EQ(outcome.wait_for(patience), std::future_status::ready);

@@ -1,9 +1,11 @@
 """The inspector page in a real Chromium, in front of the example host under `kivo-dev run`."""
 
+import contextlib
 import http.client
 import json
 import os
 import pathlib
+import random
 import socket
 import ssl
 import subprocess
@@ -30,8 +32,11 @@ HOSTILE = "<img src=x onerror=hit=1><script>hit=1</script>"
 
 
 def free_port():
-    with socket.create_server(("127.0.0.1", 0)) as listener:
-        return listener.getsockname()[1]
+    """Below those that the kernel hands out, so that no other program gets it in the meantime."""
+    while True:
+        port = random.randrange(10_000, 32_000)
+        with contextlib.suppress(OSError), socket.create_server(("127.0.0.1", port)):
+            return port
 
 
 class Backend:

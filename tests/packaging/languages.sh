@@ -12,7 +12,7 @@ library="$build_directory/kivo/libkivo.so"
 # run_host OPTION... -- PROGRAM...: under kivo-dev; sets `output`.
 run_host() {
     output="$(HOME="$scratch" LD_LIBRARY_PATH="$build_directory/kivo" PYTHONDONTWRITEBYTECODE=1 \
-        timeout 100 "$build_directory/backend/kivo-dev" run --strict "$@" 2>&1)" || fail "$*: $output"
+        timeout 250 "$build_directory/backend/kivo-dev" run --strict "$@" 2>&1)" || fail "$*: $output"
 }
 
 expect_every_operation() {
