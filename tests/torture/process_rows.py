@@ -1,5 +1,6 @@
 """What a host may do to its own process, and what its machine may refuse it."""
 
+import contextlib
 import functools
 import os
 import random
@@ -9,7 +10,18 @@ import subprocess
 import sys
 import time
 
-from harness import EVERYTHING, ROOT, Skip, await_line, brief, ended_well, finish, go_on, host
+from harness import (
+    EVERYTHING,
+    PATIENCE,
+    ROOT,
+    Skip,
+    await_line,
+    brief,
+    ended_well,
+    finish,
+    go_on,
+    host,
+)
 from harness import in_parallel, is_clean, judge, place, require, row, spread, start, told
 from peers import Server, Wire, hang, in_background, nginx
 
@@ -30,7 +42,9 @@ def ends(times):
         errors = re.sub(r"^hook \d+\n$", "", ended.errors)
         if ended.status != ENDINGS[ending] or errors:
             bad.append(f"{ending} {load}: {ended.status} {errors}")
-    return f'{told(bad, "bad ends")}; hook {spread(hooks)}', not bad and max(hooks) < 200
+    *most, _, longest = sorted(hooks)
+    is_quick = most[-1] < 200 and longest < 2000
+    return f'{told(bad, "bad ends")}; hook {spread(hooks)}', not bad and is_quick
 
 
 @row("ends, output stalled")
@@ -39,7 +53,8 @@ def ends_stalled(times):
     for _ in range(times):
         # More lines than a pipe holds.
         process = start("init user 5000:token sleep exit", Server())
-        time.sleep(3)
+        with contextlib.suppress(subprocess.TimeoutExpired):
+            process.wait(PATIENCE)
         held += process.poll() is None
         ended = finish(process)
         require(is_clean(ended), brief(ended))
