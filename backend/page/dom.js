@@ -42,8 +42,18 @@ export async function copy(text, what) {
   }
 }
 
-/** Sends a command; its reply, or null after telling the user why it was refused. */
-export async function command(method, path, body) {
+let latest = Promise.resolve();
+
+/**
+ * Sends a command once all before it are answered, since they could overtake each other on connections of their own.
+ * Its reply, or null after telling the user why it was refused.
+ */
+export function command(...request) {
+  latest = latest.then(() => send(...request));
+  return latest;
+}
+
+async function send(method, path, body) {
   try {
     const isBytes = body instanceof Blob;
     const reply = await fetch(path, { method, body: isBytes ? body : JSON.stringify(body ?? {}) });
