@@ -20,7 +20,7 @@ constinit const Callback* callbackInUse KIVO_GUARDED_BY(mutex) =
     nullptr;  // Owned; never freed at exit.
 
 /// Returns the callback that was in use.
-std::unique_ptr<const Callback> exchange(std::shared_ptr<const platform::Console::Output> output,
+std::unique_ptr<const Callback> exchange(platform::Console::Output output,
                                          std::unique_ptr<const Callback> callback) {
     const platform::Lock lock(mutex);
     platform::Output::shared().setSink(std::move(output));
@@ -30,9 +30,8 @@ std::unique_ptr<const Callback> exchange(std::shared_ptr<const platform::Console
 void replace(platform::Console::Output output, std::unique_ptr<const Callback> callback = {}) {
     if (!platform::Process::claim()) return;
     const platform::CancellationShield uncancelled;
-    auto sink =
-        output ? std::make_shared<const platform::Console::Output>(std::move(output)) : nullptr;
-    if (const auto previous = exchange(std::move(sink), std::move(callback))) (*previous)->retire();
+    if (const auto previous = exchange(std::move(output), std::move(callback)))
+        (*previous)->retire();
 }
 
 }  // namespace

@@ -29,9 +29,10 @@ public:
     /// Passes every later line to `output` instead of standard output; an empty `output` restores
     /// standard output. `output` is called for one line at a time, on a thread of its own, with no
     /// lock held; exceptions that it throws are dropped. While it is slow, lines queue up; beyond
-    /// 1 MiB of them operations wait too. Lines that are queued when the process exits are lost. It
-    /// may still run after another output has been set and while the process exits: what it uses
-    /// must not be destroyed before then. If memory or threads run out, the previous output stays.
+    /// 1 MiB of them operations wait too. Lines that are queued when the process exits are lost.
+    /// `output` may still run after another output has been set and while the process exits: what
+    /// it uses must not be destroyed before then. If memory or threads run out, the previous output
+    /// stays.
     static void setOutput(Output output) noexcept;
 };
 

@@ -75,7 +75,7 @@ private:
     Item& findOrMake(std::string_view service, std::string_view account) KIVO_REQUIRES(mutex_);
     bool holds(const Item& item) const KIVO_REQUIRES(mutex_);
     bool holdsForIntake(Item& item) const KIVO_REQUIRES(mutex_);
-    /// All zero if there is no file; empty if nobody can tell.
+    /// All zero if there is no file; empty if that cannot be determined.
     std::optional<FileState> fileState() const;
     std::optional<Data> look(std::string_view service, std::string_view account);
     std::optional<Data> read(std::string_view service, std::string_view account)

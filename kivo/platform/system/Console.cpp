@@ -1,6 +1,5 @@
 #include "kivo/platform/Console.h"
 
-#include <memory>
 #include <utility>
 
 #include "kivo/platform/system/CancellationShield.h"
@@ -22,8 +21,7 @@ void Console::setOutput(Output output) noexcept {
     if (!Process::claim()) return;
     const CancellationShield uncancelled;
     try {
-        platform::Output::shared().setSink(
-            output ? std::make_shared<const Output>(std::move(output)) : nullptr);
+        platform::Output::shared().setSink(std::move(output));
     } catch (...) {  // No memory, or no thread: lines go where they went before.
     }
 }

@@ -72,7 +72,8 @@ void Output::callWaker() {
     if (auto* waker = waker_.load(std::memory_order_acquire)) waker();
 }
 
-void Output::setSink(std::shared_ptr<const Console::Output> sink) {
+void Output::setSink(Console::Output output) {
+    auto sink = output ? std::make_shared<const Console::Output>(std::move(output)) : nullptr;
     const Lock lock(mutex_);  // Released before `sink`, which then holds the old one: host's code.
     if (sink && !sinkHasThread_) {
         startThread("kivo-output", [this] { serveSink(); });

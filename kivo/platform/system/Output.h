@@ -33,9 +33,9 @@ public:
     /// Has `waker` called when lines are left after a write, or when they no longer hold up work.
     void setWaker(void (*waker)()) noexcept { waker_ = waker; }
 
-    /// Where later lines go instead of standard output, or null. Throws, with nothing changed, if
+    /// Where later lines go instead of standard output, or empty. Throws, with nothing changed, if
     /// memory or threads run out.
-    void setSink(std::shared_ptr<const Console::Output> sink);
+    void setSink(Console::Output output);
 
     /// Writes as many lines as standard output takes without waiting.
     void write() noexcept;
