@@ -13,12 +13,12 @@
 #include <utility>
 
 #include "backend/base/SignalSet.h"
+#include "backend/run/Output.h"
 
 namespace kivo::backend {
 
 namespace {
 
-constexpr std::chrono::seconds exitGrace(1);
 constexpr std::chrono::milliseconds stopGrace(50);
 
 bool isStopped(pid_t id) {
@@ -54,7 +54,7 @@ void ChildWatch::watch() {
     status_ = state_.exitStatus();
     eventfd_write(ended_.number(), 1);
     while (!shouldExit_) shouldExit_ = awaitSignal().si_signo != SIGCHLD;
-    std::this_thread::sleep_for(exitGrace);
+    std::this_thread::sleep_for(Output::exitGrace);
     options_.cleanUp();
     std::_Exit(status_);
 }

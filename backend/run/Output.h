@@ -1,6 +1,7 @@
 #pragma once
 
 #include <array>
+#include <chrono>
 #include <condition_variable>
 #include <cstddef>
 #include <deque>
@@ -17,6 +18,9 @@ namespace kivo::backend {
 class Output {
 public:
     enum class Stream { output, errors };
+
+    /// How long a process that was told to end waits for a reader that stalls.
+    static constexpr std::chrono::seconds exitGrace{1};
 
     Output();
     ~Output();

@@ -31,8 +31,6 @@ namespace kivo::backend {
 
 namespace {
 
-constexpr std::chrono::seconds exitGrace(1);
-
 std::latch stopRequested(1);
 std::atomic<int> exitStatus = EXIT_SUCCESS;
 
@@ -48,7 +46,7 @@ void startSignalThread() {
         int signal = 0;
         sigwait(&endingSignals(), &signal);
         stopRequested.count_down();
-        std::this_thread::sleep_for(exitGrace);
+        std::this_thread::sleep_for(Output::exitGrace);
         std::_Exit(exitStatus);
     }).detach();
 }

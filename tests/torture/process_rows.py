@@ -10,19 +10,8 @@ import subprocess
 import sys
 import time
 
-from harness import (
-    EVERYTHING,
-    PATIENCE,
-    ROOT,
-    Skip,
-    await_line,
-    brief,
-    ended_well,
-    finish,
-    go_on,
-    host,
-)
-from harness import in_parallel, is_clean, judge, place, require, row, spread, start, told
+from harness import EVERYTHING, PATIENCE, ROOT, Skip, await_line, brief, ended_well, finish, go_on
+from harness import host, in_parallel, is_clean, judge, place, require, row, spread, start, told
 from peers import Server, Wire, hang, in_background, nginx
 
 # Each with the status that the process ends with.
